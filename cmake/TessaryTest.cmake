@@ -1,0 +1,30 @@
+# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [TIMEOUT s])
+#
+# One executable per tested class. GUI tests run on the offscreen platform; E2E tests
+# run inside scripts/headless-session (Xvfb, session bus, AT-SPI, window manager) and
+# carry the "e2e" label so they can be run or skipped as a tier.
+function(tessary_add_test)
+    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
+    add_executable(${T_NAME} ${T_SOURCES})
+    target_link_libraries(${T_NAME} PRIVATE Qt6::Test tessary_warnings ${T_LIBS})
+    target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+    set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
+    if(T_E2E)
+        add_test(NAME ${T_NAME}
+                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session $<TARGET_FILE:${T_NAME}>)
+        set(labels e2e)
+    else()
+        add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+        set(labels unit)
+    endif()
+    set(env "TESSARY_SOURCE_DIR=${PROJECT_SOURCE_DIR};TESSARY_BINARY_DIR=${CMAKE_BINARY_DIR}")
+    if(T_GUI AND NOT T_E2E)
+        list(APPEND env "QT_QPA_PLATFORM=offscreen")
+        set(labels views)
+    endif()
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 120)
+    endif()
+    set_tests_properties(${T_NAME} PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
+endfunction()

@@ -1,0 +1,6 @@
+#include "MakePlatform.h"
+
+Platform makePlatform()
+{
+    return {};
+}

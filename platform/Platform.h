@@ -1,0 +1,126 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QMimeData;
+class QWindow;
+
+// What the rest of the program may ask of the desktop. Each capability is one small
+// interface; main() picks the backends once (makePlatform) and hands them down, tests
+// hand down the fakes of platform/fake/.
+//
+// Key codes and modifier flags keep the values the rewrite logic was designed with;
+// backends translate them to the windowing system's own.
+namespace Keys {
+constexpr int H = 4;
+constexpr int C = 8;
+constexpr int V = 9;
+constexpr quint64 Shift = 0x20000;
+constexpr quint64 Control = 0x40000;
+constexpr quint64 Option = 0x80000; // Alt
+constexpr quint64 Command = 0x100000; // Super; synthesized as Ctrl on Linux
+} // namespace Keys
+
+// Error codes of accessibility calls; 0 is success, as the log lines print them.
+namespace AxError {
+constexpr int Success = 0;
+constexpr int Failure = -25200;
+constexpr int CannotComplete = -25204;
+constexpr int AttributeUnsupported = -25205;
+constexpr int NoValue = -25212;
+} // namespace AxError
+
+struct RunningApplication
+{
+    qint64 pid = 0;
+    QString name; // empty when it has none; callers print "Unknown"
+    quint32 window = 0; // the top-level window that was active
+};
+
+// An accessible object of another application: its bus name and object path.
+struct Element
+{
+    QString service;
+    QString path;
+};
+
+struct FocusResult
+{
+    int error = AxError::Success;
+    std::optional<Element> element;
+};
+
+class Workspace
+{
+public:
+    virtual ~Workspace() = default;
+    virtual std::optional<RunningApplication> frontmostApplication() = 0;
+    // Asks the window manager to make the application's window active and reports,
+    // within a short bound, whether it really became active.
+    virtual void activate(const RunningApplication &app, std::function<void(bool active)> done) = 0;
+    // Brings one of our own windows to the front with the keyboard focus.
+    virtual void activateSelf(QWindow *window) = 0;
+};
+
+class Accessibility
+{
+public:
+    virtual ~Accessibility() = default;
+    // Whether other applications' text can be read and written at all; with prompt,
+    // tells the user how to enable it when it cannot.
+    virtual bool isTrusted(bool prompt) = 0;
+    virtual FocusResult focusedElement(const RunningApplication &app) = 0;
+    virtual std::optional<QString> selectedText(const Element &element) = 0;
+    virtual int setSelectedText(const Element &element, const QString &text) = 0;
+};
+
+class KeySynth
+{
+public:
+    virtual ~KeySynth() = default;
+    // Types keyCode with exactly the given modifiers into the frontmost window, once
+    // the keys the user is still holding are up; posted is called after the key-up.
+    virtual void post(int keyCode, quint64 flags, std::function<void()> posted) = 0;
+};
+
+// Keyboard shortcut grabbed for the whole desktop. The handler gets every key-down of
+// the grabbed combination, translated to Keys values, and returns whether it was used.
+class KeyboardGrab
+{
+public:
+    virtual ~KeyboardGrab() = default;
+    // false when the shortcut cannot be had (another program holds it, no X server)
+    virtual bool start(std::function<bool(int keyCode, quint64 flags)> handler) = 0;
+    virtual void stop() = 0;
+};
+
+// The CLIPBOARD selection.
+class Pasteboard
+{
+public:
+    // Everything the clipboard held, in every format, to be put back later.
+    using Snapshot = std::shared_ptr<const QMimeData>;
+
+    virtual ~Pasteboard() = default;
+    // Rises whenever the contents change, by us or by anybody else.
+    virtual int changeCount() const = 0;
+    virtual std::optional<QString> string() const = 0;
+    virtual void clear() = 0;
+    // Puts our own text there, marked so clipboard managers do not keep it.
+    virtual void setString(const QString &text) = 0;
+    virtual Snapshot snapshot() const = 0;
+    virtual void restore(const Snapshot &snapshot) = 0;
+};
+
+struct Platform
+{
+    std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<Accessibility> accessibility;
+    std::unique_ptr<KeyboardGrab> keyboardGrab;
+    std::unique_ptr<KeySynth> keySynth;
+    std::unique_ptr<Pasteboard> pasteboard;
+};

@@ -1,0 +1,10 @@
+#include "FakeWorkspace.h"
+
+void FakeWorkspace::activate(const RunningApplication &app, std::function<void(bool)> done)
+{
+    activated.append(app.pid);
+    if (activationSucceeds)
+        frontmost = app;
+    if (done)
+        done(activationSucceeds);
+}
