@@ -35,7 +35,7 @@ int main(int argc, char *argv[])
     QApplication::setQuitOnLastWindowClosed(false); // lives in the tray
 
     Platform platform = makePlatform();
-    StorageManager storage(StorageManager::defaultFilePath(), BuildInfo::defaultApiBase());
+    StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE));
     AppDelegate delegate(platform, storage);
     return QApplication::exec();
 }
