@@ -1,0 +1,12 @@
+import QtQuick
+import "Spring.js" as Spring
+
+// A NumberAnimation that moves like a spring of the given response and damping.
+NumberAnimation {
+    property real response: 0.5
+    property real dampingFraction: 1
+
+    duration: Spring.duration(response, dampingFraction)
+    easing.type: Easing.BezierSpline
+    easing.bezierCurve: Spring.curve(response, dampingFraction)
+}
