@@ -1,0 +1,15 @@
+#include "FakeAccessibility.h"
+
+FocusResult FakeAccessibility::focusedElement(const RunningApplication &)
+{
+    ++focusQueries;
+    return focus;
+}
+
+int FakeAccessibility::setSelectedText(const Element &, const QString &text)
+{
+    written.append(text);
+    if (setError == AxError::Success)
+        selection = text;
+    return setError;
+}
