@@ -17,6 +17,7 @@ const auto apiBaseKey = u"api_base"_s;
 const auto apiKeyKey = u"api_key"_s;
 const auto lastVersionCheckKey = u"last_version_check"_s;
 const auto updateCheckEnabledKey = u"update_check_enabled"_s;
+const auto skippedUpdateVersionKey = u"skipped_update_version"_s;
 
 // The INI format keeps no types for plain values: a one-element list reads back as a
 // string, an empty one as an invalid variant, a bool as "true"/"false". These readers
@@ -86,6 +87,7 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
     , m_apiKey(readString(m_defaults, apiKeyKey))
     , m_lastVersionCheck(readDateTime(m_defaults, lastVersionCheckKey))
     , m_updateCheckEnabled(readBool(m_defaults, updateCheckEnabledKey))
+    , m_skippedUpdateVersion(readString(m_defaults, skippedUpdateVersionKey))
 {
     if (m_defaults.status() != QSettings::NoError)
         qCWarning(lcStorage) << "settings file" << filePath << "could not be read; using defaults";
@@ -145,4 +147,11 @@ void StorageManager::setUpdateCheckEnabled(bool enabled)
     m_updateCheckEnabled = enabled;
     store(updateCheckEnabledKey, enabled);
     Q_EMIT updateCheckEnabledChanged();
+}
+
+void StorageManager::setSkippedUpdateVersion(const QString &version)
+{
+    m_skippedUpdateVersion = version;
+    store(skippedUpdateVersionKey, m_skippedUpdateVersion);
+    Q_EMIT skippedUpdateVersionChanged();
 }

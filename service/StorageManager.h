@@ -23,6 +23,9 @@ class StorageManager : public QObject
             lastVersionCheckChanged)
     Q_PROPERTY(bool updateCheckEnabled READ updateCheckEnabled WRITE setUpdateCheckEnabled NOTIFY
             updateCheckEnabledChanged)
+    // The release the user chose to skip; the automatic check does not announce it.
+    Q_PROPERTY(QString skippedUpdateVersion READ skippedUpdateVersion WRITE setSkippedUpdateVersion NOTIFY
+            skippedUpdateVersionChanged)
 
 public:
     StorageManager(const QString &filePath, const QString &defaultApiBase, QObject *parent = nullptr);
@@ -40,6 +43,8 @@ public:
     void setLastVersionCheck(const QDateTime &when);
     bool updateCheckEnabled() const { return m_updateCheckEnabled; }
     void setUpdateCheckEnabled(bool enabled);
+    QString skippedUpdateVersion() const { return m_skippedUpdateVersion; }
+    void setSkippedUpdateVersion(const QString &version);
 
 Q_SIGNALS:
     void examplesChanged();
@@ -47,6 +52,7 @@ Q_SIGNALS:
     void apiKeyChanged();
     void lastVersionCheckChanged();
     void updateCheckEnabledChanged();
+    void skippedUpdateVersionChanged();
 
 private:
     void store(const QString &key, const QVariant &value);
@@ -57,4 +63,5 @@ private:
     QString m_apiKey;
     QDateTime m_lastVersionCheck;
     bool m_updateCheckEnabled = false;
+    QString m_skippedUpdateVersion;
 };

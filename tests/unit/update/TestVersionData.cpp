@@ -1,0 +1,118 @@
+#include "VersionData.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestVersionData : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void comparison_data();
+    void comparison();
+    void decoding_data();
+    void decoding();
+};
+
+void TestVersionData::comparison_data()
+{
+    QTest::addColumn<QString>("remote");
+    QTest::addColumn<QString>("current");
+    QTest::addColumn<bool>("newer");
+
+    QTest::newRow("patch number past nine") << u"1.0.10"_s << u"1.0.9"_s << true;
+    QTest::newRow("minor number past nine") << u"1.10"_s << u"1.9"_s << true;
+    QTest::newRow("numeric, not textual") << u"2.0"_s << u"10.0"_s << false;
+    QTest::newRow("missing place counts as zero") << u"1.2"_s << u"1.2.0"_s << false;
+    QTest::newRow("extra non-zero place") << u"1.2.0.1"_s << u"1.2"_s << true;
+    QTest::newRow("shorter but greater") << u"2"_s << u"1.9.9"_s << true;
+    QTest::newRow("older") << u"1.4.1"_s << u"1.4.2"_s << false;
+    QTest::newRow("equal") << u"0.1.0"_s << u"0.1.0"_s << false;
+    QTest::newRow("suffix drops the piece") << u"1.2.3-beta"_s << u"1.2"_s << false;
+    QTest::newRow("suffix piece dropped, next moves up") << u"1.x.3"_s << u"1.2"_s << true;
+    QTest::newRow("empty pieces dropped") << u"1..3"_s << u"1.2"_s << true;
+    QTest::newRow("explicit plus sign") << u"+2"_s << u"1"_s << true;
+    QTest::newRow("negative piece") << u"1.-1"_s << u"1.0"_s << false;
+    QTest::newRow("blank inside a piece drops it") << u" 2.0"_s << u"1.0"_s << false;
+    QTest::newRow("beyond 64 bits drops the piece") << u"99999999999999999999.1"_s << u"1.0"_s << false;
+    QTest::newRow("largest 64-bit piece") << u"9223372036854775807"_s << u"1"_s << true;
+    QTest::newRow("nothing numeric") << u"latest"_s << u"0.0.1"_s << false;
+    QTest::newRow("empty remote") << QString() << u"0"_s << false;
+}
+
+void TestVersionData::comparison()
+{
+    QFETCH(QString, remote);
+    QFETCH(QString, current);
+    QFETCH(bool, newer);
+    QCOMPARE(isNewerVersion(remote, current), newer);
+}
+
+void TestVersionData::decoding_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("readable");
+    QTest::addColumn<bool>("hasData");
+    QTest::addColumn<QString>("reasonMentions"); // for unreadable replies
+
+    const QByteArray record = R"({"current_version":"1.4.2","download_url":"https://example.org/t",
+        "release_notes":"Fixes","force_update":false,"minimum_supported_version":"1.0.0"})";
+
+    QTest::newRow("complete") << QByteArray(R"({"success":true,"data":)" + record + "}") << true << true
+                              << QString();
+    QTest::newRow("unknown members, any order")
+        << QByteArray(R"({"extra":[1,2],"data":)" + record + R"(,"error":"none","success":true})") << true
+        << true << QString();
+    QTest::newRow("data null") << QByteArray(R"({"success":true,"data":null,"error":null})") << true << false
+                               << QString();
+    QTest::newRow("data absent") << QByteArray(R"({"success":false,"error":"down"})") << true << false
+                                 << QString();
+    QTest::newRow("record lacks minimum_supported_version")
+        << QByteArray(R"({"success":true,"data":{"current_version":"2","download_url":"u",
+            "release_notes":"","force_update":true}})")
+        << false << false << u"minimum_supported_version"_s;
+    QTest::newRow("force_update as text")
+        << QByteArray(R"({"success":true,"data":{"current_version":"2","download_url":"u",
+            "release_notes":"","force_update":"no","minimum_supported_version":"1"}})")
+        << false << false << u"force_update"_s;
+    QTest::newRow("version as number")
+        << QByteArray(R"({"success":true,"data":{"current_version":2,"download_url":"u",
+            "release_notes":"","force_update":true,"minimum_supported_version":"1"}})")
+        << false << false << u"current_version"_s;
+    QTest::newRow("success missing") << QByteArray(R"({"data":null})") << false << false << u"success"_s;
+    QTest::newRow("success as text") << QByteArray(R"({"success":"true"})") << false << false << u"success"_s;
+    QTest::newRow("error as number") << QByteArray(R"({"success":true,"error":5})") << false << false
+                                     << u"error"_s;
+    QTest::newRow("data as text") << QByteArray(R"({"success":true,"data":"1.2"})") << false << false
+                                  << u"data"_s;
+    QTest::newRow("not JSON") << QByteArray("<html>502 Bad Gateway</html>") << false << false << u"JSON"_s;
+    QTest::newRow("array") << QByteArray("[]") << false << false << u"object"_s;
+    QTest::newRow("empty body") << QByteArray() << false << false << u"JSON"_s;
+}
+
+void TestVersionData::decoding()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(bool, readable);
+    QFETCH(bool, hasData);
+    QFETCH(QString, reasonMentions);
+
+    QString why;
+    const auto response = VersionResponse::decode(body, &why);
+    QCOMPARE(response.has_value(), readable);
+    if (!readable) {
+        QVERIFY2(why.contains(reasonMentions), qPrintable(why));
+        return;
+    }
+    QCOMPARE(response->data.has_value(), hasData);
+    if (hasData) {
+        QCOMPARE(response->data->currentVersion, u"1.4.2"_s);
+        QCOMPARE(response->data->downloadUrl, u"https://example.org/t"_s);
+        QCOMPARE(response->data->releaseNotes, u"Fixes"_s);
+        QCOMPARE(response->data->minimumSupportedVersion, u"1.0.0"_s);
+    }
+}
+
+QTEST_APPLESS_MAIN(TestVersionData)
+#include "TestVersionData.moc"
