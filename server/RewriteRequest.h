@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// A rewrite as Tessary asks for it: its writing samples, the tone and the text.
+struct RewriteRequest
+{
+    QStringList examples; // in the client's order, the newest last
+    QString tone;
+    QString text;
+};
+
+struct RequestParse
+{
+    std::optional<RewriteRequest> request;
+    QString error; // why the body was refused, for the client
+};
+
+// The instruction Tessary puts before the user's text in its one user message.
+inline constexpr char16_t rewriteInstruction[] = u"Rewrite this in my voice:\n\n";
+
+// Reads a completion request body: {"stream", "examples", "tone", "messages"}.
+// The text is the last user message, without the instruction when it starts with it.
+RequestParse parseRewriteRequest(const QByteArray &body);

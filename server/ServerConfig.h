@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// Everything tessary-server can be told, with the defaults a single user on one machine
+// wants: loopback only, a generated client token, no upstream until one is set.
+struct ServerConfig
+{
+    QString upstreamUrl; // OpenAI-compatible base, e.g. http://localhost:11434/v1
+    QString model; // empty: the upstream's own default, where it has one
+    QString upstreamKey; // sent to the upstream as a bearer token when not empty
+    QString listenAddress = QStringLiteral("127.0.0.1");
+    int port = 8787;
+    QString clientToken; // what Tessary must send; filled from the token file when unset
+    int sampleBudget = 6000; // characters of writing samples put into one prompt
+    qint64 maxBodyBytes = 512 * 1024;
+    int maxHeaderBytes = 16 * 1024;
+    int maxStreams = 256; // rewrites streamed at the same time
+    int idleTimeoutSeconds = 60; // a client connection with nothing moving is closed
+    int upstreamTimeoutSeconds = 300; // a model may take long to load before its first token
+    QString releaseVersion; // served on /version; empty: this server's own version
+    QString releaseDownloadUrl;
+    QString releaseNotes;
+    QString releaseMinimumVersion;
+    bool releaseForceUpdate = false;
+    bool verbose = false;
+    QString configFile; // where the settings were read from
+};
+
+struct ConfigResult
+{
+    std::optional<ServerConfig> config;
+    QString error; // for the user when config is absent
+    bool exitEarly = false; // --help or --version was answered
+};
+
+// Defaults, then the config file, then TESSARY_SERVER_* environment variables, then
+// command-line flags: each later source wins. `environment` is in "NAME=value" form.
+ConfigResult loadServerConfig(const QStringList &arguments, const QStringList &environment);
+
+// $XDG_CONFIG_HOME/tessary-server (or ~/.config/tessary-server).
+QString defaultConfigDirectory(const QStringList &environment);
+
+struct TokenResult
+{
+    QString token;
+    bool created = false;
+    QString error;
+};
+
+// Reads the client token from `path`, or creates it there (32 random bytes, mode 0600)
+// when the file does not exist yet.
+TokenResult loadOrCreateClientToken(const QString &path);
