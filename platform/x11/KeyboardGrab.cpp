@@ -1,0 +1,223 @@
+#include "KeyboardGrab.h"
+
+#include <QLoggingCategory>
+#include <QSocketNotifier>
+
+#include <cstdlib>
+#include <memory>
+#include <xcb/xcb_keysyms.h>
+
+Q_LOGGING_CATEGORY(lcKeyboardGrab, "tessary.keyboardgrab")
+
+namespace {
+
+// keysyms from X11/keysymdef.h
+constexpr xcb_keysym_t XK_Num_Lock = 0xff7f;
+constexpr xcb_keysym_t XK_Scroll_Lock = 0xff14;
+constexpr xcb_keysym_t XK_Alt_L = 0xffe9;
+constexpr xcb_keysym_t XK_Alt_R = 0xffea;
+constexpr xcb_keysym_t XK_Super_L = 0xffeb;
+constexpr xcb_keysym_t XK_Super_R = 0xffec;
+
+constexpr quint16 controlMask = XCB_MOD_MASK_CONTROL;
+constexpr quint16 shiftMask = XCB_MOD_MASK_SHIFT;
+
+template<typename T> using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
+
+} // namespace
+
+X11KeyboardGrab::X11KeyboardGrab(const QByteArray &displayName, QObject *parent)
+    : QObject(parent)
+{
+    m_connection = xcb_connect(displayName.isEmpty() ? nullptr : displayName.constData(), nullptr);
+    if (xcb_connection_has_error(m_connection)) {
+        qCWarning(lcKeyboardGrab) << "cannot connect to the X server";
+        return;
+    }
+    m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+    m_keySymbols = xcb_key_symbols_alloc(m_connection);
+}
+
+X11KeyboardGrab::~X11KeyboardGrab()
+{
+    stop();
+    if (m_keySymbols)
+        xcb_key_symbols_free(m_keySymbols);
+    xcb_disconnect(m_connection);
+}
+
+bool X11KeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> handler)
+{
+    if (xcb_connection_has_error(m_connection))
+        return false;
+    m_handler = std::move(handler);
+    readModifierMapping();
+    if (!grab())
+        return false;
+    if (!m_notifier) {
+        m_notifier = new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
+        connect(m_notifier, &QSocketNotifier::activated, this, &X11KeyboardGrab::readEvents);
+    }
+    // Events may already be queued on the connection from the replies read above.
+    readEvents();
+    return true;
+}
+
+void X11KeyboardGrab::stop()
+{
+    ungrab();
+    delete m_notifier;
+    m_notifier = nullptr;
+    m_handler = nullptr;
+}
+
+std::pair<int, quint64> X11KeyboardGrab::translate(
+    xcb_keycode_t keycode, quint16 state, const ModifierBits &bits)
+{
+    quint64 flags = 0;
+    if (state & shiftMask)
+        flags |= Keys::Shift;
+    if (state & controlMask)
+        flags |= Keys::Control;
+    if (bits.alt && (state & bits.alt))
+        flags |= Keys::Option;
+    if (bits.super && (state & bits.super))
+        flags |= Keys::Command;
+    return { keycode == hKeycode ? Keys::H : -1, flags };
+}
+
+QList<quint16> X11KeyboardGrab::grabStates(const ModifierBits &bits)
+{
+    const quint16 base = controlMask | bits.alt;
+    const quint16 locks[] = { XCB_MOD_MASK_LOCK, bits.numLock, bits.scrollLock };
+    QList<quint16> states;
+    for (int subset = 0; subset < 8; ++subset) {
+        quint16 state = base;
+        for (int i = 0; i < 3; ++i) {
+            if (subset & (1 << i))
+                state |= locks[i];
+        }
+        if (!states.contains(state))
+            states.append(state);
+    }
+    return states;
+}
+
+void X11KeyboardGrab::readModifierMapping()
+{
+    m_bits = ModifierBits { .alt = 0, .super = 0, .numLock = 0, .scrollLock = 0 };
+    XcbReply<xcb_get_modifier_mapping_reply_t> reply(
+        xcb_get_modifier_mapping_reply(m_connection, xcb_get_modifier_mapping(m_connection), nullptr),
+        &std::free);
+    if (!reply) {
+        m_bits = ModifierBits {};
+        return;
+    }
+    const xcb_keycode_t *keycodes = xcb_get_modifier_mapping_keycodes(reply.get());
+    const int perModifier = reply->keycodes_per_modifier;
+    // Shift, Lock and Control are fixed; Alt, Super and the locks live in Mod1..Mod5.
+    for (int modifier = 3; modifier < 8; ++modifier) {
+        const auto bit = quint16(1 << modifier);
+        for (int k = 0; k < perModifier; ++k) {
+            const xcb_keycode_t keycode = keycodes[modifier * perModifier + k];
+            if (keycode == 0)
+                continue;
+            for (int column = 0; column < 4; ++column) {
+                switch (xcb_key_symbols_get_keysym(m_keySymbols, keycode, column)) {
+                case XK_Num_Lock:
+                    m_bits.numLock = bit;
+                    break;
+                case XK_Scroll_Lock:
+                    m_bits.scrollLock = bit;
+                    break;
+                case XK_Alt_L:
+                case XK_Alt_R:
+                    if (!m_bits.alt)
+                        m_bits.alt = bit;
+                    break;
+                case XK_Super_L:
+                case XK_Super_R:
+                    if (!m_bits.super)
+                        m_bits.super = bit;
+                    break;
+                default:
+                    break;
+                }
+            }
+        }
+    }
+    // A mapping without an Alt key still has the conventional one.
+    if (!m_bits.alt)
+        m_bits.alt = XCB_MOD_MASK_1;
+    qCDebug(lcKeyboardGrab) << "modifier bits: alt" << m_bits.alt << "super" << m_bits.super << "num lock"
+                            << m_bits.numLock << "scroll lock" << m_bits.scrollLock;
+}
+
+bool X11KeyboardGrab::grab()
+{
+    const QList<quint16> states = grabStates(m_bits);
+    QList<xcb_void_cookie_t> cookies;
+    for (const quint16 state : states) {
+        cookies.append(xcb_grab_key_checked(
+            m_connection, 0, m_root, state, hKeycode, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+    }
+    bool refused = false;
+    for (const xcb_void_cookie_t cookie : cookies) {
+        if (XcbReply<xcb_generic_error_t> error(xcb_request_check(m_connection, cookie), &std::free); error) {
+            refused = true;
+            qCDebug(lcKeyboardGrab) << "grab refused, X error" << error->error_code;
+        }
+    }
+    m_grabbed = true; // whatever part was granted is released by ungrab()
+    if (refused) {
+        ungrab();
+        return false;
+    }
+    return true;
+}
+
+void X11KeyboardGrab::ungrab()
+{
+    if (!m_grabbed || xcb_connection_has_error(m_connection))
+        return;
+    for (const quint16 state : grabStates(m_bits))
+        xcb_ungrab_key(m_connection, hKeycode, m_root, state);
+    xcb_flush(m_connection);
+    m_grabbed = false;
+}
+
+void X11KeyboardGrab::readEvents()
+{
+    while (XcbReply<xcb_generic_event_t> event { xcb_poll_for_event(m_connection), &std::free }) {
+        switch (event->response_type & ~0x80) {
+        case XCB_KEY_PRESS: {
+            // Auto-repeat arrives as further presses: each one is a request of its own.
+            const auto *press = reinterpret_cast<const xcb_key_press_event_t *>(event.get());
+            const auto [keyCode, flags] = translate(press->detail, press->state, m_bits);
+            if (m_handler && !m_handler(keyCode, flags))
+                qCDebug(lcKeyboardGrab) << "grabbed key not used:" << press->detail << press->state;
+            break;
+        }
+        case XCB_MAPPING_NOTIFY: {
+            // A new layout or modifier mapping can move Num Lock to another bit; the H
+            // position itself never moves.
+            auto *notify = reinterpret_cast<xcb_mapping_notify_event_t *>(event.get());
+            if (notify->request == XCB_MAPPING_POINTER)
+                break;
+            xcb_refresh_keyboard_mapping(m_keySymbols, notify);
+            ungrab();
+            readModifierMapping();
+            if (!grab())
+                qCWarning(lcKeyboardGrab) << "Ctrl+Alt+H could not be taken again after a keyboard change";
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    if (xcb_connection_has_error(m_connection)) {
+        qCWarning(lcKeyboardGrab) << "lost the connection to the X server; Ctrl+Alt+H no longer works";
+        delete m_notifier;
+        m_notifier = nullptr;
+    }
+}
