@@ -1,0 +1,80 @@
+#include "HumanizeService.h"
+
+#include "Log.h"
+#include "StorageManager.h"
+#include "StreamDelegate.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkRequest>
+#include <QTextBoundaryFinder>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString tag = u"HumanizeService"_s;
+
+// What the user sees as characters: "é" typed as e + combining accent counts once.
+qsizetype graphemeCount(const QString &text)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype count = 0;
+    while (finder.toNextBoundary() > 0)
+        ++count;
+    return count;
+}
+
+} // namespace
+
+HumanizeService::HumanizeService(
+    StorageManager &storage, std::chrono::milliseconds idleTimeout, QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
+    , m_idleTimeout(idleTimeout)
+{
+}
+
+// The delegates are children: each stops its transfer thread as it goes.
+HumanizeService::~HumanizeService() = default;
+
+void HumanizeService::humanize(const QString &text, const QString &tone, RewriteCallbacks callbacks)
+{
+    Log::write(u"🚀"_s, tag, u"Starting humanize request..."_s);
+    Log::write(u"📝"_s, tag, u"Text length: %1, Tone: %2"_s.arg(graphemeCount(text)).arg(tone));
+
+    if (m_currentTask)
+        m_currentTask->cancel();
+    m_currentTask = nullptr;
+
+    const QString urlString = m_storage.apiBase() + u"/chat/completions"_s;
+    const QUrl url(urlString, QUrl::StrictMode);
+    if (!url.isValid() || url.isRelative() || url.host().isEmpty()) {
+        Log::write(u"❌"_s, tag, u"Invalid API URL: "_s + urlString);
+        if (callbacks.onError)
+            callbacks.onError(u"Invalid API URL"_s);
+        return;
+    }
+
+    QNetworkRequest request(url);
+    request.setTransferTimeout(int(m_idleTimeout.count()));
+    request.setRawHeader("Content-Type", "application/json");
+    const QString apiKey = m_storage.apiKey();
+    if (!apiKey.isEmpty()) {
+        request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
+        Log::write(u"🔑"_s, tag, u"Using API key: "_s + apiKey.left(8) + u"..."_s);
+    }
+
+    const QJsonObject message { { u"role"_s, u"user"_s },
+        { u"content"_s, u"Rewrite this in my voice:\n\n"_s + text } };
+    const QJsonObject body { { u"stream"_s, true },
+        { u"examples"_s, QJsonArray::fromStringList(m_storage.examples()) }, { u"tone"_s, tone },
+        { u"messages"_s, QJsonArray { message } } };
+    Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + url.toString());
+
+    auto *task = new StreamDelegate(
+        request, QJsonDocument(body).toJson(QJsonDocument::Compact), std::move(callbacks), this);
+    connect(task, &StreamDelegate::finished, task, &QObject::deleteLater);
+    m_currentTask = task;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Rewriter.h"
+
+#include <QObject>
+#include <QPointer>
+
+#include <chrono>
+
+class StorageManager;
+class StreamDelegate;
+
+// Sends a rewrite request to the service and hands its streamed reply to a
+// StreamDelegate. One rewrite at a time: a new request cancels the running one.
+// Lives on the main thread.
+class HumanizeService : public QObject, public Rewriter
+{
+    Q_OBJECT
+
+public:
+    // idleTimeout: how long a transfer may go without any data moving before it fails.
+    HumanizeService(StorageManager &storage, std::chrono::milliseconds idleTimeout = std::chrono::seconds(60),
+        QObject *parent = nullptr);
+    ~HumanizeService() override;
+
+    void humanize(const QString &text, const QString &tone, RewriteCallbacks callbacks) override;
+
+private:
+    StorageManager &m_storage;
+    std::chrono::milliseconds m_idleTimeout;
+    QPointer<StreamDelegate> m_currentTask;
+};

@@ -1,0 +1,273 @@
+#include "StreamDelegate.h"
+
+#include "Log.h"
+#include "StreamParser.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QStringDecoder>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString tag = u"StreamDelegate"_s;
+constexpr int cancelledCode = -999;
+
+// QNetworkReply turns an HTTP error status into an error code of its own; that is the
+// service answering, and its body decides what the user sees, not a transport failure.
+bool isHttpStatusError(QNetworkReply::NetworkError error)
+{
+    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError)
+        || error == QNetworkReply::ProtocolInvalidOperationError
+        || (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
+}
+
+QString firstCharacters(const QString &text, qsizetype count)
+{
+    if (text.size() > count && text.at(count - 1).isHighSurrogate())
+        ++count;
+    return text.left(count);
+}
+
+// One event, one log line: line breaks inside a piece or a fragment are shown escaped.
+QString oneLine(QString text)
+{
+    return text.replace(u'\r', "\\r"_L1).replace(u'\n', "\\n"_L1);
+}
+
+} // namespace
+
+// Lives on the request's thread: owns the network access manager and the reply, reads
+// the body as it arrives and queues what it finds to the StreamDelegate.
+class StreamTransfer : public QObject, private StreamParser::Listener
+{
+public:
+    StreamTransfer(StreamDelegate *delegate, const QNetworkRequest &request, const QByteArray &body)
+        : m_delegate(delegate)
+        , m_request(request)
+        , m_body(body)
+        , m_parser(*this)
+    {
+    }
+
+    ~StreamTransfer() override
+    {
+        if (m_reply) {
+            m_reply->disconnect(this);
+            m_reply->abort();
+        }
+    }
+
+    void start()
+    {
+        m_network = new QNetworkAccessManager(this);
+        m_reply = m_network->post(m_request, m_body);
+        connect(m_reply, &QNetworkReply::metaDataChanged, this, &StreamTransfer::logResponseHead);
+        connect(m_reply, &QNetworkReply::readyRead, this, &StreamTransfer::read);
+        connect(m_reply, &QNetworkReply::finished, this, &StreamTransfer::end);
+    }
+
+    void abort()
+    {
+        m_cancelRequested = true;
+        if (m_reply)
+            m_reply->abort();
+    }
+
+private:
+    template<typename Delivery> void post(Delivery delivery)
+    {
+        QMetaObject::invokeMethod(m_delegate, std::move(delivery), Qt::QueuedConnection);
+    }
+
+    void logResponseHead()
+    {
+        if (m_headLogged)
+            return;
+        const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if (!status.isValid())
+            return;
+        m_headLogged = true;
+        Log::write(u"📡"_s, tag, u"Response received"_s);
+        Log::write(u"📡"_s, tag, u"HTTP Status Code: %1"_s.arg(status.toInt()));
+        if (status.toInt() == 401)
+            Log::write(u"🔐"_s, tag, u"Authentication error detected"_s);
+    }
+
+    void read()
+    {
+        if (!m_reply->isOpen())
+            return; // aborted
+        const QByteArray piece = m_reply->readAll();
+        if (piece.isEmpty())
+            return;
+        m_receivedData = true;
+        const QString text = m_decoder.decode(piece);
+        Log::write(u"📦"_s, tag, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
+        m_parser.feed(piece);
+    }
+
+    void end()
+    {
+        logResponseHead();
+        read();
+        const QNetworkReply::NetworkError error = m_reply->error();
+        const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+
+        StreamDelegate::Ending ending;
+        if (error == QNetworkReply::OperationCanceledError && m_cancelRequested) {
+            ending.code = cancelledCode;
+            ending.description = u"cancelled"_s;
+        } else if (error == QNetworkReply::OperationCanceledError) {
+            // The transfer timeout aborts the reply just as cancel() does.
+            ending.code = QNetworkReply::TimeoutError;
+            ending.description = u"The request timed out."_s;
+        } else if (error != QNetworkReply::NoError && !(status >= 400 && isHttpStatusError(error))) {
+            ending.code = error;
+            ending.description = m_reply->errorString();
+        } else {
+            m_parser.finish();
+        }
+        ending.receivedData = m_receivedData;
+        ending.httpStatus = status;
+        ending.reasonPhrase = m_reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+        ending.usableBody = m_parser.tokenCount() > 0 || m_parser.reportedError();
+
+        const QString rendered = ending.code == 0
+            ? u"nil"_s
+            : u"Error Code=%1 \"%2\""_s.arg(ending.code).arg(ending.description);
+        Log::write(u"🔚"_s, tag, u"Task completed - Error: "_s + rendered);
+
+        m_reply->deleteLater();
+        m_reply = nullptr;
+        post([delegate = m_delegate, ending] { delegate->deliverEnding(ending); });
+    }
+
+    void line(QByteArrayView line) override
+    {
+        Log::write(u"📄"_s, tag, u"Processing line: "_s + QString::fromUtf8(line));
+    }
+
+    void endMarker() override { Log::write(u"🏁"_s, tag, u"Stream completed"_s); }
+
+    void event(const QJsonObject &object) override
+    {
+        Log::write(u"📋"_s, tag,
+            u"Stream JSON: "_s + QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+    }
+
+    void token(const QString &fragment) override
+    {
+        Log::write(u"📝"_s, tag, u"Token received: "_s + oneLine(fragment));
+        post([delegate = m_delegate, fragment] { delegate->deliverToken(fragment); });
+    }
+
+    void streamedError(const QString &type, const QString &message) override
+    {
+        Log::write(u"❌"_s, tag, u"Streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        post([delegate = m_delegate, message] { delegate->deliverError(message); });
+    }
+
+    void nonStreamedError(const QString &type, const QString &message) override
+    {
+        Log::write(u"❌"_s, tag, u"Non-streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        // Only the whole-reply form gets the friendlier text: it is how the service
+        // answers a request it refuses outright.
+        const QString shown = type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)
+            ? u"Invalid API key. Please check your token in Settings."_s
+            : message;
+        post([delegate = m_delegate, shown] { delegate->deliverError(shown); });
+    }
+
+    StreamDelegate *m_delegate; // only ever the context of queued calls to the main thread
+    QNetworkRequest m_request;
+    QByteArray m_body;
+    QNetworkAccessManager *m_network = nullptr;
+    QNetworkReply *m_reply = nullptr;
+    StreamParser m_parser;
+    QStringDecoder m_decoder { QStringDecoder::Utf8 };
+    bool m_receivedData = false;
+    bool m_headLogged = false;
+    bool m_cancelRequested = false;
+};
+
+StreamDelegate::StreamDelegate(
+    const QNetworkRequest &request, const QByteArray &body, RewriteCallbacks callbacks, QObject *parent)
+    : QObject(parent)
+    , m_callbacks(std::move(callbacks))
+    , m_thread(new QThread(this))
+    , m_transfer(new StreamTransfer(this, request, body))
+{
+    m_transfer->moveToThread(m_thread);
+    connect(m_thread, &QThread::started, m_transfer, &StreamTransfer::start);
+    // The transfer is deleted on its own thread as the thread ends.
+    connect(m_thread, &QThread::finished, m_transfer, &QObject::deleteLater);
+    connect(m_thread, &QThread::finished, this, &StreamDelegate::finished);
+    m_thread->start();
+}
+
+StreamDelegate::~StreamDelegate()
+{
+    m_thread->quit();
+    m_thread->wait();
+}
+
+void StreamDelegate::cancel()
+{
+    if (m_cancelRequested || m_ended)
+        return;
+    m_cancelRequested = true;
+    QMetaObject::invokeMethod(
+        this, [this] { m_cutOff = true; }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(m_transfer, &StreamTransfer::abort, Qt::QueuedConnection);
+}
+
+void StreamDelegate::deliverToken(const QString &fragment)
+{
+    if (!m_cutOff && m_callbacks.onToken)
+        m_callbacks.onToken(fragment);
+}
+
+void StreamDelegate::deliverError(const QString &message)
+{
+    if (m_cutOff)
+        return;
+    m_hasHandledError = true;
+    if (m_callbacks.onError)
+        m_callbacks.onError(message);
+}
+
+void StreamDelegate::deliverEnding(const Ending &ending)
+{
+    m_ended = true;
+    m_thread->quit();
+    const auto fail = [this](const QString &message) {
+        if (m_callbacks.onError)
+            m_callbacks.onError(message);
+    };
+
+    if (m_cutOff || ending.code == cancelledCode) {
+        Log::write(u"🔄"_s, tag, u"Request was cancelled"_s);
+    } else if (ending.code != 0) {
+        Log::write(u"❌"_s, tag, u"Network error: "_s + ending.description);
+        fail(ending.description);
+    } else if (m_hasHandledError) {
+        Log::write(u"❌"_s, tag, u"Stream completed with error (already handled)"_s);
+    } else if (ending.httpStatus >= 400 && !ending.usableBody) {
+        // An empty "done" popup would hide that the service refused the request.
+        const QString status = u"%1 %2"_s.arg(ending.httpStatus).arg(ending.reasonPhrase).trimmed();
+        Log::write(u"❌"_s, tag, u"HTTP error without a usable body: "_s + status);
+        fail(u"The service answered with HTTP %1."_s.arg(status));
+    } else if (ending.receivedData) {
+        Log::write(u"✅"_s, tag, u"Stream completed successfully"_s);
+        if (m_callbacks.onComplete)
+            m_callbacks.onComplete();
+    } else {
+        Log::write(u"❌"_s, tag, u"No data received"_s);
+        fail(u"No response received from server"_s);
+    }
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "RewriteCallbacks.h"
+
+#include <QNetworkRequest>
+#include <QObject>
+
+class QThread;
+class StreamTransfer;
+
+// One rewrite request, from sending to its outcome. The transfer and the reading of
+// the reply run on a thread of their own; every callback is queued to this object's
+// (the main) thread in stream order, the outcome last and at most once.
+class StreamDelegate : public QObject
+{
+    Q_OBJECT
+
+public:
+    // What the transfer thread found when the transfer ended.
+    struct Ending
+    {
+        int code = 0; // 0: clean end; -999: cancelled; else a QNetworkReply::NetworkError
+        QString description;
+        bool receivedData = false;
+        int httpStatus = 0;
+        QString reasonPhrase;
+        bool usableBody = false; // fragments or an error object came out of the body
+    };
+
+    // Starts the transfer at once.
+    StreamDelegate(const QNetworkRequest &request, const QByteArray &body, RewriteCallbacks callbacks,
+        QObject *parent = nullptr);
+    // Stops the transfer thread if it still runs; no callback is called from then on.
+    ~StreamDelegate() override;
+
+    // Aborts the transfer. What was queued before still arrives; nothing found later
+    // does, and there is no outcome.
+    void cancel();
+
+Q_SIGNALS:
+    // The outcome (or the cancellation) has been handled and the thread has ended.
+    void finished();
+
+private:
+    friend class StreamTransfer;
+    void deliverToken(const QString &fragment);
+    void deliverError(const QString &message);
+    void deliverEnding(const Ending &ending);
+
+    RewriteCallbacks m_callbacks;
+    bool m_hasHandledError = false;
+    bool m_cutOff = false; // set by a marker queued behind everything handed over before cancel()
+    bool m_cancelRequested = false;
+    bool m_ended = false; // after this the transfer may be gone; cancel() must not reach it
+    QThread *m_thread;
+    StreamTransfer *m_transfer;
+};

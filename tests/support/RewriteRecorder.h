@@ -1,0 +1,29 @@
+#pragma once
+
+#include "RewriteCallbacks.h"
+
+#include <QStringList>
+
+// Records what a rewrite reported, in order, as "token:<fragment>", "error:<message>"
+// and "complete", so a test compares one list.
+struct RewriteRecorder
+{
+    QStringList calls;
+
+    RewriteCallbacks callbacks()
+    {
+        return { [this](const QString &fragment) { calls.append(QStringLiteral("token:") + fragment); },
+            [this] { calls.append(QStringLiteral("complete")); },
+            [this](const QString &message) { calls.append(QStringLiteral("error:") + message); } };
+    }
+
+    QStringList tokens() const
+    {
+        QStringList result;
+        for (const QString &call : calls) {
+            if (call.startsWith(QStringLiteral("token:")))
+                result.append(call.mid(6));
+        }
+        return result;
+    }
+};

@@ -1,0 +1,322 @@
+#include "FixtureServer.h"
+#include "RewriteRecorder.h"
+#include "StdoutCapture.h"
+#include "StreamDelegate.h"
+
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using Framing = FixtureReply::Framing;
+
+namespace {
+
+const QString noResponse = u"error:No response received from server"_s;
+
+QByteArray sse(const QByteArray &content)
+{
+    return R"(data: {"choices":[{"delta":{"content":")" + content + R"("}}]})" + "\n\n";
+}
+
+FixtureReply reply(const QByteArray &body, QList<qsizetype> splitAt = {}, int status = 200)
+{
+    FixtureReply reply;
+    reply.status = status;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    reply.body = body;
+    reply.splitAt = std::move(splitAt);
+    reply.delay = 5ms; // separate reads on the client, not one coalesced buffer
+    return reply;
+}
+
+} // namespace
+
+class TestStreamDelegate : public QObject
+{
+    Q_OBJECT
+
+private:
+    FixtureServer m_server;
+
+    // Runs one request against `reply` and returns what reached the callbacks once the
+    // delegate is done.
+    QStringList run(const FixtureReply &reply, std::chrono::milliseconds idleTimeout = 10s)
+    {
+        m_server.route("/chat", reply);
+        return run(m_server.url("/chat"), idleTimeout);
+    }
+
+    QStringList run(const QUrl &url, std::chrono::milliseconds idleTimeout = 10s)
+    {
+        QNetworkRequest request(url);
+        request.setTransferTimeout(int(idleTimeout.count()));
+        request.setRawHeader("Content-Type", "application/json");
+        RewriteRecorder recorder;
+        StreamDelegate delegate(request, "{}", recorder.callbacks());
+        QSignalSpy done(&delegate, &StreamDelegate::finished);
+        if (!done.wait(20000))
+            qWarning("the delegate never finished");
+        return recorder.calls;
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_server.listen()); }
+
+    // Whatever the framing and however the body is cut, the same events come out.
+    void streams_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QList<qsizetype>>("splitAt");
+        QTest::addColumn<QStringList>("calls");
+
+        const QStringList hello { u"token:Hel"_s, u"token:lo"_s, u"complete"_s };
+        const QByteArray twoEvents = sse("Hel") + sse("lo") + "data: [DONE]\n\n";
+        QTest::newRow("one piece") << twoEvents << QList<qsizetype> {} << hello;
+        QTest::newRow("fragment cut inside its json") << twoEvents << QList<qsizetype> { 20, 50 } << hello;
+        QTest::newRow("cut between cr and lf")
+            << QByteArray(twoEvents).replace("\n", "\r\n") << QList<qsizetype> { 44 } << hello;
+        QTest::newRow("cr line ends")
+            << QByteArray(twoEvents).replace('\n', '\r') << QList<qsizetype> {} << hello;
+        QTest::newRow("data without space, blanks around")
+            << QByteArray(" \tdata:{\"choices\":[{\"delta\":{\"content\":\"Hel\"}}]}\t\n" + sse("lo"))
+            << QList<qsizetype> {} << hello;
+        QTest::newRow("comments, other fields, ids")
+            << QByteArray(": keep-alive\nevent: message\nid: 7\nretry: 10\n" + sse("Hel") + ":\n" + sse("lo"))
+            << QList<qsizetype> { 5 } << hello;
+        QTest::newRow("last line without line end")
+            << QByteArray(sse("Hel") + sse("lo").trimmed()) << QList<qsizetype> {} << hello;
+        // "é" is C3 A9 and "🙂" F0 9F 99 82: cut inside both.
+        const QByteArray multiByte = sse("caf\xc3\xa9 \xf0\x9f\x99\x82");
+        const qsizetype e = multiByte.indexOf('\xc3') + 1;
+        const qsizetype smile = multiByte.indexOf('\xf0') + 2;
+        QTest::newRow("multi-byte characters cut") << multiByte << QList<qsizetype> { e, smile }
+                                                   << QStringList { u"token:café 🙂"_s, u"complete"_s };
+        QTest::newRow("empty content is a fragment, no content is none")
+            << QByteArray(sse("") + "data: {\"choices\":[{\"delta\":{}}]}\n") << QList<qsizetype> {}
+            << QStringList { u"token:"_s, u"complete"_s };
+        QTest::newRow("only the first choice") << QByteArray(
+            R"(data: {"choices":[{"delta":{"content":"a"}},{"delta":{"content":"b"}}]})"
+            "\n") << QList<qsizetype> {} << QStringList { u"token:a"_s, u"complete"_s };
+        QTest::newRow("payloads that are no usable object")
+            << QByteArray("data: [1,2]\ndata: nonsense\ndata: {\"choices\":{}}\ndata: {\"choices\":[]}\n"
+                          "data: {\"choices\":[7]}\n")
+            << QList<qsizetype> {} << QStringList { u"complete"_s };
+        QTest::newRow("done ends nothing by itself")
+            << QByteArray("data: [DONE]\n" + sse("late")) << QList<qsizetype> {}
+            << QStringList { u"token:late"_s, u"complete"_s };
+    }
+
+    void streams()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QList<qsizetype>, splitAt);
+        QFETCH(QStringList, calls);
+        for (Framing framing : { Framing::ContentLength, Framing::Chunked, Framing::Close }) {
+            FixtureReply scripted = reply(body, splitAt);
+            scripted.framing = framing;
+            QCOMPARE(run(scripted), calls);
+        }
+    }
+
+    // Errors the service reports, and replies that yield nothing.
+    void serviceErrors_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QList<qsizetype>>("splitAt");
+        QTest::addColumn<QStringList>("calls");
+
+        const QByteArray badKey
+            = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
+        QTest::newRow("whole-reply credential error")
+            << 401 << badKey << QList<qsizetype> { 10 }
+            << QStringList { u"error:Invalid API key. Please check your token in Settings."_s };
+        QTest::newRow("streamed credential error is passed on unchanged")
+            << 200 << QByteArray("data: " + badKey + "\n\n") << QList<qsizetype> {}
+            << QStringList { u"error:Invalid API key provided"_s };
+        QTest::newRow("streamed error after fragments")
+            << 200
+            << QByteArray(sse("Hi")
+                   + R"(data: {"error":{"message":"overloaded"}})"
+                     "\n")
+            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"error:overloaded"_s };
+        QTest::newRow("error without message or type")
+            << 500 << QByteArray(R"({"error":{"code":1}})") << QList<qsizetype> {}
+            << QStringList { u"error:Unknown error occurred"_s };
+        QTest::newRow("error object in pieces with line breaks")
+            << 429 << QByteArray("{\n  \"error\": {\n    \"message\": \"Slow down\"\n  }\n}\n")
+            << QList<qsizetype> { 3, 20 } << QStringList { u"error:Slow down"_s };
+        QTest::newRow("error member that is a string is no error")
+            << 200 << QByteArray(R"({"error":"nope"})") << QList<qsizetype> {}
+            << QStringList { u"complete"_s };
+        QTest::newRow("error status, plain body")
+            << 502 << QByteArray("<html>upstream down</html>\n") << QList<qsizetype> {}
+            << QStringList { u"error:The service answered with HTTP 502 Bad Gateway."_s };
+        QTest::newRow("error status, no body")
+            << 503 << QByteArray() << QList<qsizetype> {}
+            << QStringList { u"error:The service answered with HTTP 503 Service Unavailable."_s };
+        QTest::newRow("error status with fragments is a stream")
+            << 500 << sse("ok") << QList<qsizetype> {} << QStringList { u"token:ok"_s, u"complete"_s };
+        QTest::newRow("no body at all")
+            << 200 << QByteArray() << QList<qsizetype> {} << QStringList { noResponse };
+    }
+
+    void serviceErrors()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QList<qsizetype>, splitAt);
+        QFETCH(QStringList, calls);
+        QCOMPARE(run(reply(body, splitAt, status)), calls);
+    }
+
+    // A failing transport always ends in one error naming it, after whatever the
+    // service said before, and never in "no response".
+    void transportFailures_data()
+    {
+        QTest::addColumn<FixtureReply>("scripted");
+        QTest::addColumn<QStringList>("before");
+
+        FixtureReply resetEarly = reply(sse("never"));
+        resetEarly.end = FixtureReply::End::Reset;
+        resetEarly.stopAt = 0;
+        QTest::newRow("reset before any body") << resetEarly << QStringList {};
+
+        FixtureReply resetMidStream = reply(sse("a") + sse("b"), { 30 });
+        resetMidStream.end = FixtureReply::End::Reset;
+        resetMidStream.stopAt = sse("a").size() + 10;
+        QTest::newRow("reset mid-stream") << resetMidStream << QStringList { u"token:a"_s };
+
+        FixtureReply resetAfterError = reply(R"(data: {"error":{"message":"bad"}})"
+                                             "\n"
+            + sse("b"));
+        resetAfterError.end = FixtureReply::End::Reset;
+        resetAfterError.stopAt = resetAfterError.body.indexOf("data", 5);
+        QTest::newRow("reset after a streamed error") << resetAfterError << QStringList { u"error:bad"_s };
+
+        FixtureReply stall = reply(sse("a") + sse("b"));
+        stall.end = FixtureReply::End::Stall;
+        stall.stopAt = sse("a").size();
+        QTest::newRow("stall") << stall << QStringList { u"token:a"_s };
+    }
+
+    void transportFailures()
+    {
+        QFETCH(FixtureReply, scripted);
+        QFETCH(QStringList, before);
+        const QStringList calls = run(scripted, 300ms);
+        QCOMPARE(calls.size(), before.size() + 1);
+        QCOMPARE(calls.mid(0, before.size()), before);
+        QVERIFY2(
+            calls.last().startsWith(u"error:"_s) && calls.last() != noResponse, qPrintable(calls.last()));
+    }
+
+    void idleTimeoutIsNamed()
+    {
+        FixtureReply stall = reply(sse("a"));
+        stall.end = FixtureReply::End::Stall;
+        stall.stopAt = 0;
+        QCOMPARE(run(stall, 200ms), QStringList { u"error:The request timed out."_s });
+    }
+
+    void unreachableService()
+    {
+        quint16 port = 0;
+        {
+            QTcpServer probe; // a port that was free a moment ago and has no listener now
+            QVERIFY(probe.listen(QHostAddress::LocalHost));
+            port = probe.serverPort();
+        }
+        const QStringList calls = run(QUrl(u"http://127.0.0.1:%1/chat"_s.arg(port)));
+        QCOMPARE(calls.size(), 1);
+        QVERIFY2(calls.first().startsWith(u"error:Connection refused"_s), qPrintable(calls.first()));
+    }
+
+    void logLinesOfATypicalStream()
+    {
+        StdoutCapture capture;
+        const QStringList calls = run(reply(sse("Hi") + "data: [DONE]\n\n", { 20 }));
+        const QStringList lines = capture.lines();
+        capture.restore(); // test failures are reported on stdout too
+        QCOMPARE(calls, (QStringList { u"token:Hi"_s, u"complete"_s }));
+        const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
+        QCOMPARE(lines,
+            (QStringList {
+                u"📡 [StreamDelegate] Response received"_s,
+                u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
+                u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
+                u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
+                u"📄 [StreamDelegate] Processing line: data: "_s + json,
+                u"📋 [StreamDelegate] Stream JSON: "_s + json,
+                u"📝 [StreamDelegate] Token received: Hi"_s,
+                u"📄 [StreamDelegate] Processing line: "_s,
+                u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
+                u"🏁 [StreamDelegate] Stream completed"_s,
+                u"📄 [StreamDelegate] Processing line: "_s,
+                u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                u"✅ [StreamDelegate] Stream completed successfully"_s,
+            }));
+    }
+
+    void cancelEndsWithoutOutcome()
+    {
+        FixtureReply stall = reply(sse("a") + sse("b"));
+        stall.end = FixtureReply::End::Stall;
+        stall.stopAt = sse("a").size();
+        m_server.route("/chat", stall);
+
+        StdoutCapture capture;
+        RewriteRecorder recorder;
+        StreamDelegate delegate(QNetworkRequest(m_server.url("/chat")), "{}", recorder.callbacks());
+        QSignalSpy done(&delegate, &StreamDelegate::finished);
+        QTRY_COMPARE(recorder.calls, QStringList { u"token:a"_s });
+        delegate.cancel();
+        QVERIFY(done.wait());
+        const QStringList lines = capture.lines();
+        capture.restore();
+        QCOMPARE(recorder.calls, QStringList { u"token:a"_s });
+        QVERIFY(
+            lines.contains(u"🔚 [StreamDelegate] Task completed - Error: Error Code=-999 \"cancelled\""_s));
+        QCOMPARE(lines.last(), u"🔄 [StreamDelegate] Request was cancelled"_s);
+    }
+
+    // Hostile replies end in a defined outcome, without growing without bound.
+    void badInput_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QStringList>("calls");
+
+        QTest::newRow("50 MB line, then an event")
+            << QByteArray("data: " + QByteArray(50 * 1024 * 1024, 'x') + "\n" + sse("ok"))
+            << QStringList { u"token:ok"_s, u"complete"_s };
+        QTest::newRow("1 MB fragment")
+            << sse(QByteArray(1024 * 1024, 'y'))
+            << QStringList { u"token:"_s + QString(1024 * 1024, u'y'), u"complete"_s };
+        QTest::newRow("raw NUL inside an event passes as a character")
+            << QByteArray(sse("a_b")).replace('_', '\0') + sse("ok")
+            << QStringList { u"token:a"_s + QChar(0) + u"b"_s, u"token:ok"_s, u"complete"_s };
+        QTest::newRow("invalid UTF-8")
+            << sse("a\xff\xfe b") << QStringList { u"token:a\uFFFD\uFFFD b"_s, u"complete"_s };
+        QTest::newRow("10,000 levels of nesting in an event")
+            << QByteArray("data: " + QByteArray(10000, '[') + QByteArray(10000, ']') + "\n" + sse("ok"))
+            << QStringList { u"token:ok"_s, u"complete"_s };
+        QTest::newRow("10,000 levels of nesting as the whole reply")
+            << QByteArray("{\"error\":" + QByteArray(10000, '{') + QByteArray(10000, '}') + "}")
+            << QStringList { u"complete"_s };
+    }
+
+    void badInput()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QStringList, calls);
+        StdoutCapture capture; // megabytes of log lines do not belong in the test output
+        const QStringList actual = run(reply(body, { body.size() / 3, body.size() / 2 }));
+        capture.restore();
+        QCOMPARE(actual, calls);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStreamDelegate)
+#include "TestStreamDelegate.moc"
