@@ -1,47 +1,43 @@
 import QtQuick
-import QtQuick.Shapes
 
-// An indeterminate activity indicator: a three-quarter ring turning in the secondary colour.
+// An indeterminate activity indicator: eight spokes fading round a circle.
 Item {
     id: spinner
 
     property bool running: true
     property int size: 20
     property color color: Theme.secondary
+    property int step: 0
 
     implicitWidth: size
     implicitHeight: size
     Accessible.role: Accessible.Animation
     Accessible.name: qsTr("Working")
 
-    Shape {
-        id: ring
-        anchors.fill: parent
-        layer.enabled: true
-        layer.samples: 4
+    Repeater {
+        model: 8
 
-        ShapePath {
-            strokeColor: spinner.color
-            strokeWidth: Math.max(2, spinner.size / 9)
-            fillColor: "transparent"
-            capStyle: ShapePath.RoundCap
-
-            PathAngleArc {
-                centerX: spinner.size / 2
-                centerY: spinner.size / 2
-                radiusX: spinner.size / 2 - 2
-                radiusY: spinner.size / 2 - 2
-                startAngle: -90
-                sweepAngle: 270
+        Rectangle {
+            required property int index
+            x: (spinner.width - width) / 2
+            y: 0
+            width: Math.max(2, Math.round(spinner.size / 9))
+            height: Math.round(spinner.size * 0.3)
+            radius: width / 2
+            color: spinner.color
+            opacity: 0.15 + 0.85 * (((index - spinner.step) % 8 + 8) % 8 === 0 ? 1 : 1 - (((spinner.step - index) % 8 + 8) % 8) / 8)
+            transform: Rotation {
+                origin.x: width / 2
+                origin.y: spinner.height / 2
+                angle: index * 45
             }
         }
+    }
 
-        RotationAnimator on rotation {
-            from: 0
-            to: 360
-            duration: 900
-            loops: Animation.Infinite
-            running: spinner.running && spinner.visible
-        }
+    Timer {
+        interval: 100
+        repeat: true
+        running: spinner.running && spinner.visible
+        onTriggered: spinner.step = (spinner.step + 1) % 8
     }
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+// What a popup needs of the application around it. The controller implements it; the
+// popup never includes the controller.
+class PopupHost
+{
+public:
+    virtual ~PopupHost() = default;
+
+    // Gives the keyboard back to the window that was in front when the popup opened;
+    // done(true) once it is in front again, done(false) when that cannot be done.
+    virtual void returnToPreviousApp(std::function<void(bool returned)> done) = 0;
+    // Writes the text over the selection of the window in front.
+    virtual void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) = 0;
+    virtual void copyToClipboard(const QString &text) = 0;
+};

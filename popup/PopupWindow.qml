@@ -1,0 +1,46 @@
+import QtQuick
+import Tessary.Ui
+import Tessary.Popup
+
+// The popup's window: frameless, above other windows, a fixed 360 × 500.
+Window {
+    id: window
+
+    required property PopupViewModel viewModel
+    property bool started: false
+
+    width: 360
+    height: 500
+    minimumWidth: width
+    maximumWidth: width
+    minimumHeight: height
+    maximumHeight: height
+    flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint
+    title: qsTr("Tessary")
+    color: Theme.background
+
+    // The first rewrite starts when the popup comes on screen, and only for a text.
+    onVisibleChanged: {
+        if (visible && !started) {
+            started = true;
+            if (viewModel.originalText.length > 0)
+                viewModel.run();
+        }
+    }
+
+    PopupView {
+        id: view
+        anchors.fill: parent
+        focus: true
+        viewModel: window.viewModel
+        onCloseRequested: window.close()
+        onMoveRequested: window.startSystemMove()
+    }
+
+    Connections {
+        target: window.viewModel
+        function onCloseRequested() {
+            window.close();
+        }
+    }
+}

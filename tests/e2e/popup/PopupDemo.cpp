@@ -1,0 +1,120 @@
+// Shows the popup in each of its looks, light and dark, and saves a picture of each:
+//     popup-demo OUTPUT_DIR
+// The service is played by a scripted rewriter, so every picture shows the same moment.
+
+#include "FakeRewriter.h"
+#include "PopupViewModel.h"
+#include "PopupWindowController.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QTest>
+
+#include <cstdio>
+#include <functional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString original
+    = u"hey so i looked at the numbers from last week and honestly i think we should push "
+      u"the launch by a few days, the onboarding flow still has that bug where people get "
+      u"stuck on step two and i don't want our first users to hit it. can we talk tomorrow?"_s;
+
+const QString rewrite
+    = u"I went through last week's numbers, and I think we should move the launch back a few "
+      u"days. The onboarding flow still has the bug where people get stuck on step two, and I "
+      u"don't want our first users running into it.\n\nCould we talk it over tomorrow morning?"_s;
+
+QPalette darkPalette()
+{
+    QPalette p;
+    p.setColor(QPalette::Window, QColor(0x2a, 0x2a, 0x2e));
+    p.setColor(QPalette::WindowText, QColor(0xec, 0xec, 0xee));
+    p.setColor(QPalette::Base, QColor(0x1f, 0x1f, 0x22));
+    p.setColor(QPalette::Text, QColor(0xec, 0xec, 0xee));
+    p.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3f));
+    p.setColor(QPalette::ButtonText, QColor(0xec, 0xec, 0xee));
+    p.setColor(QPalette::Highlight, QColor(0x8e, 0x4a, 0xc6));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    return p;
+}
+
+struct Scene
+{
+    QString name;
+    QString text;
+    std::function<void(FakeRewriter &, PopupViewModel &)> play;
+};
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QGuiApplication app(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: popup-demo OUTPUT_DIR\n");
+        return 2;
+    }
+    const QDir out(QString::fromLocal8Bit(argv[1]));
+    QDir().mkpath(out.absolutePath());
+
+    const QList<Scene> scenes {
+        { u"loading"_s, original, [](FakeRewriter &, PopupViewModel &) {} },
+        { u"streaming"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) { r.token(rewrite.first(rewrite.indexOf(u"bug"_s))); } },
+        { u"done"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) {
+                r.token(rewrite);
+                r.complete();
+            } },
+        { u"tone"_s, original,
+            [](FakeRewriter &r, PopupViewModel &vm) {
+                vm.selectTone(u"casual"_s);
+                r.token(
+                    u"Looked at last week's numbers – I think we should push the launch a few days. "
+                    u"Onboarding still has that step-two bug and I don't want our first users stuck on it. "
+                    u"Talk tomorrow?"_s);
+                r.complete();
+            } },
+        { u"error"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) {
+                r.token(rewrite.first(40));
+                r.error(u"Could not connect to the server."_s);
+            } },
+        { u"no-text"_s, QString(), [](FakeRewriter &, PopupViewModel &) {} },
+    };
+
+    const QPalette light = QGuiApplication::palette();
+    int failures = 0;
+    for (const bool dark : { false, true }) {
+        QGuiApplication::setPalette(dark ? darkPalette() : light);
+        QQmlEngine engine;
+        for (const Scene &scene : scenes) {
+            FakeRewriter rewriter;
+            PopupWindowController popup(scene.text, rewriter, nullptr, engine);
+            popup.showWindow();
+            if (!QTest::qWaitForWindowExposed(popup.window())) {
+                std::fprintf(stderr, "popup-demo: %s never came on screen\n", qPrintable(scene.name));
+                ++failures;
+                continue;
+            }
+            scene.play(rewriter, *popup.viewModel());
+            QTest::qWait(300); // let the spinner turn and the text settle into its frame
+            const QString file
+                = out.filePath(u"popup-%1-%2.png"_s.arg(scene.name, dark ? u"dark"_s : u"light"_s));
+            if (!popup.window()->grabWindow().save(file)) {
+                std::fprintf(stderr, "popup-demo: cannot write %s\n", qPrintable(file));
+                ++failures;
+            } else {
+                std::printf("%s\n", qPrintable(file));
+            }
+            popup.close();
+        }
+    }
+    return failures == 0 ? 0 : 1;
+}
