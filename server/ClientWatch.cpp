@@ -88,12 +88,12 @@ void ClientWatch::loop()
     }
 }
 
-int ClientWatch::findConnectedSocket(int localPort, int remotePort)
+std::vector<int> ClientWatch::connectedSockets(int localPort, int remotePort)
 {
+    std::vector<int> found;
     DIR *dir = opendir("/proc/self/fd");
     if (!dir)
-        return -1;
-    int found = -1;
+        return found;
     while (const dirent *entry = readdir(dir)) {
         char *end = nullptr;
         const long fd = std::strtol(entry->d_name, &end, 10);
@@ -107,10 +107,9 @@ int ClientWatch::findConnectedSocket(int localPort, int remotePort)
             || portOf(local) != localPort)
             continue;
         if (getpeername(int(fd), reinterpret_cast<sockaddr *>(&peer), &peerLength) != 0
-            || portOf(peer) != remotePort)
+            || (remotePort >= 0 && portOf(peer) != remotePort))
             continue;
-        found = int(fd);
-        break;
+        found.push_back(int(fd));
     }
     closedir(dir);
     return found;

@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 // Notices at once when a client hangs up while its rewrite is waiting on the model,
 // so the upstream request can be dropped instead of running on for nobody.
@@ -23,9 +24,10 @@ public:
     // After it returns, the callback of `id` is not running and will not run.
     void remove(int id);
 
-    // The socket of this process connected from local port `localPort` to remote port
-    // `remotePort`, or -1. The HTTP library does not hand its handlers their socket.
-    static int findConnectedSocket(int localPort, int remotePort);
+    // The sockets of this process connected from local port `localPort` (to remote port
+    // `remotePort`, or to any when it is -1). The HTTP library hands its handlers neither
+    // their socket nor a way to end idle connections.
+    static std::vector<int> connectedSockets(int localPort, int remotePort = -1);
 
 private:
     void loop();

@@ -13,6 +13,7 @@
 
 #include <csignal>
 #include <httplib.h>
+#include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
 
@@ -137,6 +138,12 @@ bool RewriteServer::start()
 void RewriteServer::stop()
 {
     m_server->stop();
+    // Connections kept alive between requests would hold their threads, and so the
+    // shutdown, until their keep-alive time runs out.
+    if (m_port > 0) {
+        for (const int socket : ClientWatch::connectedSockets(m_port))
+            ::shutdown(socket, SHUT_RDWR);
+    }
     if (m_thread.joinable())
         m_thread.join();
 }
@@ -201,7 +208,8 @@ void RewriteServer::handleRewrite(const httplib::Request &request, httplib::Resp
                       .arg(rewrite.tone));
     }
 
-    const int clientSocket = ClientWatch::findConnectedSocket(request.local_port, request.remote_port);
+    const std::vector<int> sockets = ClientWatch::connectedSockets(request.local_port, request.remote_port);
+    const int clientSocket = sockets.empty() ? -1 : sockets.front();
     response.set_header("Cache-Control", "no-cache");
     response.set_header("X-Accel-Buffering", "no"); // reverse proxies must not hold fragments back
     response.set_chunked_content_provider(

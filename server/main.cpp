@@ -9,20 +9,9 @@
 
 #include <csignal>
 #include <cstdio>
+#include <pthread.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-RewriteServer *runningServer = nullptr;
-
-void stopOnSignal(int)
-{
-    if (runningServer)
-        runningServer->stop();
-}
-
-} // namespace
 
 int main(int argc, char *argv[])
 {
@@ -58,6 +47,13 @@ int main(int argc, char *argv[])
         }
     }
 
+    // Threads started from here on leave SIGINT and SIGTERM to the main thread, which waits
+    // for them and stops the server as ordinary code, not inside a signal handler.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     RewriteServer server(config);
     if (!server.bind()) {
         std::fprintf(stderr, "tessary-server: %s\n", qPrintable(server.error()));
@@ -78,11 +74,10 @@ int main(int argc, char *argv[])
     if (config.verbose)
         serverLog(u"verbose: request texts and samples will be logged"_s);
 
-    runningServer = &server;
-    std::signal(SIGINT, stopOnSignal);
-    std::signal(SIGTERM, stopOnSignal);
-    server.run();
-    runningServer = nullptr;
+    server.start();
+    int received = 0;
+    sigwait(&stopSignals, &received);
+    server.stop();
     serverLog(u"tessary-server stopped"_s);
     return 0;
 }

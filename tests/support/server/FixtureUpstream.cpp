@@ -1,0 +1,124 @@
+#include "FixtureUpstream.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include <csignal>
+#include <httplib.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray contentEvent(const QString &text)
+{
+    const QJsonObject event {
+        { "choices"_L1,
+            QJsonArray { QJsonObject { { "delta"_L1, QJsonObject { { "content"_L1, text } } } } } },
+    };
+    return "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
+}
+
+bool send(httplib::DataSink &sink, const QByteArray &bytes)
+{
+    return sink.write(bytes.constData(), size_t(bytes.size()));
+}
+
+} // namespace
+
+FixtureUpstream::FixtureUpstream(int threads)
+    : m_server(std::make_unique<httplib::Server>())
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    m_server->new_task_queue = [threads] { return new httplib::ThreadPool(size_t(threads)); };
+    m_server->set_tcp_nodelay(true);
+    m_server->Post(
+        "/v1/chat/completions", [this](const httplib::Request &request, httplib::Response &response) {
+            UpstreamScript script;
+            {
+                std::lock_guard lock(m_mutex);
+                m_requests.append({ QString::fromStdString(request.get_header_value("Authorization")),
+                    QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object() });
+                script = m_script;
+            }
+            response.status = script.status;
+            if (!script.wholeBody.isEmpty()) {
+                response.set_content(script.wholeBody.toStdString(), "application/json");
+                ++m_finished;
+                return;
+            }
+            response.set_chunked_content_provider(
+                "text/event-stream", [this, script](size_t, httplib::DataSink &sink) {
+                    const int count
+                        = script.stampFragments ? script.fragmentCount : int(script.fragments.size());
+                    for (int i = 0; i < count; ++i) {
+                        if (i > 0 && script.interval.count() > 0)
+                            std::this_thread::sleep_for(script.interval);
+                        if (i == script.stallAfter) {
+                            // Comment lines every few ms find out when the reader has gone.
+                            while (!m_released) {
+                                if (!send(sink, ":\n")) {
+                                    ++m_abandoned;
+                                    return false;
+                                }
+                                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                            }
+                        }
+                        const QString text = script.stampFragments
+                            ? QString::number(std::chrono::steady_clock::now().time_since_epoch().count())
+                            : script.fragments.at(i);
+                        if (!send(sink, contentEvent(text))) {
+                            ++m_abandoned;
+                            return false;
+                        }
+                    }
+                    if (!script.errorEvent.isEmpty())
+                        send(sink, "data: " + script.errorEvent + "\n\n");
+                    if (script.sendDone)
+                        send(sink, "data: [DONE]\n\n");
+                    ++m_finished;
+                    sink.done();
+                    return true;
+                });
+        });
+}
+
+FixtureUpstream::~FixtureUpstream()
+{
+    m_released = true;
+    m_server->stop();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+bool FixtureUpstream::start()
+{
+    m_port = m_server->bind_to_any_port("127.0.0.1");
+    if (m_port <= 0)
+        return false;
+    m_thread = std::thread([this] { m_server->listen_after_bind(); });
+    return true;
+}
+
+QString FixtureUpstream::baseUrl() const
+{
+    return u"http://127.0.0.1:%1/v1"_s.arg(m_port);
+}
+
+void FixtureUpstream::setScript(const UpstreamScript &script)
+{
+    std::lock_guard lock(m_mutex);
+    m_script = script;
+    m_released = false;
+}
+
+void FixtureUpstream::release()
+{
+    m_released = true;
+}
+
+QList<UpstreamRequest> FixtureUpstream::requests() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_requests;
+}

@@ -1,0 +1,382 @@
+// tessary-server over real loopback HTTP: a Qt client on one side, the fixture model
+// server on the other.
+
+#include "RewriteServer.h"
+#include "server/FixtureUpstream.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString token = u"test-client-token"_s;
+
+QByteArray rewriteBody(
+    const QString &text, const QStringList &examples = {}, const QString &tone = u"natural"_s)
+{
+    const QJsonObject body {
+        { "stream"_L1, true },
+        { "examples"_L1, QJsonArray::fromStringList(examples) },
+        { "tone"_L1, tone },
+        { "messages"_L1,
+            QJsonArray { QJsonObject {
+                { "role"_L1, "user"_L1 }, { "content"_L1, u"Rewrite this in my voice:\n\n"_s + text } } } },
+    };
+    return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+// Reads the reply the way the desktop program does: line by line as bytes arrive.
+class StreamReader : public QObject
+{
+public:
+    explicit StreamReader(QNetworkReply *reply)
+        : reply(reply)
+    {
+        connect(reply, &QNetworkReply::readyRead, this, [this] { take(); });
+        connect(reply, &QNetworkReply::finished, this, [this] {
+            take();
+            finished = true;
+        });
+    }
+
+    QPointer<QNetworkReply> reply;
+    QByteArray body;
+    QStringList fragments;
+    QStringList errors;
+    bool done = false;
+    bool finished = false;
+
+    int status() const { return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(); }
+
+private:
+    void take()
+    {
+        if (!reply || !reply->isOpen())
+            return;
+        body += reply->readAll();
+        qsizetype end;
+        while ((end = body.indexOf('\n', m_consumed)) >= 0) {
+            const QByteArray line = body.mid(m_consumed, end - m_consumed);
+            m_consumed = end + 1;
+            if (!line.startsWith("data: "))
+                continue;
+            const QByteArray payload = line.mid(6);
+            if (payload == "[DONE]") {
+                done = true;
+                continue;
+            }
+            const QJsonObject event = QJsonDocument::fromJson(payload).object();
+            if (event.contains("error"_L1))
+                errors << event.value("error"_L1).toObject().value("message"_L1).toString();
+            else
+                fragments << event.value("choices"_L1)[0]["delta"_L1]["content"_L1].toString();
+        }
+    }
+    qsizetype m_consumed = 0;
+};
+
+} // namespace
+
+class TestRewriteServer : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<RewriteServer> startServer(const ServerConfig &overrides)
+    {
+        auto server = std::make_unique<RewriteServer>(overrides);
+        if (!server->start())
+            return nullptr;
+        return server;
+    }
+
+    ServerConfig configFor(const QString &upstreamUrl)
+    {
+        ServerConfig config;
+        config.port = 0;
+        config.clientToken = token;
+        config.upstreamUrl = upstreamUrl;
+        config.model = u"tiny-model"_s;
+        config.upstreamKey = u"upstream-secret"_s;
+        config.releaseVersion = u"1.0.0"_s;
+        config.maxBodyBytes = 64 * 1024;
+        return config;
+    }
+
+    StreamReader *post(RewriteServer &server, const QByteArray &body,
+        const QString &authorization = u"Bearer "_s + token,
+        const QString &path = u"/api/v1/chat/completions"_s)
+    {
+        QNetworkRequest request(QUrl(u"http://127.0.0.1:%1%2"_s.arg(server.port()).arg(path)));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+        if (!authorization.isEmpty())
+            request.setRawHeader("Authorization", authorization.toUtf8());
+        auto *reader = new StreamReader(m_network.post(request, body));
+        reader->setParent(this);
+        return reader;
+    }
+
+    QNetworkAccessManager m_network;
+    FixtureUpstream m_upstream;
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_upstream.start()); }
+
+    void upstreamGetsThePromptAndTheTextUnchanged_data()
+    {
+        QTest::addColumn<QString>("tone");
+        QTest::addColumn<QString>("toneText");
+        QTest::newRow("known tone") << u"punchy"_s << u"short sentences, strong verbs"_s;
+        QTest::newRow("unknown tone passed on as words") << u"like a pirate"_s << u"Tone: like a pirate."_s;
+    }
+    void upstreamGetsThePromptAndTheTextUnchanged()
+    {
+        QFETCH(QString, tone);
+        QFETCH(QString, toneText);
+        UpstreamScript script;
+        script.fragments = { u"Hey"_s, u" there"_s, u" — ✓"_s };
+        m_upstream.setScript(script);
+        const int before = int(m_upstream.requests().size());
+        auto server = startServer(configFor(m_upstream.baseUrl()));
+        QVERIFY(server);
+
+        const QString text = u"  Line one \"quoted\" \\ back\n\n- item 日本語 🙂\t"_s;
+        StreamReader *reply
+            = post(*server, rewriteBody(text, { u"Cheers, Sam"_s, u"Yo, quick one:"_s }, tone));
+        QTRY_VERIFY(reply->finished);
+
+        QCOMPARE(reply->status(), 200);
+        QCOMPARE(reply->fragments, script.fragments);
+        QVERIFY(reply->errors.isEmpty());
+        QVERIFY(reply->done);
+
+        QCOMPARE(m_upstream.requests().size(), before + 1);
+        const UpstreamRequest seen = m_upstream.requests().last();
+        QCOMPARE(seen.authorization, u"Bearer upstream-secret"_s);
+        QCOMPARE(seen.body.value("model"_L1).toString(), u"tiny-model"_s);
+        QCOMPARE(seen.body.value("stream"_L1).toBool(), true);
+        const QJsonArray messages = seen.body.value("messages"_L1).toArray();
+        QCOMPARE(messages.size(), 2);
+        QCOMPARE(messages[0]["role"_L1].toString(), u"system"_s);
+        const QString system = messages[0]["content"_L1].toString();
+        QVERIFY(system.contains(u"Cheers, Sam"_s));
+        QVERIFY(system.contains(u"Yo, quick one:"_s));
+        QVERIFY2(system.contains(toneText), qPrintable(system));
+        QCOMPARE(messages[1]["role"_L1].toString(), u"user"_s);
+        QCOMPARE(messages[1]["content"_L1].toString(), text);
+    }
+
+    // The first fragments must reach the client while the upstream is still writing.
+    void fragmentsArriveBeforeTheUpstreamFinishes()
+    {
+        UpstreamScript script;
+        script.fragments = { u"one"_s, u"two"_s, u"three"_s };
+        script.stallAfter = 2;
+        m_upstream.setScript(script);
+        const int finishedBefore = m_upstream.finishedReplies();
+        auto server = startServer(configFor(m_upstream.baseUrl()));
+        QVERIFY(server);
+
+        StreamReader *reply = post(*server, rewriteBody(u"text"_s));
+        QTRY_COMPARE(reply->fragments, QStringList({ u"one"_s, u"two"_s }));
+        QCOMPARE(m_upstream.finishedReplies(), finishedBefore);
+        QVERIFY(!reply->finished);
+
+        m_upstream.release();
+        QTRY_VERIFY(reply->finished);
+        QCOMPARE(reply->fragments, script.fragments);
+        QVERIFY(reply->done);
+    }
+
+    void clientHangUpDropsTheUpstreamRequest()
+    {
+        UpstreamScript script;
+        script.fragments = { u"first"_s, u"never"_s };
+        script.stallAfter = 1;
+        m_upstream.setScript(script);
+        const int abandonedBefore = m_upstream.abandonedReplies();
+        auto server = startServer(configFor(m_upstream.baseUrl()));
+        QVERIFY(server);
+
+        StreamReader *reply = post(*server, rewriteBody(u"text"_s));
+        QTRY_COMPARE(reply->fragments, QStringList { u"first"_s });
+        QCOMPARE(server->activeStreams(), 1);
+        reply->reply->abort();
+
+        QTRY_COMPARE(m_upstream.abandonedReplies(), abandonedBefore + 1);
+        QTRY_COMPARE(server->activeStreams(), 0);
+    }
+
+    void refusesStreamsBeyondTheLimit()
+    {
+        UpstreamScript script;
+        script.fragments = { u"a"_s, u"b"_s };
+        script.stallAfter = 1;
+        m_upstream.setScript(script);
+        ServerConfig config = configFor(m_upstream.baseUrl());
+        config.maxStreams = 1;
+        auto server = startServer(config);
+        QVERIFY(server);
+
+        StreamReader *first = post(*server, rewriteBody(u"first"_s));
+        QTRY_COMPARE(first->fragments.size(), 1);
+        StreamReader *second = post(*server, rewriteBody(u"second"_s));
+        QTRY_VERIFY(second->finished);
+        QCOMPARE(second->status(), 503);
+        QVERIFY(second->body.contains("server_busy"));
+
+        m_upstream.release();
+        QTRY_VERIFY(first->finished);
+        QVERIFY(first->done);
+        StreamReader *third = post(*server, rewriteBody(u"third"_s));
+        QTRY_VERIFY(third->finished);
+        QCOMPARE(third->status(), 200);
+    }
+
+    void failuresReachTheClientAsErrorObjects_data()
+    {
+        QTest::addColumn<QString>("upstreamUrl"); // "fixture": the fixture upstream
+        QTest::addColumn<int>("upstreamStatus");
+        QTest::addColumn<QByteArray>("upstreamBody"); // whole reply instead of a stream
+        QTest::addColumn<QStringList>("upstreamFragments");
+        QTest::addColumn<QByteArray>("upstreamErrorEvent");
+        QTest::addColumn<QString>("authorization");
+        QTest::addColumn<QByteArray>("requestBody");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QStringList>("fragments");
+        QTest::addColumn<QString>("message"); // contained in the error's message
+        QTest::addColumn<bool>("streamed"); // error event inside the stream, or a JSON error reply
+
+        const QString bearer = u"Bearer "_s + token;
+        const QByteArray body = rewriteBody(u"text"_s);
+        const QString fixture = u"fixture"_s;
+        QTest::newRow("no upstream configured")
+            << QString() << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body << 200
+            << QStringList()
+            << u"No language model is configured for tessary-server: set upstream_url, for example "
+               "http://localhost:11434/v1 for Ollama."_s
+            << true;
+        QTest::newRow("upstream not an http address")
+            << u"localhost:11434"_s << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body
+            << 200 << QStringList() << u"is not an http:// or https:// address"_s << true;
+        QTest::newRow("upstream unreachable")
+            << u"http://127.0.0.1:1/v1"_s << 200 << QByteArray() << QStringList() << QByteArray() << bearer
+            << body << 200 << QStringList()
+            << u"cannot reach the language model server at http://127.0.0.1:1/v1"_s << true;
+        QTest::newRow("upstream refuses its key")
+            << fixture << 401 << QByteArray(R"({"error":{"message":"Incorrect API key provided"}})")
+            << QStringList() << QByteArray() << bearer << body << 200 << QStringList()
+            << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s << true;
+        QTest::newRow("upstream error page")
+            << fixture << 502 << QByteArray("<html>bad gateway</html>") << QStringList() << QByteArray()
+            << bearer << body << 200 << QStringList() << u"answered HTTP 502."_s << true;
+        QTest::newRow("upstream error event after fragments")
+            << fixture << 200 << QByteArray() << QStringList { u"Partial"_s }
+            << QByteArray(R"({"error":{"message":"model overloaded"}})") << bearer << body << 200
+            << QStringList { u"Partial"_s } << u"reported an error: model overloaded"_s << true;
+        QTest::newRow("upstream answers without text")
+            << fixture << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body << 200
+            << QStringList() << u"returned no text"_s << true;
+        QTest::newRow("wrong client token")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << u"Bearer nope"_s
+            << body << 401 << QStringList() << u"Invalid API key"_s << false;
+        QTest::newRow("token with a different length")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer + u"x"_s
+            << body << 401 << QStringList() << u"Invalid API key"_s << false;
+        QTest::newRow("no client token")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << QString() << body
+            << 401 << QStringList() << u"Invalid API key"_s << false;
+        QTest::newRow("body not JSON")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
+            << QByteArray("{\"messages\": [") << 400 << QStringList() << u"not a JSON object"_s << false;
+        QTest::newRow("no user message")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
+            << QByteArray(R"({"stream":true,"examples":[],"tone":"natural","messages":[]})") << 400
+            << QStringList() << u"user message"_s << false;
+        QTest::newRow("examples not strings")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
+            << QByteArray(R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})") << 400
+            << QStringList() << u"\"examples\""_s << false;
+        QTest::newRow("body over the limit")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
+            << rewriteBody(QString(70 * 1024, u'a')) << 413 << QStringList()
+            << u"larger than tessary-server accepts"_s << false;
+    }
+    void failuresReachTheClientAsErrorObjects()
+    {
+        QFETCH(QString, upstreamUrl);
+        QFETCH(int, upstreamStatus);
+        QFETCH(QByteArray, upstreamBody);
+        QFETCH(QStringList, upstreamFragments);
+        QFETCH(QByteArray, upstreamErrorEvent);
+        QFETCH(QString, authorization);
+        QFETCH(QByteArray, requestBody);
+        QFETCH(int, status);
+        QFETCH(QStringList, fragments);
+        QFETCH(QString, message);
+        QFETCH(bool, streamed);
+
+        UpstreamScript script;
+        script.status = upstreamStatus;
+        script.wholeBody = upstreamBody;
+        script.fragments = upstreamFragments;
+        script.errorEvent = upstreamErrorEvent;
+        script.sendDone = upstreamErrorEvent.isEmpty();
+        m_upstream.setScript(script);
+        const int upstreamRequestsBefore = int(m_upstream.requests().size());
+        auto server
+            = startServer(configFor(upstreamUrl == "fixture"_L1 ? m_upstream.baseUrl() : upstreamUrl));
+        QVERIFY(server);
+
+        StreamReader *reply = post(*server, requestBody, authorization);
+        QTRY_VERIFY(reply->finished);
+        QCOMPARE(reply->status(), status);
+        QCOMPARE(reply->fragments, fragments);
+        QVERIFY(!reply->done);
+        if (streamed) {
+            QCOMPARE(reply->errors.size(), 1);
+            QVERIFY2(reply->errors.first().contains(message), qPrintable(reply->errors.first()));
+        } else {
+            // The whole reply is one error object, as the program expects for refusals.
+            const QJsonObject error
+                = QJsonDocument::fromJson(reply->body).object().value("error"_L1).toObject();
+            QCOMPARE(error.value("type"_L1).toString(), u"invalid_request_error"_s);
+            QVERIFY2(error.value("message"_L1).toString().contains(message), reply->body.constData());
+            QCOMPARE(m_upstream.requests().size(), upstreamRequestsBefore);
+        }
+        QCOMPARE(server->activeStreams(), 0);
+    }
+
+    void versionNeedsNoTokenAndServesTheConfiguredRelease()
+    {
+        ServerConfig config = configFor(m_upstream.baseUrl());
+        config.releaseVersion = u"2.3.4"_s;
+        config.releaseDownloadUrl = u"https://example.org/tessary.deb"_s;
+        config.releaseNotes = u"Faster."_s;
+        config.releaseMinimumVersion = u"2.0.0"_s;
+        auto server = startServer(config);
+        QVERIFY(server);
+
+        QNetworkReply *reply = m_network.get(
+            QNetworkRequest(QUrl(u"http://127.0.0.1:%1/api/v1/version"_s.arg(server->port()))));
+        QTRY_VERIFY(reply->isFinished());
+        const QJsonObject answer = QJsonDocument::fromJson(reply->readAll()).object();
+        reply->deleteLater();
+        QCOMPARE(answer.value("success"_L1).toBool(), true);
+        const QJsonObject data = answer.value("data"_L1).toObject();
+        QCOMPARE(data.value("current_version"_L1).toString(), u"2.3.4"_s);
+        QCOMPARE(data.value("download_url"_L1).toString(), u"https://example.org/tessary.deb"_s);
+        QCOMPARE(data.value("release_notes"_L1).toString(), u"Faster."_s);
+        QCOMPARE(data.value("minimum_supported_version"_L1).toString(), u"2.0.0"_s);
+        QVERIFY(data.value("force_update"_L1).isBool());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRewriteServer)
+#include "TestRewriteServer.moc"
