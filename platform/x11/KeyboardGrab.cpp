@@ -168,7 +168,7 @@ bool X11KeyboardGrab::grab()
             qCDebug(lcKeyboardGrab) << "grab refused, X error" << error->error_code;
         }
     }
-    m_grabbed = true; // whatever part was granted is released by ungrab()
+    m_grabbedStates = states; // whatever part was granted is released by ungrab()
     if (refused) {
         ungrab();
         return false;
@@ -178,12 +178,12 @@ bool X11KeyboardGrab::grab()
 
 void X11KeyboardGrab::ungrab()
 {
-    if (!m_grabbed || xcb_connection_has_error(m_connection))
+    if (m_grabbedStates.isEmpty() || xcb_connection_has_error(m_connection))
         return;
-    for (const quint16 state : grabStates(m_bits))
+    for (const quint16 state : std::as_const(m_grabbedStates))
         xcb_ungrab_key(m_connection, hKeycode, m_root, state);
     xcb_flush(m_connection);
-    m_grabbed = false;
+    m_grabbedStates.clear();
 }
 
 void X11KeyboardGrab::readEvents()
@@ -205,8 +205,10 @@ void X11KeyboardGrab::readEvents()
             if (notify->request == XCB_MAPPING_POINTER)
                 break;
             xcb_refresh_keyboard_mapping(m_keySymbols, notify);
-            ungrab();
             readModifierMapping();
+            if (grabStates(m_bits) == m_grabbedStates)
+                break; // keep the grab: releasing it even briefly could lose a press
+            ungrab();
             if (!grab())
                 qCWarning(lcKeyboardGrab) << "Ctrl+Alt+H could not be taken again after a keyboard change";
             break;

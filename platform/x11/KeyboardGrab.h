@@ -2,6 +2,7 @@
 
 #include "Platform.h"
 
+#include <QList>
 #include <QObject>
 
 #include <utility>
@@ -57,5 +58,5 @@ private:
     QSocketNotifier *m_notifier = nullptr;
     std::function<bool(int, quint64)> m_handler;
     ModifierBits m_bits;
-    bool m_grabbed = false;
+    QList<quint16> m_grabbedStates; // empty while nothing is grabbed
 };

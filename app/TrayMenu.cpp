@@ -1,0 +1,110 @@
+#include "TrayMenu.h"
+
+#include "UpdateService.h"
+
+#include <QAction>
+#include <QCursor>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QMenu>
+#include <QPalette>
+#include <QSystemTrayIcon>
+
+using namespace Qt::StringLiterals;
+
+TrayMenu::TrayMenu(UpdateService &updates, QObject *parent)
+    : QObject(parent)
+    , m_updates(updates)
+    , m_icon(new QSystemTrayIcon(this))
+{
+    updateIcon();
+    updateToolTip();
+    // Panels that speak only XEmbed report a left click as activation and open no
+    // menu themselves; every other tray utility opens its menu there.
+    connect(m_icon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger && m_menu && !m_menu->isVisible())
+            m_menu->popup(QCursor::pos());
+    });
+    connect(&m_updates, &UpdateService::upToDate, this,
+        [this](const QString &version) { notify(u"Tessary %1 is up to date."_s.arg(version)); });
+    connect(&m_updates, &UpdateService::checkFailed, this,
+        [this](const QString &reason) { notify(u"Could not check for updates: %1"_s.arg(reason)); });
+    qApp->installEventFilter(this);
+    rebuild();
+    m_icon->show();
+}
+
+TrayMenu::~TrayMenu()
+{
+    m_icon->hide();
+    delete m_menu;
+}
+
+void TrayMenu::rebuild()
+{
+    auto *menu = new QMenu;
+    menu->setAccessibleName(u"Tessary"_s);
+    connect(menu->addAction(u"Rewrite as me  Ctrl+Alt+H"_s), &QAction::triggered, this,
+        &TrayMenu::rewriteRequested);
+    menu->addSeparator();
+
+    QAction *update = menu->addAction(u"Check for Updates…"_s);
+    if (m_updates.updateAvailable()) {
+        update->setText(u"Update Available!"_s);
+        QFont bold = update->font();
+        bold.setBold(true);
+        update->setFont(bold);
+    }
+    connect(update, &QAction::triggered, this, &TrayMenu::updateItemChosen);
+
+    QAction *settings = menu->addAction(u"Settings…"_s);
+    // Shown for the user; they work while the menu is open.
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    connect(settings, &QAction::triggered, this, &TrayMenu::settingsRequested);
+    menu->addSeparator();
+    QAction *quit = menu->addAction(u"Quit Tessary"_s);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    connect(quit, &QAction::triggered, this, &TrayMenu::quitRequested);
+
+    m_icon->setContextMenu(menu);
+    // The old menu may be the one whose item is being handled right now.
+    if (m_menu)
+        m_menu->deleteLater();
+    m_menu = menu;
+}
+
+void TrayMenu::setShortcutAvailable(bool available)
+{
+    m_shortcutAvailable = available;
+    updateToolTip();
+}
+
+bool TrayMenu::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange)
+        updateIcon();
+    return QObject::eventFilter(watched, event);
+}
+
+void TrayMenu::updateIcon()
+{
+    // Monochrome, in the ink that stands out on the panel's own colour.
+    const bool darkPanel = QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+    QIcon icon(darkPanel ? u":/tessary/icons/tray-light.svg"_s : u":/tessary/icons/tray-dark.svg"_s);
+    if (icon.availableSizes().isEmpty() && icon.pixmap(22).isNull())
+        icon = QIcon::fromTheme(u"sparkles"_s, QIcon::fromTheme(u"starred"_s));
+    m_icon->setIcon(icon);
+}
+
+void TrayMenu::updateToolTip()
+{
+    m_icon->setToolTip(m_shortcutAvailable
+            ? u"Tessary — Ctrl+Alt+H rewrites the selection"_s
+            : u"Tessary — Ctrl+Alt+H is unavailable: another program uses it. Use the menu instead."_s);
+}
+
+void TrayMenu::notify(const QString &message)
+{
+    m_icon->showMessage(u"Tessary"_s, message, QSystemTrayIcon::Information);
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QObject>
+
+class QAction;
+class QMenu;
+class QSystemTrayIcon;
+class UpdateService;
+
+// The program's one tray icon and its menu. The menu is rebuilt from the update
+// state whenever asked; the icon itself is made once, so the panel never shows two.
+class TrayMenu : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit TrayMenu(UpdateService &updates, QObject *parent = nullptr);
+    ~TrayMenu() override;
+
+    // Builds the menu anew from the update state of this moment.
+    void rebuild();
+    // Says in the tooltip that Ctrl+Alt+H belongs to another program.
+    void setShortcutAvailable(bool available);
+
+    QSystemTrayIcon *icon() const { return m_icon; }
+    QMenu *menu() const { return m_menu; }
+
+Q_SIGNALS:
+    void rewriteRequested();
+    void updateItemChosen();
+    void settingsRequested();
+    void quitRequested();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void updateIcon();
+    void updateToolTip();
+    void notify(const QString &message);
+
+    UpdateService &m_updates;
+    QSystemTrayIcon *m_icon;
+    QMenu *m_menu = nullptr;
+    bool m_shortcutAvailable = true;
+};

@@ -1,0 +1,102 @@
+#include "AppDelegate.h"
+#include "x11/KeyboardGrab.h"
+
+#include <QTest>
+
+// What reaches the controller from the X server: a key event's keycode and modifier
+// state, translated with the modifier mapping of the session, then judged.
+using Bits = X11KeyboardGrab::ModifierBits;
+Q_DECLARE_METATYPE(Bits)
+
+namespace {
+constexpr quint16 Shift = XCB_MOD_MASK_SHIFT;
+constexpr quint16 Lock = XCB_MOD_MASK_LOCK;
+constexpr quint16 Ctrl = XCB_MOD_MASK_CONTROL;
+constexpr quint16 Mod1 = XCB_MOD_MASK_1;
+constexpr quint16 Mod2 = XCB_MOD_MASK_2;
+constexpr quint16 Mod3 = XCB_MOD_MASK_3;
+constexpr quint16 Mod4 = XCB_MOD_MASK_4;
+constexpr quint16 Mod5 = XCB_MOD_MASK_5;
+constexpr xcb_keycode_t hPosition = 43;
+constexpr xcb_keycode_t jPosition = 44;
+
+const Bits usual { .alt = Mod1, .super = Mod4, .numLock = Mod2, .scrollLock = 0 };
+const Bits scrollLockMapped { .alt = Mod1, .super = Mod4, .numLock = Mod2, .scrollLock = Mod3 };
+const Bits numLockOnMod3 { .alt = Mod1, .super = Mod4, .numLock = Mod3, .scrollLock = 0 };
+const Bits altOnMod3 { .alt = Mod3, .super = Mod4, .numLock = Mod2, .scrollLock = 0 };
+const Bits noNumLock { .alt = Mod1, .super = Mod4, .numLock = 0, .scrollLock = 0 };
+} // namespace
+
+class TestHotkey : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void keyEvents_data();
+    void keyEvents();
+    void everyGrabbedStateIsTheShortcut_data();
+    void everyGrabbedStateIsTheShortcut();
+};
+
+void TestHotkey::keyEvents_data()
+{
+    QTest::addColumn<Bits>("bits");
+    QTest::addColumn<int>("keycode");
+    QTest::addColumn<int>("state");
+    QTest::addColumn<bool>("shortcut");
+
+    QTest::newRow("Ctrl+Alt+H") << usual << int(hPosition) << Ctrl + Mod1 << true;
+    QTest::newRow("with Caps Lock") << usual << int(hPosition) << Ctrl + Mod1 + Lock << true;
+    QTest::newRow("with Num Lock") << usual << int(hPosition) << Ctrl + Mod1 + Mod2 << true;
+    QTest::newRow("with every lock") << scrollLockMapped << int(hPosition) << Ctrl + Mod1 + Mod2 + Mod3 + Lock
+                                     << true;
+    QTest::newRow("with AltGr (level three)") << usual << int(hPosition) << Ctrl + Mod1 + Mod5 << true;
+    QTest::newRow("Num Lock on Mod3") << numLockOnMod3 << int(hPosition) << Ctrl + Mod1 + Mod3 << true;
+    QTest::newRow("Alt on Mod3") << altOnMod3 << int(hPosition) << Ctrl + Mod3 << true;
+    QTest::newRow("Mod1 is not Alt there") << altOnMod3 << int(hPosition) << Ctrl + Mod1 << false;
+    QTest::newRow("Shift too") << usual << int(hPosition) << Ctrl + Mod1 + Shift << false;
+    QTest::newRow("Super too") << usual << int(hPosition) << Ctrl + Mod1 + Mod4 << false;
+    QTest::newRow("Ctrl+H") << usual << int(hPosition) << int(Ctrl) << false;
+    QTest::newRow("Alt+H") << usual << int(hPosition) << int(Mod1) << false;
+    QTest::newRow("H alone") << usual << int(hPosition) << 0 << false;
+    QTest::newRow("Ctrl+Alt on the J position") << usual << int(jPosition) << Ctrl + Mod1 << false;
+}
+
+void TestHotkey::keyEvents()
+{
+    QFETCH(Bits, bits);
+    QFETCH(int, keycode);
+    QFETCH(int, state);
+    QFETCH(bool, shortcut);
+
+    const auto [keyCode, flags] = X11KeyboardGrab::translate(xcb_keycode_t(keycode), quint16(state), bits);
+    QCOMPARE(AppDelegate::isHotkey(keyCode, flags), shortcut);
+}
+
+void TestHotkey::everyGrabbedStateIsTheShortcut_data()
+{
+    QTest::addColumn<Bits>("bits");
+    QTest::addColumn<int>("combinations"); // Caps Lock always, Num and Scroll Lock where mapped
+
+    QTest::newRow("usual") << usual << 4;
+    QTest::newRow("Scroll Lock mapped") << scrollLockMapped << 8;
+    QTest::newRow("no Num Lock key") << noNumLock << 2;
+    QTest::newRow("Alt on Mod3") << altOnMod3 << 4;
+}
+
+void TestHotkey::everyGrabbedStateIsTheShortcut()
+{
+    QFETCH(Bits, bits);
+    QFETCH(int, combinations);
+
+    const QList<quint16> states = X11KeyboardGrab::grabStates(bits);
+    QCOMPARE(states.size(), combinations);
+    for (const quint16 state : states) {
+        QCOMPARE(quint16(state & (Ctrl | bits.alt)), quint16(Ctrl | bits.alt));
+        const auto [keyCode, flags] = X11KeyboardGrab::translate(hPosition, state, bits);
+        QVERIFY2(AppDelegate::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
+    }
+}
+
+QTEST_APPLESS_MAIN(TestHotkey)
+#include "TestHotkey.moc"
