@@ -1,0 +1,156 @@
+// The desktop program's own HumanizeService talking to tessary-server, which talks to
+// the stand-in model server: the whole road of a rewrite, each hop real HTTP.
+
+#include "HumanizeService.h"
+#include "RewriteServer.h"
+#include "StorageManager.h"
+#include "server/FixtureUpstream.h"
+
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Outcome
+{
+    QStringList tokens;
+    QStringList errors;
+    int completions = 0;
+    bool ended() const { return completions > 0 || !errors.isEmpty(); }
+};
+
+RewriteCallbacks recordInto(Outcome &outcome)
+{
+    return {
+        [&outcome](const QString &fragment) { outcome.tokens << fragment; },
+        [&outcome] { ++outcome.completions; },
+        [&outcome](const QString &message) { outcome.errors << message; },
+    };
+}
+
+} // namespace
+
+class TestRealPair : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    FixtureUpstream m_upstream;
+    std::unique_ptr<RewriteServer> m_server;
+    std::unique_ptr<StorageManager> m_storage;
+    int m_stores = 0;
+
+    void startPair(const QString &upstreamUrl, const QString &apiKey = u"pair-token"_s)
+    {
+        ServerConfig config;
+        config.port = 0;
+        config.clientToken = u"pair-token"_s;
+        config.upstreamUrl = upstreamUrl;
+        m_server = std::make_unique<RewriteServer>(config);
+        QVERIFY(m_server->start());
+        m_storage = std::make_unique<StorageManager>(m_dir.filePath(u"%1.conf"_s.arg(++m_stores)),
+            u"http://127.0.0.1:%1/api/v1"_s.arg(m_server->port()));
+        m_storage->setApiKey(apiKey);
+        m_storage->setExamples({ u"Morning all — quick update."_s, u"Thanks heaps, J."_s });
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        QVERIFY(m_upstream.start());
+    }
+    void cleanup()
+    {
+        m_storage.reset();
+        m_server.reset();
+    }
+
+    void rewriteStreamsThroughBothHops()
+    {
+        UpstreamScript script;
+        script.fragments = { u"Morning"_s, u" — it's"_s, u" done ✓"_s };
+        m_upstream.setScript(script);
+        startPair(m_upstream.baseUrl());
+        HumanizeService service(*m_storage);
+
+        Outcome outcome;
+        const QString text = u"The task has been completed.\n\"Regards\""_s;
+        service.humanize(text, u"warm"_s, recordInto(outcome));
+        QTRY_VERIFY(outcome.ended());
+
+        QCOMPARE(outcome.tokens, script.fragments);
+        QCOMPARE(outcome.completions, 1);
+        QVERIFY(outcome.errors.isEmpty());
+        const QJsonArray messages = m_upstream.requests().last().body.value("messages"_L1).toArray();
+        const QString system = messages[0]["content"_L1].toString();
+        QVERIFY(system.contains(u"Thanks heaps, J."_s));
+        QVERIFY(system.contains(u"warm:"_s));
+        QCOMPARE(messages[1]["content"_L1].toString(), text);
+    }
+
+    void failuresReachTheUserAsMessages_data()
+    {
+        QTest::addColumn<bool>("withUpstream");
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("wrong token") << true << u"stale"_s
+                                     << u"Invalid API key. Please check your token in Settings."_s;
+        QTest::newRow("no token") << true << QString()
+                                  << u"Invalid API key. Please check your token in Settings."_s;
+        QTest::newRow("no model configured")
+            << false << u"pair-token"_s
+            << u"No language model is configured for tessary-server: set upstream_url, for example "
+               "http://localhost:11434/v1 for Ollama."_s;
+    }
+    void failuresReachTheUserAsMessages()
+    {
+        QFETCH(bool, withUpstream);
+        QFETCH(QString, apiKey);
+        QFETCH(QString, message);
+        UpstreamScript script;
+        script.fragments = { u"never shown"_s };
+        m_upstream.setScript(script);
+        startPair(withUpstream ? m_upstream.baseUrl() : QString(), apiKey);
+        HumanizeService service(*m_storage);
+
+        Outcome outcome;
+        service.humanize(u"text"_s, u"natural"_s, recordInto(outcome));
+        QTRY_VERIFY(outcome.ended());
+        QCOMPARE(outcome.errors, QStringList { message });
+        QVERIFY(outcome.tokens.isEmpty());
+        QCOMPARE(outcome.completions, 0);
+    }
+
+    // Retry in the popup starts a new request; the abandoned one must not keep the model busy.
+    void aNewRequestEndsTheUpstreamWorkOfTheOldOne()
+    {
+        UpstreamScript script;
+        script.fragments = { u"first"_s, u"rest"_s };
+        script.stallAfter = 1;
+        m_upstream.setScript(script);
+        startPair(m_upstream.baseUrl());
+        HumanizeService service(*m_storage);
+        const int abandonedBefore = m_upstream.abandonedReplies();
+
+        Outcome first;
+        service.humanize(u"one"_s, u"natural"_s, recordInto(first));
+        QTRY_COMPARE(first.tokens, QStringList { u"first"_s });
+        Outcome second;
+        service.humanize(u"two"_s, u"natural"_s, recordInto(second));
+
+        QTRY_COMPARE(m_upstream.abandonedReplies(), abandonedBefore + 1);
+        m_upstream.release();
+        QTRY_VERIFY(second.ended());
+        QCOMPARE(second.tokens, script.fragments);
+        QCOMPARE(second.completions, 1);
+        QVERIFY(!first.ended());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRealPair)
+#include "TestRealPair.moc"
