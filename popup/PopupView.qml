@@ -197,6 +197,7 @@ FocusScope {
 
                                     ToneChip {
                                         required property string modelData
+                                        objectName: "tone-" + modelData
                                         text: modelData.charAt(0).toUpperCase() + modelData.slice(1).toLowerCase()
                                         selected: view.viewModel.selectedTone === modelData
                                         onClicked: view.viewModel.selectTone(modelData)

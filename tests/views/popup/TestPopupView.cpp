@@ -1,0 +1,288 @@
+#include "FakePopupHost.h"
+#include "FakeRewriter.h"
+#include "PopupViewModel.h"
+#include "PopupWindowController.h"
+#include "StreamedText.h"
+
+#include <QElapsedTimer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+// The popup as the user meets it, on the offscreen platform: what is shown and what
+// reacts in each state, and what the clicks send.
+class TestPopupView : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void windowIsAFixedFloatingToolWindow();
+    void buttons_data();
+    void buttons();
+    void emptyTextMakesNoRequest();
+    void chipsSendTheirToneInLowerCase();
+    void copyConfirmsForAWhile();
+    void longOriginalIsCutToFourLines();
+    void errorHidesThePartialResult();
+    void streamedTextReachesTheScreen();
+    void keyboard();
+
+private:
+    void open(const QString &text);
+    QQuickItem *item(const char *name) const;
+    void click(QQuickItem *item);
+
+    QQmlEngine *m_engine = nullptr;
+    FakeRewriter m_rewriter;
+    FakePopupHost m_host;
+    std::unique_ptr<PopupWindowController> m_popup;
+};
+
+static const QString sample = u"Could you send me the report by Friday?"_s;
+
+void TestPopupView::init()
+{
+    m_rewriter.requests.clear();
+    m_host = FakePopupHost();
+    if (!m_engine)
+        m_engine = new QQmlEngine(this);
+}
+
+void TestPopupView::cleanup()
+{
+    m_popup.reset();
+}
+
+void TestPopupView::open(const QString &text)
+{
+    m_popup = std::make_unique<PopupWindowController>(text, m_rewriter, &m_host, *m_engine);
+    QVERIFY(m_popup->window());
+    m_popup->showWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
+}
+
+// Repeated items have no QObject parent, so the search follows the visual tree.
+static QQuickItem *findItem(QQuickItem *root, const QString &name)
+{
+    if (root->objectName() == name)
+        return root;
+    const auto children = root->childItems();
+    for (QQuickItem *child : children) {
+        if (QQuickItem *found = findItem(child, name))
+            return found;
+    }
+    return nullptr;
+}
+
+QQuickItem *TestPopupView::item(const char *name) const
+{
+    QQuickItem *found = findItem(m_popup->window()->contentItem(), QString::fromLatin1(name));
+    if (!found)
+        qWarning("no item %s", name);
+    return found;
+}
+
+void TestPopupView::click(QQuickItem *target)
+{
+    QVERIFY(target);
+    const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+    QTest::mouseClick(m_popup->window(), Qt::LeftButton, {}, centre.toPoint());
+}
+
+void TestPopupView::windowIsAFixedFloatingToolWindow()
+{
+    open(sample);
+    QQuickWindow *window = m_popup->window();
+    QCOMPARE(window->size(), QSize(360, 500));
+    QVERIFY(window->flags().testFlag(Qt::Tool));
+    QVERIFY(window->flags().testFlag(Qt::FramelessWindowHint));
+    QVERIFY(window->flags().testFlag(Qt::WindowStaysOnTopHint));
+    QCOMPARE(window->minimumSize(), window->maximumSize());
+    // Shown means started: exactly one request, for the captured text.
+    QCOMPARE(m_rewriter.requests.size(), 1);
+    QCOMPARE(m_rewriter.last().text, sample);
+    QCOMPARE(m_rewriter.last().tone, u"natural"_s);
+}
+
+void TestPopupView::buttons_data()
+{
+    QTest::addColumn<QStringList>("script");
+    QTest::addColumn<bool>("retry");
+    QTest::addColumn<bool>("copy");
+    QTest::addColumn<bool>("replace");
+
+    QTest::newRow("loading") << QStringList {} << false << false << false;
+    QTest::newRow("streaming") << QStringList { u"token"_s } << false << false << false;
+    QTest::newRow("done") << QStringList { u"token"_s, u"complete"_s } << true << true << true;
+    QTest::newRow("done, empty") << QStringList { u"complete"_s } << true << false << false;
+    QTest::newRow("error after text") << QStringList { u"token"_s, u"error"_s } << true << true << true;
+}
+
+void TestPopupView::buttons()
+{
+    QFETCH(QStringList, script);
+    QFETCH(bool, retry);
+    QFETCH(bool, copy);
+    QFETCH(bool, replace);
+
+    open(sample);
+    for (const QString &step : script) {
+        if (step == u"token")
+            m_rewriter.token(u"Please send the report by Friday."_s);
+        else if (step == u"complete")
+            m_rewriter.complete();
+        else
+            m_rewriter.error(u"The service is not reachable."_s);
+    }
+
+    const struct
+    {
+        const char *name;
+        bool enabled;
+    } expected[] = { { "retryButton", retry }, { "copyButton", copy }, { "replaceButton", replace } };
+    for (const auto &button : expected) {
+        QQuickItem *it = item(button.name);
+        QVERIFY(it);
+        QCOMPARE(it->isEnabled(), button.enabled);
+        QCOMPARE(it->opacity(), button.enabled ? 1.0 : 0.4);
+    }
+
+    // A disabled button ignores the click; an enabled Retry starts a new request.
+    const qsizetype before = m_rewriter.requests.size();
+    click(item("retryButton"));
+    QCOMPARE(m_rewriter.requests.size(), before + (retry ? 1 : 0));
+}
+
+void TestPopupView::emptyTextMakesNoRequest()
+{
+    open(QString());
+    QCOMPARE(item("originalText")->property("text").toString(), u"No text selected"_s);
+    QVERIFY(item("loadingLayer")->isVisible());
+    for (const char *name : { "retryButton", "copyButton", "replaceButton" })
+        QVERIFY(!item(name)->isEnabled());
+
+    click(item("tone-casual")); // changes the highlight only
+    QVERIFY(item("tone-casual")->property("selected").toBool());
+    QVERIFY(m_rewriter.requests.isEmpty());
+}
+
+void TestPopupView::chipsSendTheirToneInLowerCase()
+{
+    open(sample);
+    const QList<std::pair<QString, QString>> chips { { u"natural"_s, u"Natural"_s },
+        { u"casual"_s, u"Casual"_s }, { u"professional"_s, u"Professional"_s }, { u"punchy"_s, u"Punchy"_s },
+        { u"warm"_s, u"Warm"_s } };
+    auto *row = item("toneRow");
+    QVERIFY(row);
+    for (const auto &[tone, title] : chips) {
+        QQuickItem *chip = item(qPrintable(u"tone-"_s + tone));
+        QVERIFY(chip);
+        QCOMPARE(chip->property("text").toString(), title);
+        // Scroll the row so the chip is in view, as the user would.
+        const qreal right = chip->x() + chip->width() - row->width();
+        row->setProperty("contentX", std::max<qreal>(0, right));
+        m_rewriter.token(u"half"_s); // chips react while streaming too
+        const qsizetype before = m_rewriter.requests.size();
+        click(chip);
+        QCOMPARE(m_rewriter.requests.size(), before + 1);
+        QCOMPARE(m_rewriter.last().tone, tone);
+        QTRY_VERIFY(chip->property("selected").toBool());
+    }
+}
+
+void TestPopupView::copyConfirmsForAWhile()
+{
+    open(sample);
+    m_rewriter.token(u"Result"_s);
+    m_rewriter.complete();
+    QQuickItem *copy = item("copyButton");
+
+    QElapsedTimer clock;
+    clock.start();
+    click(copy);
+    QCOMPARE(m_host.copied, QStringList { u"Result"_s });
+    QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), u"Copy"_s, 4000);
+    QVERIFY2(clock.elapsed() >= 1700, qPrintable(QString::number(clock.elapsed())));
+}
+
+void TestPopupView::longOriginalIsCutToFourLines()
+{
+    QString longText;
+    for (int i = 0; i < 12; ++i)
+        longText += u"Line %1 of a long selection that wraps.\n"_s.arg(i);
+    open(longText);
+    QQuickItem *original = item("originalText");
+    QCOMPARE(original->property("lineCount").toInt(), 4);
+    QVERIFY(original->property("truncated").toBool());
+
+    // The result is never cut: it grows and the page scrolls.
+    m_rewriter.token(longText);
+    m_rewriter.complete();
+    QTRY_VERIFY(item("resultText")->height() > 12 * 13);
+}
+
+void TestPopupView::errorHidesThePartialResult()
+{
+    open(sample);
+    m_rewriter.token(u"Partial"_s);
+    m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
+    QVERIFY(item("errorLayer")->isVisible());
+    QVERIFY(!item("resultText")->isVisible());
+    QCOMPARE(item("errorMessage")->property("text").toString(),
+        u"The service answered with HTTP 502 Bad Gateway."_s);
+}
+
+void TestPopupView::streamedTextReachesTheScreen()
+{
+    open(sample);
+    QString expected;
+    for (int i = 0; i < 200; ++i) {
+        const QString fragment = (i % 17 == 0) ? u"\n"_s : u"word%1 "_s.arg(i);
+        expected += fragment;
+        m_rewriter.token(fragment);
+    }
+    QQuickItem *result = item("resultText");
+    QTRY_COMPARE(result->property("text").toString(), expected);
+
+    // Retry starts over with an empty text, not with the old one and the new appended.
+    m_rewriter.complete();
+    click(item("retryButton"));
+    m_rewriter.token(u"fresh"_s);
+    QTRY_COMPARE(result->property("text").toString(), u"fresh"_s);
+}
+
+void TestPopupView::keyboard()
+{
+    open(sample);
+    QQuickWindow *window = m_popup->window();
+    window->requestActivate();
+    QTRY_VERIFY(window->isActive());
+
+    // Ctrl+Enter does nothing while busy ...
+    QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
+    QVERIFY(window->isVisible());
+    // ... and replaces once there is a result.
+    m_rewriter.token(u"Result"_s);
+    m_rewriter.complete();
+    QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
+    QTRY_VERIFY(!window->isVisible());
+    QTRY_COMPARE(m_host.replaced, QStringList { u"Result"_s });
+
+    open(sample);
+    m_popup->window()->requestActivate();
+    QTRY_VERIFY(m_popup->window()->isActive());
+    QTest::keyClick(m_popup->window(), Qt::Key_Escape);
+    QTRY_VERIFY(!m_popup->window()->isVisible());
+}
+
+QTEST_MAIN(TestPopupView)
+#include "TestPopupView.moc"
