@@ -4,12 +4,15 @@
 #include <QFile>
 #include <QStringList>
 #include <QTemporaryFile>
+#include <QTest>
 
 #include <cstdio>
 #include <unistd.h>
 
 // Sends everything written to standard output (fd 1) into a temporary file while it
 // lives, so a test can read the program's log lines back without a hook in the logger.
+// Qt Test reports failures on stdout as well: when a test fails while capturing, what
+// was captured is passed on when the capture ends, so the failure is not swallowed.
 class StdoutCapture
 {
 public:
@@ -48,6 +51,14 @@ public:
         ::dup2(m_saved, STDOUT_FILENO);
         ::close(m_saved);
         m_saved = -1;
+        if (QTest::currentTestFailed()) {
+            QFile file(m_file.fileName());
+            if (file.open(QIODevice::ReadOnly)) {
+                const QByteArray captured = file.readAll();
+                std::fwrite(captured.constData(), 1, size_t(captured.size()), stdout);
+                std::fflush(stdout);
+            }
+        }
     }
 
 private:

@@ -1,0 +1,251 @@
+#include "FixtureServer.h"
+#include "HumanizeService.h"
+#include "RewriteRecorder.h"
+#include "StdoutCapture.h"
+#include "StorageManager.h"
+#include "StreamDelegate.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QByteArray completions = "/api/v1/chat/completions";
+
+FixtureReply eventStream(
+    const QList<QByteArray> &fragments, FixtureReply::End end = FixtureReply::End::Finish)
+{
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    for (const QByteArray &fragment : fragments)
+        reply.body += R"(data: {"choices":[{"delta":{"content":")" + fragment
+            + R"("}}]})"
+              "\n\n";
+    reply.end = end;
+    if (end != FixtureReply::End::Finish)
+        reply.framing = FixtureReply::Framing::Chunked; // its end never comes
+    return reply;
+}
+
+QStringList linesTagged(const QStringList &lines, const QString &tag)
+{
+    QStringList tagged;
+    for (const QString &line : lines) {
+        if (line.contains(tag))
+            tagged.append(line);
+    }
+    return tagged;
+}
+
+} // namespace
+
+class TestHumanizeService : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    FixtureServer m_server;
+    int m_stores = 0;
+
+    std::unique_ptr<StorageManager> newStorage(const QString &apiBase = {})
+    {
+        auto storage = std::make_unique<StorageManager>(
+            m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores)), m_server.url("/api/v1").toString());
+        if (!apiBase.isNull())
+            storage->setApiBase(apiBase);
+        return storage;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        QVERIFY(m_server.listen());
+        m_server.route(completions, eventStream({ "ok" }));
+    }
+
+    void init() { m_server.clearRequests(); }
+
+    void requestOnTheWire_data()
+    {
+        QTest::addColumn<QString>("basePath");
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<QStringList>("examples");
+        QTest::addColumn<QString>("tone");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("shownLength");
+        QTest::addColumn<QString>("keyLine"); // empty: no key line and no Authorization header
+
+        QTest::newRow("key and samples")
+            << u"/api/v1"_s << u"sk-1234567890abcdef"_s << QStringList { u"First sample."_s, u"Second."_s }
+            << u"casual"_s << u"Hello there"_s << 11 << u"🔑 [HumanizeService] Using API key: sk-12345..."_s;
+        QTest::newRow("no key, no samples")
+            << u"/api/v1"_s << QString() << QStringList {} << u"natural"_s << u"Hi"_s << 2 << QString();
+        QTest::newRow("short key is shown whole")
+            << u"/api/v1"_s << u"abc"_s << QStringList { u"s"_s } << u"warm"_s << u"x"_s << 1
+            << u"🔑 [HumanizeService] Using API key: abc..."_s;
+        QTest::newRow("text and tone pass unchanged")
+            << u"/api/v1"_s << QString() << QStringList { u"line\n\"quoted\" \\ back"_s } << u""_s
+            << u"  \"Quote\" \\ and\nnew line\r\ne\u0301 👍🏽 "_s << 29 << QString();
+        QTest::newRow("base ending in a slash")
+            << u"/api/v1/"_s << QString() << QStringList {} << u"Punchy!?"_s << u"t"_s << 1 << QString();
+    }
+
+    void requestOnTheWire()
+    {
+        QFETCH(QString, basePath);
+        QFETCH(QString, apiKey);
+        QFETCH(QStringList, examples);
+        QFETCH(QString, tone);
+        QFETCH(QString, text);
+        QFETCH(int, shownLength);
+        QFETCH(QString, keyLine);
+
+        m_server.route(basePath.toUtf8() + "/chat/completions", eventStream({ "ok" }));
+        auto storage = newStorage(m_server.url(basePath.toUtf8()).toString());
+        storage->setApiKey(apiKey);
+        storage->setExamples(examples);
+        HumanizeService service(*storage);
+        RewriteRecorder recorder;
+
+        StdoutCapture capture;
+        service.humanize(text, tone, recorder.callbacks());
+        QTRY_COMPARE(recorder.calls, (QStringList { u"token:ok"_s, u"complete"_s }));
+        const QStringList lines = linesTagged(capture.lines(), u"[HumanizeService]"_s);
+        capture.restore();
+
+        const QString url = m_server.url(basePath.toUtf8()).toString() + u"/chat/completions"_s;
+        QStringList expectedLines { u"🚀 [HumanizeService] Starting humanize request..."_s,
+            u"📝 [HumanizeService] Text length: %1, Tone: %2"_s.arg(shownLength).arg(tone) };
+        if (!keyLine.isEmpty())
+            expectedLines.append(keyLine);
+        expectedLines.append(u"📤 [HumanizeService] Request prepared, sending to: "_s + url);
+        QCOMPARE(lines, expectedLines);
+
+        QCOMPARE(m_server.requests().size(), 1);
+        const FixtureRequest request = m_server.requests().first();
+        QCOMPARE(request.method, "POST");
+        QCOMPARE(request.path, basePath.toUtf8() + "/chat/completions");
+        QCOMPARE(request.header("Content-Type"), "application/json");
+        QCOMPARE(request.header("Authorization"),
+            apiKey.isEmpty() ? QByteArray() : QByteArray("Bearer " + apiKey.toUtf8()));
+
+        QJsonParseError error;
+        const QJsonObject body = QJsonDocument::fromJson(request.body, &error).object();
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        QCOMPARE(request.body.contains('\n'), false); // compact
+        QCOMPARE(body.keys(), (QStringList { u"examples"_s, u"messages"_s, u"stream"_s, u"tone"_s }));
+        QCOMPARE(body.value("stream"_L1), QJsonValue(true));
+        QCOMPARE(body.value("examples"_L1), QJsonValue(QJsonArray::fromStringList(examples)));
+        QCOMPARE(body.value("tone"_L1), QJsonValue(tone));
+        const QJsonObject message { { u"role"_s, u"user"_s },
+            { u"content"_s, u"Rewrite this in my voice:\n\n"_s + text } };
+        QCOMPARE(body.value("messages"_L1), QJsonValue(QJsonArray { message }));
+    }
+
+    // Nothing is sent; the error arrives before humanize() returns.
+    void invalidBaseUrl_data()
+    {
+        QTest::addColumn<QString>("apiBase");
+        QTest::newRow("empty") << u""_s;
+        QTest::newRow("space in the host") << u"http://exa mple.com/api"_s;
+        QTest::newRow("no scheme") << u"127.0.0.1:8787/api/v1"_s;
+    }
+
+    void invalidBaseUrl()
+    {
+        QFETCH(QString, apiBase);
+        auto storage = newStorage(apiBase);
+        HumanizeService service(*storage);
+        RewriteRecorder recorder;
+        StdoutCapture capture;
+        service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
+        const QStringList lines = capture.lines();
+        capture.restore();
+        QCOMPARE(recorder.calls, QStringList { u"error:Invalid API URL"_s });
+        QCOMPARE(lines.last(), u"❌ [HumanizeService] Invalid API URL: "_s + apiBase + u"/chat/completions"_s);
+        QCoreApplication::sendPostedEvents(); // anything queued would arrive now
+        QCOMPARE(recorder.calls.size(), 1);
+        QCOMPARE(m_server.requests().size(), 0);
+    }
+
+    void secondRequestCancelsTheFirst()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        server.route(completions, [](const FixtureRequest &request) {
+            const bool first = QJsonDocument::fromJson(request.body)["tone"_L1].toString() == "natural"_L1;
+            return first ? eventStream({ "a", "b" }, FixtureReply::End::Stall) : eventStream({ "c" });
+        });
+        auto storage = newStorage(server.url("/api/v1").toString());
+        HumanizeService service(*storage);
+        RewriteRecorder first;
+        RewriteRecorder second;
+
+        StdoutCapture capture;
+        service.humanize(u"text"_s, u"natural"_s, first.callbacks());
+        QTRY_COMPARE(first.calls, (QStringList { u"token:a"_s, u"token:b"_s }));
+        service.humanize(u"text"_s, u"casual"_s, second.callbacks());
+        QTRY_COMPARE(second.calls, (QStringList { u"token:c"_s, u"complete"_s }));
+        QTRY_VERIFY(service.findChildren<StreamDelegate *>().isEmpty());
+        const QStringList lines = capture.lines();
+        capture.restore();
+
+        QCOMPARE(first.calls, (QStringList { u"token:a"_s, u"token:b"_s }));
+        QVERIFY(lines.contains(u"🔄 [StreamDelegate] Request was cancelled"_s));
+    }
+
+    void idleTimeoutFromTheConstructor()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        FixtureReply silent = eventStream({ "never" }, FixtureReply::End::Stall);
+        silent.stopAt = 0;
+        server.route(completions, silent);
+        auto storage = newStorage(server.url("/api/v1").toString());
+        HumanizeService service(*storage, 250ms);
+        RewriteRecorder recorder;
+        service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
+        QTRY_COMPARE(recorder.calls, QStringList { u"error:The request timed out."_s });
+    }
+
+    // Each request's thread and objects go once it has ended; none pile up.
+    void finishedRequestsLeaveNothingBehind()
+    {
+        auto storage = newStorage();
+        HumanizeService service(*storage);
+        for (int i = 0; i < 20; ++i) {
+            RewriteRecorder recorder;
+            service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
+            QTRY_COMPARE(recorder.calls.size(), 2);
+        }
+        QTRY_VERIFY(service.findChildren<QObject *>().isEmpty());
+    }
+
+    // Quitting mid-rewrite: the transfer stops with the service and reports nothing.
+    void destroyedMidStream()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        server.route(completions, eventStream({ "a" }, FixtureReply::End::Stall));
+        auto storage = newStorage(server.url("/api/v1").toString());
+        auto service = std::make_unique<HumanizeService>(*storage);
+        RewriteRecorder recorder;
+        service->humanize(u"text"_s, u"natural"_s, recorder.callbacks());
+        QTRY_COMPARE(recorder.calls, QStringList { u"token:a"_s });
+        service.reset();
+        QCoreApplication::sendPostedEvents(); // anything queued would arrive now
+        QCOMPARE(recorder.calls, QStringList { u"token:a"_s });
+    }
+};
+
+QTEST_GUILESS_MAIN(TestHumanizeService)
+#include "TestHumanizeService.moc"
