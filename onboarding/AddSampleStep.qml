@@ -1,0 +1,136 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Tessary.Ui
+import Tessary.Onboarding
+
+// The second page: one piece of the user's own writing.
+Item {
+    id: page
+    required property OnboardingModel model
+    property real appear: 0
+
+    SequentialAnimation {
+        running: true
+        PauseAnimation { duration: 50 }
+        SpringMotion {
+            target: page
+            property: "appear"
+            to: 1
+            response: 0.5
+            dampingFraction: 0.75
+        }
+    }
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.leftMargin: 28
+        anchors.rightMargin: 28
+        anchors.bottomMargin: 28
+        spacing: 0
+
+        StepBadge {
+            number: "01"
+            label: qsTr("Teach your style")
+            opacity: page.appear
+        }
+        Item { implicitHeight: 20 }
+        Text {
+            text: qsTr("Add a writing sample")
+            font.pixelSize: 22
+            font.weight: Font.DemiBold
+            color: Theme.primary
+            opacity: page.appear
+            transform: Translate { y: 8 * (1 - page.appear) }
+        }
+        Item { implicitHeight: 8 }
+        Text {
+            text: qsTr("Paste something you've written — an email, essay, or message.") + "\n"
+                  + qsTr("Tessary will mimic your natural voice.")
+            font.pixelSize: 14
+            lineHeight: 1.25
+            color: Theme.secondary
+            opacity: page.appear
+        }
+        Item { implicitHeight: 20 }
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: Math.max(110, Math.min(130, editor.implicitHeight))
+            radius: 10
+            color: Theme.withAlpha(Theme.primary, Theme.dark ? 0.05 : 0.03)
+            border.width: editor.activeFocus ? 1.5 : 0.5
+            border.color: editor.activeFocus ? Theme.withAlpha(Theme.purple, 0.7) : Theme.separator
+            opacity: page.appear
+            transform: Translate { y: 10 * (1 - page.appear) }
+
+            ScrollView {
+                anchors.fill: parent
+                anchors.margins: 1
+                TextArea {
+                    id: editor
+                    objectName: "sampleEditor"
+                    padding: 10
+                    text: page.model.sampleText
+                    wrapMode: TextEdit.Wrap
+                    font.pixelSize: 13
+                    color: Theme.primary
+                    selectByMouse: true
+                    background: null
+                    Accessible.name: qsTr("Writing sample")
+                    onTextChanged: page.model.sampleText = text
+                }
+            }
+            Text {
+                x: 18
+                y: 18
+                visible: page.model.sampleText.length === 0
+                text: qsTr("e.g. \"Hey — quick note before I forget: the client meeting got pushed…\"")
+                font.pixelSize: 12
+                color: Theme.withAlpha(Theme.secondary, 0.6)
+                Accessible.ignored: true
+            }
+        }
+        RowLayout {
+            Layout.topMargin: 8
+            spacing: 6
+            opacity: page.appear
+            Icon {
+                source: Qt.resolvedUrl("icons/info.svg")
+                size: 11
+                color: Theme.secondary
+            }
+            Text {
+                text: qsTr("You can add more samples anytime in Settings.")
+                font.pixelSize: 11
+                color: Theme.secondary
+            }
+        }
+        Item { Layout.fillHeight: true }
+        RowLayout {
+            Layout.fillWidth: true
+            opacity: page.appear
+            AbstractButton {
+                id: skip
+                objectName: "skip"
+                text: qsTr("Skip for now")
+                Accessible.name: text
+                onClicked: page.model.finish()
+                contentItem: Text {
+                    text: skip.text
+                    font.pixelSize: 12
+                    color: Theme.secondary
+                    opacity: skip.pressed ? 0.6 : 1
+                }
+                background: null
+            }
+            Item { Layout.fillWidth: true }
+            PrimaryButton {
+                objectName: "finishSetup"
+                text: qsTr("Finish setup")
+                iconSource: "qrc:/qt/qml/Tessary/Ui/icons/checkmark.svg"
+                disabled: !page.model.canFinish
+                onActivated: page.model.finish()
+            }
+        }
+    }
+}

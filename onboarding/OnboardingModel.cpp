@@ -1,0 +1,57 @@
+#include "OnboardingModel.h"
+
+#include <QTimer>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+OnboardingModel::OnboardingModel(StorageManager &storage, QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
+{
+    connect(&m_storage, &StorageManager::apiKeyChanged, this, &OnboardingModel::needsApiKeyChanged);
+}
+
+void OnboardingModel::setSampleText(const QString &text)
+{
+    if (text == m_sampleText)
+        return;
+    m_sampleText = text;
+    Q_EMIT sampleTextChanged();
+}
+
+QString OnboardingModel::stepCounter() const
+{
+    const int shown = std::min(int(m_step), countedSteps() - 1) + 1;
+    return u"%1 of %2"_s.arg(shown).arg(countedSteps());
+}
+
+bool OnboardingModel::isBlank(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(),
+        [](QChar c) { return c == u'\t' || c.category() == QChar::Separator_Space; });
+}
+
+void OnboardingModel::advance()
+{
+    setStep(Step(std::min(int(m_step), countedSteps() - 1) + 1));
+}
+
+void OnboardingModel::finish()
+{
+    if (m_step == Step::Done)
+        return;
+    if (!isBlank(m_sampleText))
+        m_storage.setExamples({ m_sampleText });
+    setStep(Step::Done);
+    QTimer::singleShot(completionDelayMs, this, &OnboardingModel::completed);
+}
+
+void OnboardingModel::setStep(Step step)
+{
+    if (step == m_step)
+        return;
+    m_step = step;
+    Q_EMIT currentStepChanged();
+}

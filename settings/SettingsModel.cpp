@@ -1,0 +1,188 @@
+#include "SettingsModel.h"
+
+#include "Rewriter.h"
+#include "StorageManager.h"
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QLoggingCategory>
+#include <QPointer>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+Q_LOGGING_CATEGORY(lcSettings, "tessary.settings")
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// One word is enough to prove the address, the key and the model all answer.
+const auto probeText = u"Hello"_s;
+const auto probeTone = u"natural"_s;
+
+QString defaultAutostartDir()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u"/autostart"_s;
+}
+
+QByteArray autostartEntry(const QString &program)
+{
+    // Exec needs its own quoting: a path with blanks stays one argument.
+    QString exec = program;
+    exec.replace(u"\\"_s, u"\\\\"_s).replace(u"\""_s, u"\\\""_s);
+    return "[Desktop Entry]\n"
+           "Type=Application\n"
+           "Name=Tessary\n"
+           "Comment=Rewrite selected text in your own voice\n"
+           "Exec=\""
+        + exec.toUtf8()
+        + "\"\n"
+          "Icon=app.tessary.Tessary\n"
+          "Terminal=false\n"
+          "X-GNOME-Autostart-enabled=true\n";
+}
+
+} // namespace
+
+SettingsModel::SettingsModel(StorageManager &storage, Rewriter &rewriter, QObject *parent)
+    : SettingsModel(storage, rewriter, defaultAutostartDir(), &QDesktopServices::openUrl, parent)
+{
+}
+
+SettingsModel::SettingsModel(StorageManager &storage, Rewriter &rewriter, const QString &autostartDir,
+    UrlOpener openUrl, QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
+    , m_rewriter(rewriter)
+    , m_autostartDir(autostartDir)
+    , m_openUrl(std::move(openUrl))
+{
+    connect(&m_storage, &StorageManager::examplesChanged, this, &SettingsModel::samplesChanged);
+    connect(
+        &m_storage, &StorageManager::lastVersionCheckChanged, this, &SettingsModel::lastCheckedTextChanged);
+}
+
+bool SettingsModel::canAddSample() const
+{
+    return m_storage.examples().size() < maxAddableSamples;
+}
+
+QString SettingsModel::lastCheckedText() const
+{
+    const QDateTime when = m_storage.lastVersionCheck();
+    if (!when.isValid())
+        return {};
+    return u"Last checked: "_s + QLocale().toString(when.toLocalTime(), QLocale::ShortFormat);
+}
+
+QString SettingsModel::updateTitle() const
+{
+    return showsUpdate() ? u"Update Available: v"_s + m_release->version : QString();
+}
+
+QString SettingsModel::releaseNotes() const
+{
+    return showsUpdate() ? m_release->notes : QString();
+}
+
+void SettingsModel::setUpdateState(bool checking, bool updateAvailable, const std::optional<Release> &release)
+{
+    m_checking = checking;
+    m_updateAvailable = updateAvailable;
+    m_release = release;
+    Q_EMIT updateStateChanged();
+}
+
+void SettingsModel::setExample(int index, const QString &text)
+{
+    QStringList examples = m_storage.examples();
+    // An editor whose row has just gone may still report its text: it must not land
+    // on whichever sample moved into its place, nor past the end.
+    if (index < 0 || index >= examples.size() || examples.at(index) == text)
+        return;
+    examples[index] = text;
+    m_storage.setExamples(examples);
+}
+
+void SettingsModel::removeExample(int index)
+{
+    QStringList examples = m_storage.examples();
+    if (index < 0 || index >= examples.size())
+        return;
+    examples.removeAt(index);
+    m_storage.setExamples(examples);
+}
+
+void SettingsModel::addExample()
+{
+    if (!canAddSample())
+        return;
+    m_storage.setExamples(m_storage.examples() << QString());
+}
+
+void SettingsModel::download()
+{
+    if (!m_release)
+        return;
+    const QUrl url(m_release->downloadUrl, QUrl::StrictMode);
+    if (!url.isValid() || url.scheme().isEmpty())
+        return;
+    if (!m_openUrl(url))
+        qCWarning(lcSettings) << "no application opened the download address";
+}
+
+void SettingsModel::testConnection()
+{
+    const int attempt = ++m_connectionAttempt;
+    setConnection(ConnectionState::Testing, u"Testing…"_s);
+    QPointer<SettingsModel> self(this);
+    // Only the latest attempt may report: an earlier one was cancelled by the new request.
+    auto current = [self, attempt] { return self && self->m_connectionAttempt == attempt; };
+    RewriteCallbacks callbacks;
+    callbacks.onToken = [](const QString &) {};
+    callbacks.onComplete = [self, current] {
+        if (current())
+            self->setConnection(ConnectionState::Succeeded, u"Connected — the service answered."_s);
+    };
+    callbacks.onError = [self, current](const QString &message) {
+        if (current())
+            self->setConnection(ConnectionState::Failed, message);
+    };
+    m_rewriter.humanize(probeText, probeTone, std::move(callbacks));
+}
+
+void SettingsModel::setConnection(ConnectionState state, const QString &message)
+{
+    m_connectionState = state;
+    m_connectionMessage = message;
+    Q_EMIT connectionChanged();
+}
+
+QString SettingsModel::autostartFilePath() const
+{
+    return m_autostartDir + u"/tessary.desktop"_s;
+}
+
+bool SettingsModel::startAtLogin() const
+{
+    return QFile::exists(autostartFilePath());
+}
+
+void SettingsModel::setStartAtLogin(bool enabled)
+{
+    if (enabled == startAtLogin())
+        return;
+    if (enabled) {
+        QSaveFile file(autostartFilePath());
+        if (!QDir().mkpath(m_autostartDir) || !file.open(QIODevice::WriteOnly)
+            || file.write(autostartEntry(QCoreApplication::applicationFilePath())) < 0 || !file.commit())
+            qCWarning(lcSettings) << "cannot write the autostart entry" << autostartFilePath();
+    } else if (!QFile::remove(autostartFilePath())) {
+        qCWarning(lcSettings) << "cannot remove the autostart entry" << autostartFilePath();
+    }
+    // Also after a failure, so the toggle shows what is really on disk.
+    Q_EMIT startAtLoginChanged();
+}
