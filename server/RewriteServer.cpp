@@ -108,6 +108,11 @@ RewriteServer::~RewriteServer()
 
 bool RewriteServer::bind()
 {
+    int listenSocket = -1;
+    m_server->set_socket_options([&listenSocket](socket_t socket) {
+        httplib::default_socket_options(socket);
+        listenSocket = socket;
+    });
     const std::string host = m_config.listenAddress.toStdString();
     if (m_config.port == 0)
         m_port = m_server->bind_to_any_port(host);
@@ -119,6 +124,9 @@ bool RewriteServer::bind()
                       .arg(m_config.port);
         return false;
     }
+    // The library listens with a backlog of 5: a burst of clients connecting at once
+    // would see connections fail. Listening again only raises the backlog.
+    ::listen(listenSocket, SOMAXCONN);
     return true;
 }
 

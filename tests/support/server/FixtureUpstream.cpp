@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <httplib.h>
+#include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
 
@@ -93,9 +94,15 @@ FixtureUpstream::~FixtureUpstream()
 
 bool FixtureUpstream::start()
 {
+    int listenSocket = -1;
+    m_server->set_socket_options([&listenSocket](socket_t socket) {
+        httplib::default_socket_options(socket);
+        listenSocket = socket;
+    });
     m_port = m_server->bind_to_any_port("127.0.0.1");
     if (m_port <= 0)
         return false;
+    ::listen(listenSocket, SOMAXCONN); // room for a burst of connections (the library asks for 5)
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
     return true;
 }
