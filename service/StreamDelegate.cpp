@@ -3,8 +3,6 @@
 #include "Log.h"
 #include "StreamParser.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QStringDecoder>
@@ -79,6 +77,22 @@ public:
     }
 
 private:
+    // The lines of one read go out in one write: a line per event still, but not a
+    // system call per line, which would make the reader lag behind a fast stream.
+    void log(const QString &glyph, const QString &message)
+    {
+        m_logBatch += glyph + u" ["_s + tag + u"] "_s + message + u'\n';
+    }
+
+    void flushLog()
+    {
+        if (m_logBatch.isEmpty())
+            return;
+        m_logBatch.chop(1);
+        Log::write(m_logBatch);
+        m_logBatch.clear();
+    }
+
     template<typename Delivery> void post(Delivery delivery)
     {
         QMetaObject::invokeMethod(m_delegate, std::move(delivery), Qt::QueuedConnection);
@@ -92,10 +106,11 @@ private:
         if (!status.isValid())
             return;
         m_headLogged = true;
-        Log::write(u"📡"_s, tag, u"Response received"_s);
-        Log::write(u"📡"_s, tag, u"HTTP Status Code: %1"_s.arg(status.toInt()));
+        log(u"📡"_s, u"Response received"_s);
+        log(u"📡"_s, u"HTTP Status Code: %1"_s.arg(status.toInt()));
         if (status.toInt() == 401)
-            Log::write(u"🔐"_s, tag, u"Authentication error detected"_s);
+            log(u"🔐"_s, u"Authentication error detected"_s);
+        flushLog();
     }
 
     void read()
@@ -107,8 +122,9 @@ private:
             return;
         m_receivedData = true;
         const QString text = m_decoder.decode(piece);
-        Log::write(u"📦"_s, tag, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
+        log(u"📦"_s, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
         m_parser.feed(piece);
+        flushLog();
     }
 
     void end()
@@ -140,41 +156,35 @@ private:
         const QString rendered = ending.code == 0
             ? u"nil"_s
             : u"Error Code=%1 \"%2\""_s.arg(ending.code).arg(ending.description);
-        Log::write(u"🔚"_s, tag, u"Task completed - Error: "_s + rendered);
+        log(u"🔚"_s, u"Task completed - Error: "_s + rendered);
+        flushLog();
 
         m_reply->deleteLater();
         m_reply = nullptr;
         post([delegate = m_delegate, ending] { delegate->deliverEnding(ending); });
     }
 
-    void line(QByteArrayView line) override
-    {
-        Log::write(u"📄"_s, tag, u"Processing line: "_s + QString::fromUtf8(line));
-    }
+    void line(QByteArrayView line) override { log(u"📄"_s, u"Processing line: "_s + QString::fromUtf8(line)); }
 
-    void endMarker() override { Log::write(u"🏁"_s, tag, u"Stream completed"_s); }
+    void endMarker() override { log(u"🏁"_s, u"Stream completed"_s); }
 
-    void event(const QJsonObject &object) override
-    {
-        Log::write(u"📋"_s, tag,
-            u"Stream JSON: "_s + QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
-    }
+    void event(QByteArrayView json) override { log(u"📋"_s, u"Stream JSON: "_s + QString::fromUtf8(json)); }
 
     void token(const QString &fragment) override
     {
-        Log::write(u"📝"_s, tag, u"Token received: "_s + oneLine(fragment));
+        log(u"📝"_s, u"Token received: "_s + oneLine(fragment));
         post([delegate = m_delegate, fragment] { delegate->deliverToken(fragment); });
     }
 
     void streamedError(const QString &type, const QString &message) override
     {
-        Log::write(u"❌"_s, tag, u"Streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        log(u"❌"_s, u"Streaming error - Type: %1, Message: %2"_s.arg(type, message));
         post([delegate = m_delegate, message] { delegate->deliverError(message); });
     }
 
     void nonStreamedError(const QString &type, const QString &message) override
     {
-        Log::write(u"❌"_s, tag, u"Non-streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        log(u"❌"_s, u"Non-streaming error - Type: %1, Message: %2"_s.arg(type, message));
         // Only the whole-reply form gets the friendlier text: it is how the service
         // answers a request it refuses outright.
         const QString shown = type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)
@@ -193,6 +203,7 @@ private:
     bool m_receivedData = false;
     bool m_headLogged = false;
     bool m_cancelRequested = false;
+    QString m_logBatch;
 };
 
 StreamDelegate::StreamDelegate(

@@ -4,8 +4,6 @@
 #include <QByteArrayView>
 #include <QString>
 
-class QJsonObject;
-
 // Turns the bytes of a completion reply into events, however the network cut them.
 // Lines end at LF, CR or CRLF; lines are kept as bytes until complete, so a character
 // split across two reads is decoded whole. Knows nothing of threads or logging: it
@@ -19,7 +17,7 @@ public:
         virtual ~Listener() = default;
         virtual void line(QByteArrayView line) = 0; // every complete line, trimmed, also empty ones
         virtual void endMarker() = 0;
-        virtual void event(const QJsonObject &object) = 0; // a "data:" payload that is a JSON object
+        virtual void event(QByteArrayView json) = 0; // a "data:" payload that is a JSON object
         virtual void token(const QString &fragment) = 0;
         virtual void streamedError(const QString &type, const QString &message) = 0;
         virtual void nonStreamedError(const QString &type, const QString &message) = 0;

@@ -1,0 +1,177 @@
+// Two figures for the reading of a streamed rewrite:
+//  1. how fast StreamParser turns a 10 MB event stream into fragments;
+//  2. 2,000 fragments written on loopback as fast as the server can: all reach onToken
+//     on the main thread in order, and how long each took from the server's write.
+
+#include "FixtureServer.h"
+#include "HumanizeService.h"
+#include "StorageManager.h"
+#include "StreamParser.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray chunkEvent(const QByteArray &content)
+{
+    return R"(data: {"id":"chatcmpl-7f3a","object":"chat.completion.chunk","created":1700000000,)"
+           R"("model":"llama3.1:8b","choices":[{"index":0,"delta":{"content":")"
+        + content + R"("},"finish_reason":null}]})" + "\n\n";
+}
+
+class CountingListener : public StreamParser::Listener
+{
+public:
+    qsizetype fragments = 0;
+    qsizetype characters = 0;
+
+    void line(QByteArrayView) override { }
+    void endMarker() override { }
+    void event(QByteArrayView) override { }
+    void token(const QString &fragment) override
+    {
+        ++fragments;
+        characters += fragment.size();
+    }
+    void streamedError(const QString &, const QString &) override { }
+    void nonStreamedError(const QString &, const QString &) override { }
+};
+
+int parseThroughput()
+{
+    const QList<QByteArray> words { " the", " quick", " caf\xc3\xa9", ",", " don't", " \\\"quoted\\\"",
+        "\\n\\n", " r\xc3\xa9sum\xc3\xa9", " \xf0\x9f\x99\x82", " paragraph" };
+    QByteArray stream;
+    for (qsizetype i = 0; stream.size() < 10 * 1024 * 1024; ++i)
+        stream += chunkEvent(words[i % words.size()]);
+    stream += "data: [DONE]\n\n";
+
+    constexpr qsizetype readSize = 16 * 1024; // a typical network read
+    double best = 0;
+    qsizetype fragments = 0;
+    for (int round = 0; round < 5; ++round) {
+        CountingListener listener;
+        StreamParser parser(listener);
+        const auto start = std::chrono::steady_clock::now();
+        for (qsizetype at = 0; at < stream.size(); at += readSize)
+            parser.feed(QByteArrayView(stream).sliced(at, std::min(readSize, stream.size() - at)));
+        parser.finish();
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        best = std::max(best, double(stream.size()) / (1024 * 1024) / took.count());
+        fragments = listener.fragments;
+    }
+    std::printf("parse: %.1f MB/s over %.1f MB, %lld fragments (target >= 200 MB/s)\n", best,
+        double(stream.size()) / (1024 * 1024), static_cast<long long>(fragments));
+    return best >= 200 ? 0 : 1;
+}
+
+int loopbackDelivery()
+{
+    constexpr int count = 2000;
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    for (int i = 0; i < count; ++i) {
+        reply.body += chunkEvent("t" + QByteArray::number(i));
+        reply.splitAt.append(reply.body.size());
+    }
+    reply.framing = FixtureReply::Framing::Chunked;
+
+    // The server writes from a thread of its own, as a real one would.
+    QThread serverThread;
+    auto *server = new FixtureServer;
+    server->route("/api/v1/chat/completions", reply);
+    std::vector<qint64> written(count, 0);
+    QObject::connect(
+        server, &FixtureServer::pieceWritten, server,
+        [&written](const QByteArray &, int index, qint64 at) {
+            if (index < int(written.size()))
+                written[size_t(index)] = at;
+        },
+        Qt::DirectConnection);
+    server->moveToThread(&serverThread);
+    serverThread.start();
+    bool listening = false;
+    QMetaObject::invokeMethod(
+        server, [&] { listening = server->listen(); }, Qt::BlockingQueuedConnection);
+    if (!listening) {
+        std::fprintf(stderr, "cannot listen on loopback\n");
+        return 1;
+    }
+
+    QTemporaryDir dir;
+    StorageManager storage(dir.filePath(u"Tessary.conf"_s), server->url("/api/v1").toString());
+    HumanizeService service(storage);
+
+    std::vector<qint64> received;
+    received.reserve(count);
+    bool inOrder = true;
+    QString outcome;
+    RewriteCallbacks callbacks;
+    callbacks.onToken = [&](const QString &fragment) {
+        received.push_back(FixtureServer::now());
+        inOrder = inOrder && fragment == u"t"_s + QString::number(received.size() - 1);
+    };
+    callbacks.onComplete = [&] {
+        outcome = u"complete"_s;
+        QCoreApplication::quit();
+    };
+    callbacks.onError = [&](const QString &message) {
+        outcome = message;
+        QCoreApplication::quit();
+    };
+
+    // The service logs every line on stdout; that cost stays in, the text goes nowhere.
+    std::fflush(stdout);
+    const int savedStdout = ::dup(STDOUT_FILENO);
+    std::freopen("/dev/null", "w", stdout);
+    QTimer::singleShot(0, [&] { service.humanize(u"benchmark"_s, u"natural"_s, callbacks); });
+    QTimer::singleShot(std::chrono::seconds(30), [] { QCoreApplication::quit(); });
+    QCoreApplication::exec();
+    std::fflush(stdout);
+    ::dup2(savedStdout, STDOUT_FILENO);
+    ::close(savedStdout);
+
+    serverThread.quit();
+    serverThread.wait();
+    delete server;
+
+    if (outcome != u"complete"_s || int(received.size()) != count || !inOrder) {
+        std::printf("loopback: FAILED, %zu of %d fragments, %s, outcome: %s\n", received.size(), count,
+            inOrder ? "in order" : "out of order", qPrintable(outcome));
+        return 1;
+    }
+        (written.back() - written.front()) / 1e6, (received.front() - written.front()) / 1e6,
+        (received.back() - written.front()) / 1e6);
+        std::vector<double> delays;
+        for (int i = 0; i < count; ++i)
+            delays.push_back(double(received[size_t(i)] - written[size_t(i)]) / 1e6);
+        std::sort(delays.begin(), delays.end());
+        const double p50 = delays[delays.size() / 2];
+        const double p99 = delays[delays.size() * 99 / 100];
+        const double seconds = double(received.back() - written.front()) / 1e9;
+        std::printf(
+            "loopback: %d fragments in order, none lost; %.0f fragments/s; write to onToken p50 %.2f ms, "
+            "p99 %.2f ms (target p99 < 5 ms)\n",
+            count, count / seconds, p50, p99);
+        return p99 < 5 ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    const int parse = parseThroughput();
+    const int loopback = loopbackDelivery();
+    return parse | loopback;
+}
