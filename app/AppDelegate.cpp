@@ -1,15 +1,23 @@
 #include "AppDelegate.h"
 
+#include "AccessibilityHelper.h"
 #include "BuildInfo.h"
+#include "HumanizeService.h"
+#include "Log.h"
 #include "Platform.h"
+#include "PopupWindowController.h"
 #include "StorageManager.h"
 #include "TrayMenu.h"
 #include "UpdateService.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QQmlEngine>
+#include <QQuickWindow>
 #include <QSysInfo>
+#include <QTextBoundaryFinder>
 #include <QTimer>
 
 Q_LOGGING_CATEGORY(lcHotkey, "tessary.hotkey")
@@ -113,4 +121,107 @@ void AppDelegate::checkForUpdates()
         m_updateService->openDownloadURL();
     else
         m_updateService->checkForUpdates(false);
+}
+
+// The rewrite road
+
+namespace {
+QString nameOrUnknown(const std::optional<RunningApplication> &app)
+{
+    return app && !app->name.isEmpty() ? app->name : u"Unknown"_s;
+}
+
+// The first count user-perceived characters, so a log line never splits an emoji.
+QString firstCharacters(const QString &text, int count)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype end = 0;
+    for (int i = 0; i < count && end != -1; ++i) {
+        end = finder.toNextBoundary();
+        if (end == -1)
+            return text;
+    }
+    return text.first(end);
+}
+} // namespace
+
+AccessibilityHelper &AppDelegate::accessibilityHelper()
+{
+    if (!m_accessibilityHelper)
+        m_accessibilityHelper = std::make_unique<AccessibilityHelper>(m_platform);
+    return *m_accessibilityHelper;
+}
+
+Rewriter &AppDelegate::rewriter()
+{
+    if (!m_humanizeService)
+        m_humanizeService = std::make_unique<HumanizeService>(m_storage);
+    return *m_humanizeService;
+}
+
+void AppDelegate::triggerHumanize()
+{
+    // Nothing captured is no error: the popup then says that no text was selected.
+    accessibilityHelper().captureSelectedText(
+        [this](const std::optional<QString> &text) { showPopup(text.value_or(QString())); });
+}
+
+void AppDelegate::showPopup(const QString &text)
+{
+    m_previousApplication = m_platform.workspace ? m_platform.workspace->frontmostApplication()
+                                                 : std::optional<RunningApplication>();
+    Log::write(u"🎯"_s, u"AppDelegate"_s, u"Stored previous app: "_s + nameOrUnknown(m_previousApplication));
+
+    if (m_popupWindowController)
+        m_popupWindowController->close();
+    if (!m_popupEngine)
+        m_popupEngine = std::make_unique<QQmlEngine>();
+    m_popupWindowController = std::make_unique<PopupWindowController>(text, rewriter(), this, *m_popupEngine);
+    m_popupWindowController->showWindow();
+    // A tray program is not the active application: ask for the focus explicitly, so
+    // the popup takes the keyboard (Escape, Ctrl+Enter) at once.
+    if (m_platform.workspace && m_popupWindowController->window())
+        m_platform.workspace->activateSelf(m_popupWindowController->window());
+}
+
+void AppDelegate::humanizeSelectedText(const QString &text)
+{
+    Log::write(u"🔧"_s, u"Service"_s, u"humanizeSelectedText called"_s);
+    if (text.isEmpty()) {
+        Log::write(u"❌"_s, u"Service"_s, u"No text in pasteboard"_s);
+        return;
+    }
+    Log::write(u"🔧"_s, u"Service"_s, u"Got text from service: "_s + firstCharacters(text, 50) + u"..."_s);
+    QTimer::singleShot(0, this, [this, text] { showPopup(text); });
+}
+
+void AppDelegate::returnToPreviousApp(std::function<void(bool returned)> done)
+{
+    if (!m_previousApplication) {
+        Log::write(u"❌"_s, u"AppDelegate"_s, u"No previous app stored"_s);
+        done(false);
+        return;
+    }
+    const QString name = nameOrUnknown(m_previousApplication);
+    Log::write(u"🎯"_s, u"AppDelegate"_s, u"Returning to: "_s + name);
+    if (!m_platform.workspace) {
+        done(false);
+        return;
+    }
+    m_platform.workspace->activate(*m_previousApplication, [name, done = std::move(done)](bool active) {
+        if (!active)
+            Log::write(u"❌"_s, u"AppDelegate"_s, u"Could not bring back: "_s + name);
+        done(active);
+    });
+}
+
+void AppDelegate::replaceSelectedText(const QString &text, std::function<void(bool replaced)> done)
+{
+    done(accessibilityHelper().replaceSelectedText(text));
+}
+
+void AppDelegate::copyToClipboard(const QString &text)
+{
+    // The user's own copy: plain text that clipboard managers may keep.
+    QGuiApplication::clipboard()->setText(text);
 }

@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 #include "BuildInfo.h"
 #include "CommandLine.h"
+#include "DBusService.h"
 #include "MakePlatform.h"
 #include "StorageManager.h"
 
@@ -24,7 +25,14 @@ int main(int argc, char *argv[])
     case CommandLine::Action::Fail:
         std::fprintf(stderr, "tessary: %s\n", qPrintable(commandLine.output));
         return 2;
-    case CommandLine::Action::Trigger:
+    case CommandLine::Action::Trigger: {
+        // Only the session bus is needed to ask the running instance; no display.
+        QCoreApplication client(argc, argv);
+        if (DBusService::triggerRunningInstance())
+            return 0;
+        std::fprintf(stderr, "tessary: no running instance answered on the session bus\n");
+        return 1;
+    }
     case CommandLine::Action::Run:
         break;
     }
@@ -34,8 +42,19 @@ int main(int argc, char *argv[])
     QApplication::setApplicationVersion(BuildInfo::version());
     QApplication::setQuitOnLastWindowClosed(false); // lives in the tray
 
+    // One instance per session: a second start leaves the running one in charge.
+    DBusService dbus;
+    if (!dbus.registerService()) {
+        std::fprintf(
+            stderr, "tessary: already running (or no session bus); use `tessary --trigger` to rewrite\n");
+        return 0;
+    }
+
     Platform platform = makePlatform();
     StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE));
     AppDelegate delegate(platform, storage);
+    QObject::connect(&dbus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
+    QObject::connect(&dbus, &DBusService::humanizeRequested, &delegate, &AppDelegate::humanizeSelectedText);
+    delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -1,0 +1,74 @@
+#include "DBusService.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QLoggingCategory>
+
+using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcDBus, "tessary.dbus")
+
+const QString DBusService::serviceName = u"app.tessary.Tessary"_s;
+const QString DBusService::objectPath = u"/app/tessary/Tessary"_s;
+
+DBusService::DBusService(QObject *parent)
+    : QObject(parent)
+{
+}
+
+DBusService::~DBusService()
+{
+    if (!m_registered)
+        return;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    bus.unregisterObject(objectPath);
+    bus.unregisterService(serviceName);
+}
+
+bool DBusService::registerService()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        qCWarning(lcDBus) << "no session bus:" << bus.lastError().message();
+        return false;
+    }
+    if (!bus.registerObject(objectPath, this, QDBusConnection::ExportScriptableSlots)) {
+        qCWarning(lcDBus) << "cannot export" << objectPath;
+        return false;
+    }
+    // Without queueing: a second instance must learn at once that the name is taken.
+    const auto reply = bus.interface()->registerService(serviceName,
+        QDBusConnectionInterface::DontQueueService, QDBusConnectionInterface::DontAllowReplacement);
+    if (!reply.isValid() || reply.value() != QDBusConnectionInterface::ServiceRegistered) {
+        bus.unregisterObject(objectPath);
+        return false;
+    }
+    m_registered = true;
+    return true;
+}
+
+bool DBusService::triggerRunningInstance()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return false;
+    const QDBusMessage call
+        = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName, u"Trigger"_s);
+    const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        qCWarning(lcDBus).noquote() << reply.errorMessage();
+        return false;
+    }
+    return true;
+}
+
+void DBusService::HumanizeSelectedText(const QString &text)
+{
+    Q_EMIT humanizeRequested(text);
+}
+
+void DBusService::Trigger()
+{
+    Q_EMIT triggerRequested();
+}

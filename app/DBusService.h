@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+// The program on the session bus: app.tessary.Tessary at /app/tessary/Tessary, so
+// other programs (a desktop shortcut running `tessary --trigger`, a file manager
+// action) can ask for a rewrite. Owning the name also keeps the program to one
+// instance per session.
+class DBusService : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "app.tessary.Tessary")
+
+public:
+    static const QString serviceName;
+    static const QString objectPath;
+
+    explicit DBusService(QObject *parent = nullptr);
+    ~DBusService() override;
+
+    // false when the bus is unreachable or another instance owns the name.
+    bool registerService();
+    // Asks the running instance to rewrite the selection; false when none answers.
+    static bool triggerRunningInstance();
+
+public Q_SLOTS:
+    // Opens the popup for this text, as the hotkey does after capturing it.
+    Q_SCRIPTABLE void HumanizeSelectedText(const QString &text);
+    // Captures the selection of the window in front and opens the popup.
+    Q_SCRIPTABLE void Trigger();
+
+Q_SIGNALS:
+    void humanizeRequested(const QString &text);
+    void triggerRequested();
+
+private:
+    bool m_registered = false;
+};
