@@ -150,20 +150,17 @@ int loopbackDelivery()
             inOrder ? "in order" : "out of order", qPrintable(outcome));
         return 1;
     }
-        (written.back() - written.front()) / 1e6, (received.front() - written.front()) / 1e6,
-        (received.back() - written.front()) / 1e6);
-        std::vector<double> delays;
-        for (int i = 0; i < count; ++i)
-            delays.push_back(double(received[size_t(i)] - written[size_t(i)]) / 1e6);
-        std::sort(delays.begin(), delays.end());
-        const double p50 = delays[delays.size() / 2];
-        const double p99 = delays[delays.size() * 99 / 100];
-        const double seconds = double(received.back() - written.front()) / 1e9;
-        std::printf(
-            "loopback: %d fragments in order, none lost; %.0f fragments/s; write to onToken p50 %.2f ms, "
-            "p99 %.2f ms (target p99 < 5 ms)\n",
-            count, count / seconds, p50, p99);
-        return p99 < 5 ? 0 : 1;
+    std::vector<double> delays;
+    for (int i = 0; i < count; ++i)
+        delays.push_back(double(received[size_t(i)] - written[size_t(i)]) / 1e6);
+    std::sort(delays.begin(), delays.end());
+    const double p50 = delays[delays.size() / 2];
+    const double p99 = delays[delays.size() * 99 / 100];
+    const double seconds = double(received.back() - written.front()) / 1e9;
+    std::printf("loopback: %d fragments in order, none lost; %.0f fragments/s; write to onToken p50 %.2f ms, "
+                "p99 %.2f ms (target p99 < 5 ms)\n",
+        count, count / seconds, p50, p99);
+    return p99 < 5 ? 0 : 1;
 }
 
 } // namespace
