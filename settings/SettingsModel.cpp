@@ -13,7 +13,7 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
-Q_LOGGING_CATEGORY(lcSettings, "tessary.settings")
+Q_LOGGING_CATEGORY(lcSettings, "tessary.settings", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 
