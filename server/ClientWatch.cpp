@@ -88,29 +88,69 @@ void ClientWatch::loop()
     }
 }
 
-std::vector<int> ClientWatch::connectedSockets(int localPort, int remotePort)
+namespace {
+
+// The local and remote port of a connected socket; false for anything else.
+bool portsOf(int socket, int &localPort, int &remotePort)
 {
-    std::vector<int> found;
+    sockaddr_storage local {};
+    sockaddr_storage peer {};
+    socklen_t localLength = sizeof local;
+    socklen_t peerLength = sizeof peer;
+    if (getsockname(socket, reinterpret_cast<sockaddr *>(&local), &localLength) != 0
+        || getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &peerLength) != 0)
+        return false;
+    localPort = portOf(local);
+    remotePort = portOf(peer);
+    return true;
+}
+
+// Every socket of this process with a peer, by (local port, remote port).
+template<typename Visit> void forEachConnectedSocket(Visit visit)
+{
     DIR *dir = opendir("/proc/self/fd");
     if (!dir)
-        return found;
+        return;
     while (const dirent *entry = readdir(dir)) {
         char *end = nullptr;
         const long fd = std::strtol(entry->d_name, &end, 10);
         if (end == entry->d_name || *end != '\0' || fd == dirfd(dir))
             continue;
-        sockaddr_storage local {};
-        sockaddr_storage peer {};
-        socklen_t localLength = sizeof local;
-        socklen_t peerLength = sizeof peer;
-        if (getsockname(int(fd), reinterpret_cast<sockaddr *>(&local), &localLength) != 0
-            || portOf(local) != localPort)
-            continue;
-        if (getpeername(int(fd), reinterpret_cast<sockaddr *>(&peer), &peerLength) != 0
-            || (remotePort >= 0 && portOf(peer) != remotePort))
-            continue;
-        found.push_back(int(fd));
+        int local = -1;
+        int remote = -1;
+        if (portsOf(int(fd), local, remote))
+            visit(int(fd), local, remote);
     }
     closedir(dir);
+}
+
+} // namespace
+
+std::vector<int> ClientWatch::connectedSockets(int localPort, int remotePort)
+{
+    std::vector<int> found;
+    forEachConnectedSocket([&](int socket, int local, int remote) {
+        if (local == localPort && (remotePort < 0 || remote == remotePort))
+            found.push_back(socket);
+    });
     return found;
+}
+
+int ClientWatch::socketOf(int localPort, int remotePort)
+{
+    std::lock_guard lock(m_socketsMutex);
+    const auto key = std::make_pair(localPort, remotePort);
+    if (const auto it = m_knownSockets.find(key); it != m_knownSockets.end()) {
+        // The descriptor may have been reused by another connection since the scan.
+        int local = -1;
+        int remote = -1;
+        if (portsOf(it->second, local, remote) && local == localPort && remote == remotePort)
+            return it->second;
+    }
+    m_knownSockets.clear();
+    forEachConnectedSocket([this](int socket, int local, int remote) {
+        m_knownSockets[{ local, remote }] = socket;
+    });
+    const auto it = m_knownSockets.find(key);
+    return it == m_knownSockets.end() ? -1 : it->second;
 }

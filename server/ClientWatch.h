@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 // Notices at once when a client hangs up while its rewrite is waiting on the model,
@@ -29,6 +30,10 @@ public:
     // their socket nor a way to end idle connections.
     static std::vector<int> connectedSockets(int localPort, int remotePort = -1);
 
+    // connectedSockets(localPort, remotePort) for one connection, remembering what one
+    // scan of the descriptors found so that a burst of new clients costs one scan, not one each.
+    int socketOf(int localPort, int remotePort);
+
 private:
     void loop();
 
@@ -42,5 +47,7 @@ private:
     std::map<int, Entry> m_entries;
     int m_nextId = 1;
     bool m_stopping = false;
+    std::mutex m_socketsMutex;
+    std::map<std::pair<int, int>, int> m_knownSockets; // (local port, remote port) -> descriptor
     std::thread m_thread;
 };

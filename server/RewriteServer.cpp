@@ -216,8 +216,7 @@ void RewriteServer::handleRewrite(const httplib::Request &request, httplib::Resp
                       .arg(rewrite.tone));
     }
 
-    const std::vector<int> sockets = ClientWatch::connectedSockets(request.local_port, request.remote_port);
-    const int clientSocket = sockets.empty() ? -1 : sockets.front();
+    const int clientSocket = m_watch->socketOf(request.local_port, request.remote_port);
     response.set_header("Cache-Control", "no-cache");
     response.set_header("X-Accel-Buffering", "no"); // reverse proxies must not hold fragments back
     response.set_chunked_content_provider(

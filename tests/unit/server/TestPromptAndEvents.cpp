@@ -97,6 +97,26 @@ private Q_SLOTS:
         QCOMPARE(int(event.kind), kind);
         QCOMPARE(event.text, text);
     }
+
+    void fragmentEventsCarryAnyTextIntact_data()
+    {
+        QTest::addColumn<QString>("fragment");
+        QTest::newRow("quotes and backslashes") << u"say \"hi\" \\ C:\\path"_s;
+        QTest::newRow("line breaks and tabs") << u"a\r\nb\tc\n"_s;
+        QTest::newRow("other control characters") << QString::fromUtf16(u"\x01\x1f\x7f end");
+        QTest::newRow("non-ASCII") << u"Grüße — 日本語 🙂"_s;
+        QTest::newRow("empty") << QString();
+    }
+    void fragmentEventsCarryAnyTextIntact()
+    {
+        QFETCH(QString, fragment);
+        const QByteArray event = fragmentEvent(fragment);
+        QVERIFY(event.startsWith("data: "));
+        QVERIFY(event.endsWith("\n\n"));
+        QCOMPARE(event.count('\n'), 2); // one event line, one blank line
+        const UpstreamEvent read = interpretPayload(QByteArrayView(event).sliced(6).chopped(2));
+        QCOMPARE(read.text, fragment);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestPromptAndEvents)
