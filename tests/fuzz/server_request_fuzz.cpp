@@ -1,0 +1,74 @@
+// libFuzzer target for what tessary-server does with bytes from the network: request
+// bodies, prompt building, and upstream event streams. Besides crashes it checks that
+// the user's text reaches the upstream unchanged, that the sample budget holds, that
+// the event reader gives the same payloads however the bytes are split, and that
+// fragment events carry any text intact.
+
+#include "EventStream.h"
+#include "Prompt.h"
+#include "RewriteRequest.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+QList<QByteArray> payloadsOf(const QList<QByteArrayView> &pieces)
+{
+    EventStreamParser parser;
+    QList<QByteArray> payloads;
+    const auto collect = [&payloads](QByteArrayView payload) { payloads.append(payload.toByteArray()); };
+    for (QByteArrayView piece : pieces)
+        parser.feed(piece, collect);
+    parser.finish(collect);
+    return payloads;
+}
+
+void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray bytes(reinterpret_cast<const char *>(data), qsizetype(size));
+
+    const RequestParse parse = parseRewriteRequest(bytes);
+    if (parse.request) {
+        const int budget = size ? int(data[0]) * 8 : 0;
+        const QStringList kept = samplesWithinBudget(parse.request->examples, budget);
+        qsizetype used = 0;
+        for (const QString &sample : kept)
+            used += sample.size();
+        require(used <= budget);
+
+        const QByteArray upstream = upstreamRequestBody(*parse.request, { QStringLiteral("m"), budget });
+        const QJsonArray messages
+            = QJsonDocument::fromJson(upstream).object().value(QLatin1String("messages")).toArray();
+        require(messages.size() == 2);
+        require(messages[1].toObject().value(QLatin1String("content")).toString() == parse.request->text);
+    } else {
+        require(!parse.error.isEmpty());
+    }
+
+    const qsizetype cut = size ? qsizetype(data[size - 1]) % (bytes.size() + 1) : 0;
+    const QByteArrayView view(bytes);
+    const QList<QByteArray> whole = payloadsOf({ view });
+    require(payloadsOf({ view.first(cut), view.sliced(cut) }) == whole);
+    for (const QByteArray &payload : whole)
+        interpretPayload(payload);
+    interpretWholeBody(bytes);
+
+    const QString text = QString::fromUtf8(bytes);
+    const QByteArray event = fragmentEvent(text);
+    const UpstreamEvent read = interpretPayload(QByteArrayView(event).sliced(6).chopped(2));
+    require(read.text == text);
+    return 0;
+}
