@@ -60,7 +60,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     const QHostAddress address(config.listenAddress);
-    if (!address.isLoopback())
+    if (!address.isLoopback() && config.listenAddress != "localhost"_L1)
         serverLog(u"warning: listening on %1, reachable from other machines; put TLS in front of it"_s.arg(
             config.listenAddress));
     serverLog(u"tessary-server %1 listening on http://%2:%3/api/v1"_s

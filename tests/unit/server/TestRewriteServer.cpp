@@ -117,6 +117,8 @@ private:
         request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
         if (!authorization.isEmpty())
             request.setRawHeader("Authorization", authorization.toUtf8());
+        for (int i = 0; i < m_extraHeaders; ++i)
+            request.setRawHeader("X-Padding-" + QByteArray::number(i), QByteArray(4000, 'p'));
         auto *reader = new StreamReader(m_network.post(request, body));
         reader->setParent(this);
         return reader;
@@ -124,6 +126,7 @@ private:
 
     QNetworkAccessManager m_network;
     FixtureUpstream m_upstream;
+    int m_extraHeaders = 0; // headers of 4000 bytes each, to go over the header limit
 
 private Q_SLOTS:
     void initTestCase() { QVERIFY(m_upstream.start()); }
@@ -303,6 +306,9 @@ private Q_SLOTS:
             << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
             << QByteArray(R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})") << 400
             << QStringList() << u"\"examples\""_s << false;
+        QTest::newRow("headers over the limit")
+            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer << body
+            << 431 << QStringList() << u"request headers are larger"_s << false;
         QTest::newRow("body over the limit")
             << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
             << rewriteBody(QString(70 * 1024, u'a')) << 413 << QStringList()
@@ -334,7 +340,9 @@ private Q_SLOTS:
             = startServer(configFor(upstreamUrl == "fixture"_L1 ? m_upstream.baseUrl() : upstreamUrl));
         QVERIFY(server);
 
+        m_extraHeaders = status == 431 ? 5 : 0;
         StreamReader *reply = post(*server, requestBody, authorization);
+        m_extraHeaders = 0;
         QTRY_VERIFY(reply->finished);
         QCOMPARE(reply->status(), status);
         QCOMPARE(reply->fragments, fragments);
