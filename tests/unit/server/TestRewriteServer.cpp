@@ -31,6 +31,15 @@ QByteArray rewriteBody(
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }
 
+// A reply that writes `fragments`, waiting for release() after the first `stallAfter`.
+UpstreamScript stalling(const QStringList &fragments, int stallAfter)
+{
+    UpstreamScript script;
+    script.fragments = fragments;
+    script.stallAfter = stallAfter;
+    return script;
+}
+
 // Reads the reply the way the desktop program does: line by line as bytes arrive.
 class StreamReader : public QObject
 {
@@ -178,9 +187,7 @@ private Q_SLOTS:
     // The first fragments must reach the client while the upstream is still writing.
     void fragmentsArriveBeforeTheUpstreamFinishes()
     {
-        UpstreamScript script;
-        script.fragments = { u"one"_s, u"two"_s, u"three"_s };
-        script.stallAfter = 2;
+        const UpstreamScript script = stalling({ u"one"_s, u"two"_s, u"three"_s }, 2);
         m_upstream.setScript(script);
         const int finishedBefore = m_upstream.finishedReplies();
         auto server = startServer(configFor(m_upstream.baseUrl()));
@@ -199,9 +206,7 @@ private Q_SLOTS:
 
     void clientHangUpDropsTheUpstreamRequest()
     {
-        UpstreamScript script;
-        script.fragments = { u"first"_s, u"never"_s };
-        script.stallAfter = 1;
+        const UpstreamScript script = stalling({ u"first"_s, u"never"_s }, 1);
         m_upstream.setScript(script);
         const int abandonedBefore = m_upstream.abandonedReplies();
         auto server = startServer(configFor(m_upstream.baseUrl()));
@@ -218,9 +223,7 @@ private Q_SLOTS:
 
     void refusesStreamsBeyondTheLimit()
     {
-        UpstreamScript script;
-        script.fragments = { u"a"_s, u"b"_s };
-        script.stallAfter = 1;
+        const UpstreamScript script = stalling({ u"a"_s, u"b"_s }, 1);
         m_upstream.setScript(script);
         ServerConfig config = configFor(m_upstream.baseUrl());
         config.maxStreams = 1;
