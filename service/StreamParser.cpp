@@ -117,20 +117,35 @@ private:
             ++m_p;
     }
 
-    template<typename OnMember> bool members(OnMember onMember)
+    // Walks a '{...}' or '[...]' starting at m_p, calling item() at each member or element.
+    template<typename Item> bool container(char close, Item item)
     {
         if (++m_depth > maxDepth)
             return false;
-        ++m_p; // '{'
+        ++m_p;
         skipSpace();
-        if (peek() == '}') {
-            ++m_p;
-            --m_depth;
-            return true;
+        if (peek() != close) {
+            for (int index = 0;; ++index) {
+                skipSpace();
+                if (!item(index))
+                    return false;
+                skipSpace();
+                if (peek() != ',')
+                    break;
+                ++m_p;
+            }
         }
+        if (peek() != close)
+            return false;
+        ++m_p;
+        --m_depth;
+        return true;
+    }
+
+    template<typename OnMember> bool members(OnMember onMember)
+    {
         QByteArray decodedKey;
-        for (;;) {
-            skipSpace();
+        return container('}', [&](int) {
             if (peek() != '"')
                 return false;
             const char *keyStart = m_p + 1;
@@ -147,48 +162,11 @@ private:
                 return false;
             ++m_p;
             skipSpace();
-            if (!onMember(key))
-                return false;
-            skipSpace();
-            if (peek() == ',') {
-                ++m_p;
-                continue;
-            }
-            if (peek() != '}')
-                return false;
-            ++m_p;
-            --m_depth;
-            return true;
-        }
+            return onMember(key);
+        });
     }
 
-    template<typename OnElement> bool elements(OnElement onElement)
-    {
-        if (++m_depth > maxDepth)
-            return false;
-        ++m_p; // '['
-        skipSpace();
-        if (peek() == ']') {
-            ++m_p;
-            --m_depth;
-            return true;
-        }
-        for (int index = 0;; ++index) {
-            skipSpace();
-            if (!onElement(index))
-                return false;
-            skipSpace();
-            if (peek() == ',') {
-                ++m_p;
-                continue;
-            }
-            if (peek() != ']')
-                return false;
-            ++m_p;
-            --m_depth;
-            return true;
-        }
-    }
+    template<typename OnElement> bool elements(OnElement onElement) { return container(']', onElement); }
 
     bool value()
     {
