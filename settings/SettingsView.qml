@@ -28,6 +28,7 @@ Window {
 
     // Return closes the window when the focused control has no use for it.
     Item {
+        objectName: "keyHandler"
         anchors.fill: parent
         focus: true
         Keys.onReturnPressed: root.close()

@@ -1,0 +1,159 @@
+// tessary-gallery OUTDIR: renders the settings window (with an update known) and every
+// onboarding page, light and dark, into PNG files for the documentation and the demo.
+
+#include "OnboardingModel.h"
+#include "Rewriter.h"
+#include "SettingsModel.h"
+#include "StorageManager.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <cstdio>
+#include <memory>
+
+Q_IMPORT_QML_PLUGIN(Tessary_UiPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class IdleRewriter : public Rewriter
+{
+public:
+    void humanize(const QString &, const QString &, RewriteCallbacks) override { }
+};
+
+QPalette darkPalette()
+{
+    QPalette p;
+    const QColor window(0x26, 0x26, 0x28), text(0xec, 0xec, 0xee), base(0x1d, 0x1d, 0x1f);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, window);
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3c));
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::Mid, QColor(0x50, 0x50, 0x54));
+    p.setColor(QPalette::Dark, QColor(0x18, 0x18, 0x1a));
+    p.setColor(QPalette::Light, QColor(0x5a, 0x5a, 0x5e));
+    p.setColor(QPalette::Midlight, QColor(0x48, 0x48, 0x4c));
+    p.setColor(QPalette::Shadow, Qt::black);
+    p.setColor(QPalette::Highlight, QColor(0x8e, 0x44, 0xc8));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::PlaceholderText, QColor(0x8a, 0x8a, 0x8e));
+    return p;
+}
+
+std::unique_ptr<QQuickWindow> load(QQmlEngine &engine, const QString &url, const QVariantMap &properties)
+{
+    QQmlComponent component(&engine, QUrl(url));
+    if (component.isError()) {
+        std::fprintf(stderr, "%s\n", qPrintable(component.errorString()));
+        std::exit(1);
+    }
+    std::unique_ptr<QObject> object(component.createWithInitialProperties(properties));
+    auto *window = qobject_cast<QQuickWindow *>(object.get());
+    if (!window) {
+        std::fprintf(stderr, "%s\n", qPrintable(component.errorString()));
+        std::exit(1);
+    }
+    object.release();
+    return std::unique_ptr<QQuickWindow>(window);
+}
+
+void shoot(QQuickWindow &window, const QString &path, int settleMs)
+{
+    window.show();
+    if (!QTest::qWaitForWindowExposed(&window))
+        std::fprintf(stderr, "window not exposed\n");
+    QTest::qWait(settleMs);
+    if (!window.grabWindow().save(path))
+        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+    else
+        std::printf("%s\n", qPrintable(path));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QGuiApplication app(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: tessary-gallery OUTDIR\n");
+        return 2;
+    }
+    const QDir out(QString::fromLocal8Bit(argv[1]));
+    QDir().mkpath(out.absolutePath());
+    const QPalette light = QGuiApplication::palette();
+
+    for (const bool dark : { false, true }) {
+        QGuiApplication::setPalette(dark ? darkPalette() : light);
+        const QString scheme = dark ? u"dark"_s : u"light"_s;
+        QTemporaryDir home;
+        StorageManager storage(home.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:8787/api/v1"_s);
+        storage.setApiKey(u"tsk-demo-4f9a2c"_s);
+        storage.setUpdateCheckEnabled(true);
+        storage.setLastVersionCheck(QDateTime::currentDateTime().addSecs(-3600));
+        storage.setExamples({ u"Hey all — quick one: the launch moves to Thursday. Nothing else changes, "
+                              u"so keep going as you were."_s,
+            u"Thanks for the notes! I took most of them; the intro stays long because it sets up "
+            u"the whole argument."_s });
+        IdleRewriter rewriter;
+        QQmlEngine engine;
+        engine.addImportPath(u"qrc:/qt/qml"_s);
+
+        SettingsModel settings(
+            storage, rewriter, home.filePath(u"autostart"_s), [](const QUrl &) { return true; });
+        settings.setUpdateState(false, true,
+            SettingsModel::Release { u"1.4.0"_s,
+                u"Faster rewrites, a warmer tone and fixes for pasting into terminals."_s,
+                u"https://tessary.app/download"_s });
+        auto settingsWindow = load(engine, u"qrc:/qt/qml/Tessary/Settings/SettingsView.qml"_s,
+            { { u"model"_s, QVariant::fromValue(&settings) } });
+        shoot(*settingsWindow, out.filePath(u"settings-%1.png"_s.arg(scheme)), 300);
+        // Scrolled to the end: the update box, the toggles and the shortcut.
+        if (auto *scroll = settingsWindow->findChild<QQuickItem *>(u"scroll"_s)) {
+            auto *flickable = scroll->property("contentItem").value<QQuickItem *>();
+            flickable->setProperty(
+                "contentY", flickable->property("contentHeight").toReal() - flickable->height());
+        }
+        shoot(*settingsWindow, out.filePath(u"settings-updates-%1.png"_s.arg(scheme)), 300);
+        settingsWindow->close();
+
+        // The last page differs while no key is stored: show both.
+        for (const bool withKey : { true, false }) {
+            storage.setApiKey(withKey ? u"tsk-demo-4f9a2c"_s : QString());
+            OnboardingModel onboarding(storage);
+            auto window = load(engine, u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s,
+                { { u"model"_s, QVariant::fromValue(&onboarding) } });
+            if (withKey) {
+                shoot(*window, out.filePath(u"onboarding-1-welcome-%1.png"_s.arg(scheme)), 900);
+                onboarding.advance();
+                onboarding.setSampleText(
+                    u"Hey — quick note before I forget: the client meeting got pushed to Friday, "
+                    u"so we have two more days for the deck."_s);
+                shoot(*window, out.filePath(u"onboarding-2-sample-%1.png"_s.arg(scheme)), 1200);
+            } else {
+                onboarding.advance();
+            }
+            onboarding.finish();
+            shoot(*window,
+                out.filePath(u"onboarding-3-done%1-%2.png"_s.arg(withKey ? u""_s : u"-no-key"_s, scheme)),
+                1200);
+            window->close();
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,238 @@
+#include "FakeRewriter.h"
+#include "SettingsModel.h"
+#include "StorageManager.h"
+
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <algorithm>
+#include <memory>
+
+Q_IMPORT_QML_PLUGIN(Tessary_UiPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
+
+using namespace Qt::StringLiterals;
+
+// The settings window as the user meets it: the controls read and write the store,
+// and the window closes from Done and from Return.
+class TestSettingsView : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    int m_stores = 0;
+
+    struct View
+    {
+        View(const QString &path, const QString &autostart)
+            : storage(path, u"http://127.0.0.1:8787/api/v1"_s)
+            , model(storage, rewriter, autostart, [](const QUrl &) { return true; })
+        {
+            engine.addImportPath(u"qrc:/qt/qml"_s);
+        }
+        void load()
+        {
+            QQmlComponent component(&engine, QUrl(u"qrc:/qt/qml/Tessary/Settings/SettingsView.qml"_s));
+            window.reset(qobject_cast<QQuickWindow *>(
+                component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(&model) } })));
+            if (!window)
+                qFatal("%s", qPrintable(component.errorString()));
+            window->show();
+            if (!QTest::qWaitForWindowExposed(window.get()))
+                qFatal("settings window not shown");
+        }
+        // Repeater rows are not QObject children of the window: walk the item tree.
+        static void collect(QQuickItem *root, const QString &name, QList<QQuickItem *> &found)
+        {
+            for (QQuickItem *child : root->childItems()) {
+                if (child->objectName() == name)
+                    found.append(child);
+                collect(child, name, found);
+            }
+        }
+        QQuickItem *item(const QString &name) const
+        {
+            QList<QQuickItem *> found;
+            collect(window->contentItem(), name, found);
+            return found.value(0);
+        }
+        QList<QQuickItem *> items(const QString &name) const
+        {
+            QList<QQuickItem *> found;
+            collect(window->contentItem(), name, found);
+            found.removeIf([](QQuickItem *item) { return !item->isVisible(); });
+            // In row order, top to bottom.
+            std::sort(found.begin(), found.end(), [](QQuickItem *a, QQuickItem *b) {
+                return a->mapToScene(QPointF()).y() < b->mapToScene(QPointF()).y();
+            });
+            return found;
+        }
+        // Scrolls the settings so that the item is in the window.
+        void reveal(QQuickItem *target) const
+        {
+            auto *flickable = item(u"scroll"_s)->property("contentItem").value<QQuickItem *>();
+            auto *content = flickable->property("contentItem").value<QQuickItem *>();
+            const qreal y = target->mapToItem(content, QPointF()).y();
+            const qreal last = flickable->property("contentHeight").toReal() - flickable->height();
+            flickable->setProperty("contentY", std::clamp(y - 100, 0.0, std::max(0.0, last)));
+        }
+        void click(QQuickItem *item) const
+        {
+            reveal(item);
+            const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+            QTest::mouseClick(window.get(), Qt::LeftButton, {}, centre.toPoint());
+        }
+
+        StorageManager storage;
+        FakeRewriter rewriter;
+        SettingsModel model;
+        QQmlEngine engine;
+        std::unique_ptr<QQuickWindow> window;
+    };
+
+    static void type(QWindow *window, const char *text)
+    {
+        for (const char *c = text; *c; ++c)
+            QTest::keyClick(window, *c);
+    }
+
+    std::unique_ptr<View> makeView(const QStringList &samples)
+    {
+        auto view = std::make_unique<View>(
+            m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)), m_dir.filePath(u"autostart"_s));
+        view->storage.setExamples(samples);
+        view->load();
+        return view;
+    }
+
+private Q_SLOTS:
+    void window()
+    {
+        auto view = makeView({});
+        QCOMPARE(view->window->title(), u"Tessary — Settings"_s);
+        QCOMPARE(view->window->size(), QSize(480, 580));
+        QCOMPARE(view->window->minimumSize(), view->window->maximumSize());
+    }
+
+    // One editor per sample; "Add sample" only while fewer than five are stored.
+    void sampleRows_data()
+    {
+        QTest::addColumn<int>("stored");
+        QTest::addColumn<bool>("addShown");
+        QTest::newRow("none") << 0 << true;
+        QTest::newRow("four") << 4 << true;
+        QTest::newRow("five") << 5 << false;
+        QTest::newRow("seven") << 7 << false;
+    }
+    void sampleRows()
+    {
+        QFETCH(int, stored);
+        QStringList samples;
+        for (int i = 0; i < stored; ++i)
+            samples.append(u"sample %1"_s.arg(i));
+        auto view = makeView(samples);
+        QTRY_COMPARE(view->items(u"sampleEditor"_s).size(), stored);
+        QFETCH(bool, addShown);
+        QTRY_COMPARE(view->item(u"addSample"_s)->isVisible(), addShown);
+        QCOMPARE(view->items(u"removeSample"_s).size(), stored);
+    }
+
+    void addRemoveAndType()
+    {
+        auto view = makeView({ u"a"_s, u"b"_s, u"c"_s, u"d"_s });
+        view->click(view->item(u"addSample"_s));
+        QCOMPARE(view->storage.examples(), (QStringList { u"a"_s, u"b"_s, u"c"_s, u"d"_s, QString() }));
+        QTRY_VERIFY(!view->item(u"addSample"_s)->isVisible());
+
+        // Typing writes through on every keystroke, into the row typed in.
+        QQuickItem *editor = view->items(u"sampleEditor"_s).at(4);
+        editor->forceActiveFocus();
+        QSignalSpy written(&view->storage, &StorageManager::examplesChanged);
+        type(view->window.get(), " hi");
+        QCOMPARE(written.size(), 3);
+        QCOMPARE(view->storage.examples().at(4), u" hi"_s);
+        // The row kept its editor (and the focus) while the store changed under it.
+        QVERIFY(editor->hasActiveFocus());
+
+        view->click(view->items(u"removeSample"_s).at(1));
+        QCOMPARE(view->storage.examples(), (QStringList { u"a"_s, u"c"_s, u"d"_s, u" hi"_s }));
+        QTRY_VERIFY(view->item(u"addSample"_s)->isVisible());
+        QTRY_COMPARE(view->items(u"sampleEditor"_s).at(1)->property("text").toString(), u"c"_s);
+    }
+
+    void checkButton()
+    {
+        auto view = makeView({});
+        QSignalSpy requested(&view->model, &SettingsModel::updateCheckRequested);
+        QQuickItem *check = view->item(u"checkForUpdates"_s);
+        QCOMPARE(check->property("text").toString(), u"Check for Updates"_s);
+        view->click(check);
+        QCOMPARE(requested.size(), 1);
+
+        view->model.setUpdateState(true, false, std::nullopt);
+        QCOMPARE(check->property("text").toString(), u"Checking..."_s);
+        QVERIFY(!check->isEnabled());
+        view->click(check);
+        QCOMPARE(requested.size(), 1);
+
+        QVERIFY(!view->item(u"updateBox"_s)->isVisible());
+        view->model.setUpdateState(
+            false, true, SettingsModel::Release { u"9.9"_s, u"n"_s, u"https://x.org"_s });
+        QVERIFY(check->isEnabled());
+        QVERIFY(view->item(u"updateBox"_s)->isVisible());
+        QVERIFY(!view->item(u"lastChecked"_s)->isVisible());
+        view->storage.setLastVersionCheck(QDateTime::currentDateTime());
+        QVERIFY(view->item(u"lastChecked"_s)->isVisible());
+    }
+
+    void togglesAndKey()
+    {
+        auto view = makeView({});
+        view->storage.setUpdateCheckEnabled(false);
+        view->click(view->item(u"autoCheck"_s));
+        QVERIFY(view->storage.updateCheckEnabled());
+
+        QQuickItem *key = view->item(u"apiKeyField"_s);
+        QCOMPARE(key->property("echoMode").toInt(), 2); // TextInput.Password
+        QMetaObject::invokeMethod(view->window.get(), "focusApiKey");
+        QVERIFY(key->hasActiveFocus());
+        type(view->window.get(), "sk-1");
+        QCOMPARE(view->storage.apiKey(), u"sk-1"_s);
+        view->click(view->item(u"revealKey"_s));
+        QCOMPARE(key->property("echoMode").toInt(), 0); // TextInput.Normal
+    }
+
+    void closing_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::newRow("Done") << u"done"_s;
+        QTest::newRow("Return outside an editor") << u"return"_s;
+    }
+    void closing()
+    {
+        QFETCH(QString, how);
+        auto view = makeView({ u"x"_s });
+        if (how == u"done"_s) {
+            view->click(view->item(u"done"_s));
+        } else {
+            // Return inside a sample is a line break, not Done.
+            view->items(u"sampleEditor"_s).first()->forceActiveFocus();
+            QTest::keyClick(view->window.get(), Qt::Key_Return);
+            QVERIFY(view->window->isVisible());
+            QCOMPARE(view->storage.examples(), QStringList { u"\nx"_s });
+            view->item(u"keyHandler"_s)->forceActiveFocus();
+            QTest::keyClick(view->window.get(), Qt::Key_Return);
+        }
+        QTRY_VERIFY(!view->window->isVisible());
+    }
+};
+
+QTEST_MAIN(TestSettingsView)
+#include "TestSettingsView.moc"
