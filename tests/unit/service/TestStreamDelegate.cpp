@@ -25,6 +25,8 @@ FixtureReply reply(const QByteArray &body, QList<qsizetype> splitAt = {}, int st
     FixtureReply reply;
     reply.status = status;
     reply.headers = { { "Content-Type", "text/event-stream" } };
+    if (status == 401) // as real services send it; QNetworkAccessManager asks for credentials then
+        reply.headers.append(std::pair<QByteArray, QByteArray>("WWW-Authenticate", "Bearer realm=\"api\""));
     reply.body = body;
     reply.splitAt = std::move(splitAt);
     reply.delay = 5ms; // separate reads on the client, not one coalesced buffer
