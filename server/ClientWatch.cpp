@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -22,67 +24,64 @@ int portOf(const sockaddr_storage &address)
 } // namespace
 
 ClientWatch::ClientWatch()
-    : m_thread([this] { loop(); })
+    : m_epoll(epoll_create1(EPOLL_CLOEXEC))
+    , m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
+    epoll_event event {};
+    event.events = EPOLLIN;
+    event.data.u64 = 0; // ids start at 1: 0 is the wake-up
+    epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_wake, &event);
+    m_thread = std::thread([this] { loop(); });
 }
 
 ClientWatch::~ClientWatch()
 {
-    {
-        std::lock_guard lock(m_mutex);
-        m_stopping = true;
-    }
-    m_changed.notify_all();
+    const uint64_t one = 1;
+    [[maybe_unused]] const auto written = write(m_wake, &one, sizeof one);
     m_thread.join();
+    close(m_wake);
+    close(m_epoll);
 }
 
 int ClientWatch::add(int socket, std::function<void()> onHangUp)
 {
-    int id;
-    {
-        std::lock_guard lock(m_mutex);
-        id = m_nextId++;
-        m_entries.emplace(id, Entry { socket, std::move(onHangUp) });
-    }
-    m_changed.notify_all();
+    std::lock_guard lock(m_mutex);
+    const int id = m_nextId++;
+    epoll_event event {};
+    event.events = EPOLLRDHUP;
+    event.data.u64 = uint64_t(id);
+    if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, socket, &event) != 0)
+        return 0;
+    m_entries.emplace(id, Entry { socket, std::move(onHangUp) });
     return id;
 }
 
 void ClientWatch::remove(int id)
 {
     std::lock_guard lock(m_mutex);
-    m_entries.erase(id);
+    const auto it = m_entries.find(id);
+    if (it == m_entries.end())
+        return;
+    epoll_ctl(m_epoll, EPOLL_CTL_DEL, it->second.socket, nullptr);
+    m_entries.erase(it);
 }
 
 void ClientWatch::loop()
 {
-    std::vector<pollfd> fds;
-    std::vector<int> ids;
+    epoll_event events[64];
     for (;;) {
-        {
-            std::unique_lock lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_stopping || !m_entries.empty(); });
-            if (m_stopping)
-                return;
-            fds.clear();
-            ids.clear();
-            for (const auto &[id, entry] : m_entries) {
-                fds.push_back({ entry.socket, POLLRDHUP, 0 });
-                ids.push_back(id);
-            }
-        }
-        // A short timeout picks up sockets added meanwhile; hang-ups wake us at once.
-        if (poll(fds.data(), fds.size(), 20) <= 0)
-            continue;
+        const int count = epoll_wait(m_epoll, events, 64, -1);
         std::lock_guard lock(m_mutex);
-        for (size_t i = 0; i < fds.size(); ++i) {
-            if (!(fds[i].revents & (POLLRDHUP | POLLHUP | POLLERR)))
-                continue;
-            const auto it = m_entries.find(ids[i]);
+        for (int i = 0; i < count; ++i) {
+            if (events[i].data.u64 == 0)
+                return;
+            // An entry removed after epoll_wait returned is simply no longer there.
+            const auto it = m_entries.find(int(events[i].data.u64));
             if (it == m_entries.end())
                 continue;
             // Called under the lock, so remove() waits for it to finish.
             it->second.onHangUp();
+            epoll_ctl(m_epoll, EPOLL_CTL_DEL, it->second.socket, nullptr);
             m_entries.erase(it);
         }
     }

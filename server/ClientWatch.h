@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -10,7 +9,7 @@
 
 // Notices at once when a client hangs up while its rewrite is waiting on the model,
 // so the upstream request can be dropped instead of running on for nobody.
-// One thread polls every watched socket for the peer's hang-up.
+// One thread sleeps in epoll until some watched peer hangs up.
 class ClientWatch
 {
 public:
@@ -20,7 +19,8 @@ public:
     ClientWatch(const ClientWatch &) = delete;
     ClientWatch &operator=(const ClientWatch &) = delete;
 
-    // `onHangUp` runs on the watch thread, at most once. Returns an id for remove().
+    // `onHangUp` runs on the watch thread, at most once. Returns an id for remove(), or 0
+    // when the socket cannot be watched.
     int add(int socket, std::function<void()> onHangUp);
     // After it returns, the callback of `id` is not running and will not run.
     void remove(int id);
@@ -42,11 +42,11 @@ private:
         int socket;
         std::function<void()> onHangUp;
     };
+    int m_epoll;
+    int m_wake; // eventfd that ends the thread
     std::mutex m_mutex;
-    std::condition_variable m_changed;
     std::map<int, Entry> m_entries;
     int m_nextId = 1;
-    bool m_stopping = false;
     std::mutex m_socketsMutex;
     std::map<std::pair<int, int>, int> m_knownSockets; // (local port, remote port) -> descriptor
     std::thread m_thread;

@@ -22,6 +22,7 @@
 #include <httplib.h>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -43,6 +44,7 @@ qint64 nowNs()
 struct Phase
 {
     std::vector<qint64> latencies; // ns, one per fragment received
+    std::vector<qint64> firstLatencies; // ns, each stream's first fragment only
     int errors = 0;
     double seconds = 0;
 };
@@ -112,6 +114,8 @@ Phase runPhase(int port, const std::string &path, const std::string &token)
                 || int(mine.size()) != fragmentsPerStream)
                 ++errors;
             std::lock_guard lock(mutex);
+            if (!mine.empty())
+                phase.firstLatencies.push_back(mine.front());
             phase.latencies.insert(phase.latencies.end(), mine.begin(), mine.end());
         });
     }
@@ -122,6 +126,7 @@ Phase runPhase(int port, const std::string &path, const std::string &token)
     phase.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     phase.errors = errors;
     std::sort(phase.latencies.begin(), phase.latencies.end());
+    std::sort(phase.firstLatencies.begin(), phase.firstLatencies.end());
     return phase;
 }
 
@@ -141,6 +146,20 @@ double statusMb(qint64 pid, const char *field)
     const QRegularExpression pattern(QString::fromLatin1(field) + u":\\s+(\\d+) kB"_s);
     const auto match = pattern.match(QString::fromLatin1(status.readAll()));
     return match.hasMatch() ? match.captured(1).toDouble() / 1024 : -1;
+}
+
+// User plus system CPU time of a process so far, in seconds.
+double cpuSeconds(qint64 pid)
+{
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray line = stat.readAll();
+    // The fields after the command name, which may hold spaces, start after its ')'.
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13)
+        return -1;
+    return (fields[11].toDouble() + fields[12].toDouble()) / double(sysconf(_SC_CLK_TCK));
 }
 
 const char *verdict(bool met)
@@ -173,27 +192,32 @@ int main(int argc, char *argv[])
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"XDG_CONFIG_HOME"_s, home.path());
     server.setProcessEnvironment(environment);
-    server.setProcessChannelMode(QProcess::SeparateChannels);
+    // The log goes to a file: a pipe nobody reads during the run would fill and stall the server.
+    const QString logPath = home.filePath(u"server.log"_s);
+    server.setStandardErrorFile(logPath);
     server.start();
-    server.setReadChannel(QProcess::StandardError);
     int port = 0;
     const QRegularExpression listening(u"listening on http://127\\.0\\.0\\.1:(\\d+)/"_s);
-    QByteArray serverLog;
-    while (port == 0 && server.waitForReadyRead(10000)) {
-        serverLog += server.readAllStandardError();
-        if (const auto match = listening.match(QString::fromUtf8(serverLog)); match.hasMatch())
-            port = match.captured(1).toInt();
+    QFile log(logPath);
+    for (int attempt = 0; port == 0 && attempt < 100 && server.state() != QProcess::NotRunning; ++attempt) {
+        std::this_thread::sleep_for(50ms);
+        if (log.isOpen() || log.open(QIODevice::ReadOnly)) {
+            log.seek(0);
+            if (const auto match = listening.match(QString::fromUtf8(log.readAll())); match.hasMatch())
+                port = match.captured(1).toInt();
+        }
     }
     if (port == 0) {
-        std::fprintf(stderr, "server_load: tessary-server did not start\n%s\n", serverLog.constData());
+        log.seek(0);
+        std::fprintf(stderr, "server_load: tessary-server did not start\n%s\n", log.readAll().constData());
         return 1;
     }
-    // The server's log is not read during the run; drop it so the pipe never fills.
-    server.setStandardErrorFile(QProcess::nullDevice());
     const double idleRss = statusMb(server.processId(), "VmRSS");
 
     const Phase direct = runPhase(upstream.port(), "/v1/chat/completions", "unused");
+    const double cpuBefore = cpuSeconds(server.processId());
     const Phase through = runPhase(port, "/api/v1/chat/completions", "bench");
+    const double serverCpu = cpuSeconds(server.processId()) - cpuBefore;
     const double peakRss = statusMb(server.processId(), "VmHWM");
     server.terminate();
     server.waitForFinished(5000);
@@ -209,10 +233,16 @@ int main(int argc, char *argv[])
         "  fragment latency      direct p50 %.3f ms p99 %.3f ms; through server p50 %.3f ms p99 %.3f ms\n",
         percentileMs(direct.latencies, 0.50), percentileMs(direct.latencies, 0.99),
         percentileMs(through.latencies, 0.50), percentileMs(through.latencies, 0.99));
+    std::printf(
+        "  first fragments only  direct p50 %.3f ms p99 %.3f ms; through server p50 %.3f ms p99 %.3f ms\n",
+        percentileMs(direct.firstLatencies, 0.50), percentileMs(direct.firstLatencies, 0.99),
+        percentileMs(through.firstLatencies, 0.50), percentileMs(through.firstLatencies, 0.99));
     std::printf("  added by the server   p50 %.3f ms, p99 %.3f ms   (target p99 < %.1f ms: %s)\n", addedP50,
         addedP99, p99TargetMs, verdict(addedP99 < p99TargetMs));
     std::printf("  errors                %d direct, %d through server   (target 0: %s)\n", direct.errors,
         through.errors, verdict(through.errors == 0));
+    std::printf("  server CPU            %.2f s in all, %.1f us per fragment\n", serverCpu,
+        serverCpu * 1e6 / double(std::max<size_t>(1, through.latencies.size())));
     std::printf("  server RSS            %.1f MB idle, %.1f MB peak   (target < %.0f MB: %s)\n", idleRss,
         peakRss, rssTargetMb, verdict(peakRss < rssTargetMb));
     const bool met
