@@ -121,6 +121,7 @@ private:
         if (piece.isEmpty())
             return;
         m_receivedData = true;
+        m_bytesReceived += piece.size();
         const QString text = m_decoder.decode(piece);
         log(u"📦"_s, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
         m_parser.feed(piece);
@@ -145,6 +146,9 @@ private:
         } else if (error != QNetworkReply::NoError && !(status >= 400 && isHttpStatusError(error))) {
             ending.code = error;
             ending.description = m_reply->errorString();
+        } else if (cutShort()) {
+            ending.code = QNetworkReply::RemoteHostClosedError;
+            ending.description = u"The connection was closed before the whole reply arrived."_s;
         } else {
             m_parser.finish();
         }
@@ -162,6 +166,15 @@ private:
         m_reply->deleteLater();
         m_reply = nullptr;
         post([delegate = m_delegate, ending] { delegate->deliverEnding(ending); });
+    }
+
+    // A reset right after the head can reach QNetworkReply as a clean end; a body
+    // shorter than announced says otherwise. (A compressed body's length is not comparable.)
+    bool cutShort() const
+    {
+        const QVariant announced = m_reply->header(QNetworkRequest::ContentLengthHeader);
+        return announced.isValid() && !m_reply->hasRawHeader("Content-Encoding")
+            && m_bytesReceived < announced.toLongLong();
     }
 
     void line(QByteArrayView line) override { log(u"📄"_s, u"Processing line: "_s + QString::fromUtf8(line)); }
@@ -201,6 +214,7 @@ private:
     StreamParser m_parser;
     QStringDecoder m_decoder { QStringDecoder::Utf8 };
     bool m_receivedData = false;
+    qint64 m_bytesReceived = 0;
     bool m_headLogged = false;
     bool m_cancelRequested = false;
     QString m_logBatch;
