@@ -1,0 +1,106 @@
+// The tessary-server program as a user starts it: first start creates and prints the
+// client token, later starts use it silently, the config file is read, and a stop
+// signal ends it cleanly.
+
+#include "server/FixtureUpstream.h"
+
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestServerProcess : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_home;
+    FixtureUpstream m_upstream;
+    QNetworkAccessManager m_network;
+
+    // Starts the program; `port` is where it listens, 0 when it did not come up.
+    void start(QProcess &server, int &port)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.path());
+        server.setProcessEnvironment(environment);
+        server.start(QString::fromLatin1(TESSARY_SERVER_PATH), { u"--port=0"_s });
+        const QRegularExpression listening(u"listening on http://127\\.0\\.0\\.1:(\\d+)/api/v1"_s);
+        QByteArray log;
+        port = 0;
+        QTRY_VERIFY_WITH_TIMEOUT((log += server.readAllStandardError(),
+                                     port = listening.match(QString::fromUtf8(log)).captured(1).toInt())
+                > 0,
+            10000);
+    }
+
+    QNetworkReply *rewrite(int port, const QString &token)
+    {
+        QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(port)));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+        request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+        return m_network.post(request,
+            R"({"stream":true,"examples":[],"tone":"natural","messages":[{"role":"user","content":"Rewrite this in my voice:\n\nhi"}]})");
+    }
+
+    void stop(QProcess &server)
+    {
+        server.terminate();
+        QVERIFY(server.waitForFinished(5000));
+        QCOMPARE(server.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(server.exitCode(), 0);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        QVERIFY(m_upstream.start());
+        UpstreamScript script;
+        script.fragments = { u"Hey"_s };
+        m_upstream.setScript(script);
+        QDir(m_home.path()).mkpath(u"tessary-server"_s);
+        QFile config(m_home.filePath(u"tessary-server/config.ini"_s));
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write("upstream_url = " + m_upstream.baseUrl().toUtf8() + "\nmodel = from-config\n");
+    }
+
+    void firstStartPrintsTheTokenOnceAndItIsTheKey()
+    {
+        QProcess first;
+        int port = 0;
+        start(first, port);
+        QVERIFY(port > 0);
+        QTRY_VERIFY(first.bytesAvailable() > 0);
+        const QString banner = QString::fromUtf8(first.readAllStandardOutput());
+        QFile tokenFile(m_home.filePath(u"tessary-server/client-token"_s));
+        QVERIFY(tokenFile.open(QIODevice::ReadOnly));
+        const QString token = QString::fromLatin1(tokenFile.readAll()).trimmed();
+        QVERIFY2(banner.contains(token) && banner.contains(u"Settings"_s), qPrintable(banner));
+
+        QNetworkReply *reply = rewrite(port, token);
+        QTRY_VERIFY(reply->isFinished());
+        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+        QVERIFY(reply->readAll().contains(R"("content":"Hey")"));
+        QCOMPARE(m_upstream.requests().last().body.value("model"_L1).toString(), u"from-config"_s);
+        stop(first);
+
+        QProcess second;
+        int secondPort = 0;
+        start(second, secondPort);
+        QVERIFY(secondPort > 0);
+        QNetworkReply *again = rewrite(secondPort, token);
+        QTRY_VERIFY(again->isFinished());
+        QCOMPARE(again->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+        QVERIFY(second.readAllStandardOutput().isEmpty());
+        stop(second);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestServerProcess)
+#include "TestServerProcess.moc"
