@@ -1,0 +1,203 @@
+#include "FixtureServer.h"
+#include "StorageManager.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+Q_DECLARE_METATYPE(std::optional<QDateTime>)
+
+// The whole program started as a user starts it, in a throw-away desktop: what it
+// prints, which windows it maps (the task bar lists the window manager's clients) and
+// when it asks the service for the current version.
+class TestLaunch : public QObject
+{
+    Q_OBJECT
+
+private:
+    struct Run
+    {
+        QTemporaryDir config;
+        QProcess process;
+        QStringList lines;
+        QElapsedTimer clock;
+        qint64 launchedAt = -1;
+    };
+
+    static QString program() { return qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s; }
+
+    // Writes the settings through the store itself, so the file is what the program reads.
+    static void configure(Run &run, const QString &apiKey, const QStringList &samples, bool checksEnabled,
+        const std::optional<QDateTime> &lastCheck)
+    {
+        StorageManager storage(run.config.filePath(u"Tessary/Tessary.conf"_s), QString());
+        storage.setApiKey(apiKey);
+        storage.setExamples(samples);
+        storage.setUpdateCheckEnabled(checksEnabled);
+        if (lastCheck)
+            storage.setLastVersionCheck(*lastCheck);
+    }
+
+    static void start(Run &run)
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"XDG_CONFIG_HOME"_s, run.config.path());
+        run.process.setProcessEnvironment(env);
+        run.process.setProcessChannelMode(QProcess::SeparateChannels);
+        connect(&run.process, &QProcess::readyReadStandardOutput, &run.process, [&run] {
+            while (run.process.canReadLine()) {
+                const QString line = QString::fromUtf8(run.process.readLine()).chopped(1);
+                if (line == u">>> LAUNCHED"_s)
+                    run.launchedAt = run.clock.elapsed();
+                run.lines.append(line);
+            }
+        });
+        run.clock.start();
+        run.process.start(program(), {});
+        QVERIFY(run.process.waitForStarted());
+    }
+
+    static void stop(Run &run)
+    {
+        run.process.terminate();
+        if (!run.process.waitForFinished(3000))
+            run.process.kill();
+    }
+
+    static QString xprop(const QStringList &arguments)
+    {
+        QProcess tool;
+        tool.start(u"xprop"_s, arguments);
+        tool.waitForFinished(3000);
+        return QString::fromUtf8(tool.readAllStandardOutput());
+    }
+
+    // Titles of the managed windows that belong to the process: its task-bar entries.
+    static QStringList taskBarEntries(qint64 pid)
+    {
+        const QString list = xprop({ u"-root"_s, u"_NET_CLIENT_LIST"_s });
+        const qsizetype hash = list.indexOf(u'#');
+        QStringList titles;
+        if (hash < 0)
+            return titles;
+        for (const QString &id : list.mid(hash + 1).split(u',', Qt::SkipEmptyParts)) {
+            const QString props = xprop({ u"-id"_s, id.trimmed(), u"_NET_WM_PID"_s, u"WM_NAME"_s });
+            if (!props.contains(u"_NET_WM_PID(CARDINAL) = "_s + QString::number(pid)))
+                continue;
+            const qsizetype quote = props.indexOf(u'"');
+            titles.append(props.mid(quote + 1).section(u'"', 0, 0));
+        }
+        return titles;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs the headless desktop of scripts/headless-session");
+    }
+
+    // Without an API key the first-run window opens and shows in the task bar, whatever
+    // samples are stored; with one, Tessary stays in the tray.
+    void firstWindow_data()
+    {
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<QStringList>("samples");
+        QTest::addColumn<QString>("samplesLine");
+        QTest::addColumn<QStringList>("entries");
+
+        QTest::newRow("fresh") << QString() << QStringList()
+                               << u"StorageManager.shared.examples.isEmpty true"_s
+                               << QStringList { u"Welcome to Tessary"_s };
+        QTest::newRow("samples but no key")
+            << QString() << QStringList { u"mine"_s } << u"StorageManager.shared.examples.isEmpty false"_s
+            << QStringList { u"Welcome to Tessary"_s };
+        QTest::newRow("key stored") << u"sk-test"_s << QStringList()
+                                    << u"StorageManager.shared.examples.isEmpty true"_s << QStringList();
+        QTest::newRow("key and samples")
+            << u"sk-test"_s << QStringList { u"a"_s, u"b"_s }
+            << u"StorageManager.shared.examples.isEmpty false"_s << QStringList();
+    }
+    void firstWindow()
+    {
+        QFETCH(QString, apiKey);
+        QFETCH(QStringList, samples);
+        QFETCH(QString, samplesLine);
+        QFETCH(QStringList, entries);
+
+        Run run;
+        configure(run, apiKey, samples, false, std::nullopt);
+        start(run);
+        QTRY_VERIFY_WITH_TIMEOUT(run.lines.size() >= 2, 10000);
+        QCOMPARE(run.lines.mid(0, 2), (QStringList { u">>> LAUNCHED"_s, samplesLine }));
+        if (entries.isEmpty()) {
+            // Give a window that should not come the time it would take to come.
+            QTest::qWait(1500);
+            QCOMPARE(taskBarEntries(run.process.processId()), entries);
+        } else {
+            QTRY_COMPARE_WITH_TIMEOUT(taskBarEntries(run.process.processId()), entries, 10000);
+        }
+        stop(run);
+    }
+
+    // The silent check 2.0 s after launch, only when one is due.
+    void versionCheck_data()
+    {
+        QTest::addColumn<bool>("enabled");
+        QTest::addColumn<std::optional<QDateTime>>("lastCheck");
+        QTest::addColumn<bool>("asked");
+
+        const QDateTime now = QDateTime::currentDateTime();
+        QTest::newRow("never checked") << true << std::optional<QDateTime>() << true;
+        QTest::newRow("checked two days ago") << true << std::optional(now.addDays(-2)) << true;
+        QTest::newRow("checked an hour ago") << true << std::optional(now.addSecs(-3600)) << false;
+        QTest::newRow("checks off") << false << std::optional<QDateTime>() << false;
+    }
+    void versionCheck()
+    {
+        QFETCH(bool, enabled);
+        QFETCH(std::optional<QDateTime>, lastCheck);
+        QFETCH(bool, asked);
+
+        FixtureServer service;
+        if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
+            QSKIP("the end-to-end service port is taken");
+        FixtureReply reply;
+        reply.headers = { { "Content-Type", "application/json" } };
+        reply.body
+            = R"({"success":true,"data":{"current_version":"0.0.1","download_url":"https://example.org",)"
+              R"("release_notes":"","force_update":false,"minimum_supported_version":"0.0.1"}})";
+        service.route("/api/v1/version", reply);
+        QElapsedTimer *clock = nullptr;
+        qint64 requestedAt = -1;
+        Run run;
+        clock = &run.clock;
+        connect(&service, &FixtureServer::requestReceived, this, [&](const FixtureRequest &request) {
+            if (request.path.startsWith("/api/v1/version") && requestedAt < 0)
+                requestedAt = clock->elapsed();
+        });
+
+        configure(run, u"sk-test"_s, {}, enabled, lastCheck);
+        start(run);
+        QTRY_VERIFY_WITH_TIMEOUT(run.launchedAt >= 0, 10000);
+        if (asked) {
+            QTRY_VERIFY_WITH_TIMEOUT(requestedAt >= 0, 6000);
+            const qint64 delay = requestedAt - run.launchedAt;
+            QVERIFY2(delay >= 1900, qPrintable(u"asked %1 ms after launch"_s.arg(delay)));
+        } else {
+            QTest::qWait(3500);
+            QCOMPARE(requestedAt, -1);
+        }
+        stop(run);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLaunch)
+#include "TestLaunch.moc"

@@ -1,0 +1,129 @@
+#include "AppDelegate.h"
+#include "MakePlatform.h"
+#include "OnboardingModel.h"
+#include "Presence.h"
+#include "StorageManager.h"
+
+#include <QApplication>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// The controller's own windows on a real desktop: one settings window however often it
+// is asked for, tray-only again shortly after a window closes, and the end of onboarding.
+class TestLaunchWindows : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    int m_stores = 0;
+
+    std::unique_ptr<StorageManager> newStore(const QString &apiKey)
+    {
+        // Nothing listens on the discard port: nothing here may reach a service.
+        auto storage = std::make_unique<StorageManager>(
+            m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)), u"http://127.0.0.1:9/api/v1"_s);
+        storage->setApiKey(apiKey);
+        return storage;
+    }
+
+    static int windowsTitled(const QString &title)
+    {
+        int count = 0;
+        for (QWindow *window : QGuiApplication::topLevelWindows())
+            count += window->title() == title ? 1 : 0;
+        return count;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs the headless desktop of scripts/headless-session");
+    }
+
+    void settingsTwice()
+    {
+        auto storage = newStore(u"k"_s);
+        Platform platform = makePlatform();
+        AppDelegate delegate(platform, *storage);
+
+        delegate.showSettings();
+        QQuickWindow *settings = delegate.settingsWindow();
+        QVERIFY(settings);
+        QVERIFY(QTest::qWaitForWindowExposed(settings));
+        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+        delegate.showSettings();
+        QCOMPARE(delegate.settingsWindow(), settings);
+        QCOMPARE(windowsTitled(u"Tessary — Settings"_s), 1);
+
+        // Closing hands the application back to the tray a moment later, not at once.
+        settings->close();
+        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+        QTRY_COMPARE_WITH_TIMEOUT(delegate.presence().policy(), Presence::Policy::Accessory, 2000);
+        QVERIFY(!settings->isVisible());
+
+        // The same window comes back.
+        delegate.showSettings();
+        QCOMPARE(delegate.settingsWindow(), settings);
+        QVERIFY(QTest::qWaitForWindowExposed(settings));
+        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+    }
+
+    void onboardingCompletion_data()
+    {
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<bool>("settingsOpens");
+        QTest::newRow("key stored: back to the tray") << u"k"_s << false;
+        QTest::newRow("no key: Settings at the key field") << QString() << true;
+    }
+    void onboardingCompletion()
+    {
+        QFETCH(QString, apiKey);
+        QFETCH(bool, settingsOpens);
+        auto storage = newStore(apiKey);
+        Platform platform = makePlatform();
+        AppDelegate delegate(platform, *storage);
+
+        delegate.showOnboarding();
+        QQuickWindow *onboarding = delegate.onboardingWindow();
+        QVERIFY(onboarding);
+        QVERIFY(QTest::qWaitForWindowExposed(onboarding));
+        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+        auto *model = onboarding->property("model").value<OnboardingModel *>();
+        QVERIFY(model);
+
+        QSignalSpy completed(model, &OnboardingModel::completed);
+        model->advance();
+        model->setSampleText(u"my words"_s);
+        model->finish();
+        QVERIFY(completed.wait(5000));
+        // The window stays for a moment after completion, then goes for good.
+        QCOMPARE(delegate.onboardingWindow(), onboarding);
+        QTRY_VERIFY_WITH_TIMEOUT(!delegate.onboardingWindow(), 2000);
+        QCOMPARE(storage->examples(), QStringList { u"my words"_s });
+
+        if (settingsOpens) {
+            QQuickWindow *settings = delegate.settingsWindow();
+            QVERIFY(settings);
+            QVERIFY(QTest::qWaitForWindowExposed(settings));
+            QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+            QTRY_VERIFY(settings->activeFocusItem());
+            QCOMPARE(settings->activeFocusItem()->objectName(), u"apiKeyField"_s);
+            // Still there after the moment a closing window would have hidden it.
+            QTest::qWait(300);
+            QVERIFY(settings->isVisible());
+        } else {
+            QVERIFY(!delegate.settingsWindow());
+            QCOMPARE(delegate.presence().policy(), Presence::Policy::Accessory);
+        }
+    }
+};
+
+QTEST_MAIN(TestLaunchWindows)
+#include "TestLaunchWindows.moc"

@@ -1,0 +1,147 @@
+#include "OnboardingModel.h"
+#include "StorageManager.h"
+
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <memory>
+
+Q_IMPORT_QML_PLUGIN(Tessary_UiPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
+
+using namespace Qt::StringLiterals;
+
+// The onboarding window driven with the mouse and keyboard, as a first-time user does.
+class TestOnboardingView : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<StorageManager> m_storage;
+    std::unique_ptr<OnboardingModel> m_model;
+    QQmlEngine m_engine;
+    std::unique_ptr<QQuickWindow> m_window;
+
+    static void collect(QQuickItem *root, const QString &name, QList<QQuickItem *> &found)
+    {
+        for (QQuickItem *child : root->childItems()) {
+            if (child->objectName() == name)
+                found.append(child);
+            collect(child, name, found);
+        }
+    }
+    // The item of that name on the page being shown (a leaving page may still exist).
+    QQuickItem *item(const QString &name) const
+    {
+        QList<QQuickItem *> found;
+        collect(m_window->contentItem(), name, found);
+        for (QQuickItem *candidate : found) {
+            if (candidate->isVisible() && candidate->opacity() > 0
+                && candidate->mapToScene(QPointF()).x() >= 0)
+                return candidate;
+        }
+        return found.value(0);
+    }
+    // Clicks once the page carrying the item has slid fully into the window.
+    bool click(const QString &name) const
+    {
+        QQuickItem *target = nullptr;
+        const bool settled = QTest::qWaitFor([&] {
+            target = item(name);
+            if (!target)
+                return false;
+            const QRectF area = target->mapRectToScene(QRectF(0, 0, target->width(), target->height()));
+            return QRectF(QPointF(), m_window->size()).contains(area);
+        });
+        if (!settled)
+            return false;
+        const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+        QTest::mouseClick(m_window.get(), Qt::LeftButton, {}, centre.toPoint());
+        return true;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_storage = std::make_unique<StorageManager>(m_dir.filePath(u"Tessary.conf"_s), QString());
+        m_storage->setExamples({});
+        m_model = std::make_unique<OnboardingModel>(*m_storage);
+        m_engine.addImportPath(u"qrc:/qt/qml"_s);
+        QQmlComponent component(&m_engine, QUrl(u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s));
+        m_window.reset(qobject_cast<QQuickWindow *>(
+            component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(m_model.get()) } })));
+        QVERIFY2(m_window, qPrintable(component.errorString()));
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    }
+    void cleanup()
+    {
+        m_window.reset();
+        m_model.reset();
+        m_storage.reset();
+    }
+
+    void throughTheFlow_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::newRow("Finish setup") << u"finishSetupButton"_s;
+        QTest::newRow("Skip for now") << u"skip"_s;
+    }
+    void throughTheFlow()
+    {
+        QFETCH(QString, button);
+        QCOMPARE(m_window->size(), QSize(640, 480));
+        QCOMPARE(item(u"stepCounter"_s)->property("text").toString(), u"1 of 2"_s);
+
+        QVERIFY(click(u"getStartedButton"_s));
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
+        QTRY_COMPARE(item(u"stepCounter"_s)->property("text").toString(), u"2 of 2"_s);
+
+        // Blank text: Finish setup does not react.
+        QTRY_VERIFY(item(u"sampleEditor"_s) && item(u"finishSetupButton"_s)->opacity() > 0.99);
+        item(u"sampleEditor"_s)->forceActiveFocus();
+        QTest::keyClick(m_window.get(), Qt::Key_Space);
+        QTest::keyClick(m_window.get(), Qt::Key_Tab);
+        QVERIFY(!item(u"finishSetupButton"_s)->isEnabled());
+        QVERIFY(click(u"finishSetupButton"_s));
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
+
+        for (const char c : QByteArray("Hi"))
+            QTest::keyClick(m_window.get(), c);
+        QCOMPARE(m_model->sampleText(), u" \tHi"_s);
+        QVERIFY(item(u"finishSetupButton"_s)->isEnabled());
+
+        QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
+        QVERIFY(click(button));
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
+        QCOMPARE(m_storage->examples(), QStringList { u" \tHi"_s });
+        QVERIFY(completed.wait(5000));
+    }
+
+    void apiKeyHint_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("no key stored") << QString() << true;
+        QTest::newRow("key stored") << u"k"_s << false;
+    }
+    void apiKeyHint()
+    {
+        QFETCH(QString, key);
+        m_storage->setApiKey(key);
+        m_model->advance();
+        m_model->finish();
+        QTRY_VERIFY(item(u"apiKeyHint"_s));
+        QTEST(item(u"apiKeyHint"_s)->isVisible(), "shown");
+    }
+};
+
+QTEST_MAIN(TestOnboardingView)
+#include "TestOnboardingView.moc"
