@@ -227,6 +227,7 @@ StreamDelegate::StreamDelegate(
     , m_thread(new QThread(this))
     , m_transfer(new StreamTransfer(this, request, body))
 {
+    m_thread->setObjectName(u"StreamDelegate"_s); // as debuggers and top show it
     m_transfer->moveToThread(m_thread);
     connect(m_thread, &QThread::started, m_transfer, &StreamTransfer::start);
     // The transfer is deleted on its own thread as the thread ends.
