@@ -92,6 +92,8 @@ private:
 
 } // namespace
 
+Q_DECLARE_METATYPE(UpstreamScript)
+
 class TestRewriteServer : public QObject
 {
     Q_OBJECT
@@ -135,7 +137,7 @@ private:
 
     QNetworkAccessManager m_network;
     FixtureUpstream m_upstream;
-    int m_extraHeaders = 0; // headers of 4000 bytes each, to go over the header limit
+    int m_extraHeaders = 0; // headers of 4000 bytes each, for the next post()
 
 private Q_SLOTS:
     void initTestCase() { QVERIFY(m_upstream.start()); }
@@ -245,123 +247,118 @@ private Q_SLOTS:
         QCOMPARE(third->status(), 200);
     }
 
-    void failuresReachTheClientAsErrorObjects_data()
+    // Problems with the model server reach the user as an error event in the stream.
+    void upstreamFailuresAreStreamedErrors_data()
     {
-        QTest::addColumn<QString>("upstreamUrl"); // "fixture": the fixture upstream
-        QTest::addColumn<int>("upstreamStatus");
-        QTest::addColumn<QByteArray>("upstreamBody"); // whole reply instead of a stream
-        QTest::addColumn<QStringList>("upstreamFragments");
-        QTest::addColumn<QByteArray>("upstreamErrorEvent");
-        QTest::addColumn<QString>("authorization");
-        QTest::addColumn<QByteArray>("requestBody");
-        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("upstreamUrl"); // empty: none configured; "fixture": the stand-in
+        QTest::addColumn<UpstreamScript>("script");
         QTest::addColumn<QStringList>("fragments");
-        QTest::addColumn<QString>("message"); // contained in the error's message
-        QTest::addColumn<bool>("streamed"); // error event inside the stream, or a JSON error reply
+        QTest::addColumn<QString>("message"); // contained in the error event's message
 
-        const QString bearer = u"Bearer "_s + token;
-        const QByteArray body = rewriteBody(u"text"_s);
         const QString fixture = u"fixture"_s;
+        const auto whole = [](int status, const QByteArray &body) {
+            UpstreamScript script;
+            script.status = status;
+            script.wholeBody = body;
+            return script;
+        };
+        UpstreamScript failingMidway;
+        failingMidway.fragments = { u"Partial"_s };
+        failingMidway.errorEvent = R"({"error":{"message":"model overloaded"}})";
+        failingMidway.sendDone = false;
+
         QTest::newRow("no upstream configured")
-            << QString() << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body << 200
-            << QStringList()
+            << QString() << UpstreamScript() << QStringList()
             << u"No language model is configured for tessary-server: set upstream_url, for example "
-               "http://localhost:11434/v1 for Ollama."_s
-            << true;
+               "http://localhost:11434/v1 for Ollama."_s;
         QTest::newRow("upstream not an http address")
-            << u"localhost:11434"_s << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body
-            << 200 << QStringList() << u"is not an http:// or https:// address"_s << true;
+            << u"localhost:11434"_s << UpstreamScript() << QStringList()
+            << u"is not an http:// or https:// address"_s;
         QTest::newRow("upstream unreachable")
-            << u"http://127.0.0.1:1/v1"_s << 200 << QByteArray() << QStringList() << QByteArray() << bearer
-            << body << 200 << QStringList()
-            << u"cannot reach the language model server at http://127.0.0.1:1/v1"_s << true;
+            << u"http://127.0.0.1:1/v1"_s << UpstreamScript() << QStringList()
+            << u"cannot reach the language model server at http://127.0.0.1:1/v1"_s;
         QTest::newRow("upstream refuses its key")
-            << fixture << 401 << QByteArray(R"({"error":{"message":"Incorrect API key provided"}})")
-            << QStringList() << QByteArray() << bearer << body << 200 << QStringList()
-            << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s << true;
+            << fixture << whole(401, R"({"error":{"message":"Incorrect API key provided"}})") << QStringList()
+            << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s;
         QTest::newRow("upstream error page")
-            << fixture << 502 << QByteArray("<html>bad gateway</html>") << QStringList() << QByteArray()
-            << bearer << body << 200 << QStringList() << u"answered HTTP 502."_s << true;
+            << fixture << whole(502, "<html>bad gateway</html>") << QStringList() << u"answered HTTP 502."_s;
         QTest::newRow("upstream error event after fragments")
-            << fixture << 200 << QByteArray() << QStringList { u"Partial"_s }
-            << QByteArray(R"({"error":{"message":"model overloaded"}})") << bearer << body << 200
-            << QStringList { u"Partial"_s } << u"reported an error: model overloaded"_s << true;
+            << fixture << failingMidway << QStringList { u"Partial"_s }
+            << u"reported an error: model overloaded"_s;
         QTest::newRow("upstream answers without text")
-            << fixture << 200 << QByteArray() << QStringList() << QByteArray() << bearer << body << 200
-            << QStringList() << u"returned no text"_s << true;
-        QTest::newRow("wrong client token")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << u"Bearer nope"_s
-            << body << 401 << QStringList() << u"Invalid API key"_s << false;
-        QTest::newRow("token with a different length")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer + u"x"_s
-            << body << 401 << QStringList() << u"Invalid API key"_s << false;
-        QTest::newRow("no client token")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << QString() << body
-            << 401 << QStringList() << u"Invalid API key"_s << false;
-        QTest::newRow("body not JSON")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
-            << QByteArray("{\"messages\": [") << 400 << QStringList() << u"not a JSON object"_s << false;
-        QTest::newRow("no user message")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
-            << QByteArray(R"({"stream":true,"examples":[],"tone":"natural","messages":[]})") << 400
-            << QStringList() << u"user message"_s << false;
-        QTest::newRow("examples not strings")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
-            << QByteArray(R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})") << 400
-            << QStringList() << u"\"examples\""_s << false;
-        QTest::newRow("headers over the limit")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer << body
-            << 431 << QStringList() << u"request headers are larger"_s << false;
-        QTest::newRow("body over the limit")
-            << fixture << 200 << QByteArray() << QStringList { u"x"_s } << QByteArray() << bearer
-            << rewriteBody(QString(70 * 1024, u'a')) << 413 << QStringList()
-            << u"larger than tessary-server accepts"_s << false;
+            << fixture << UpstreamScript() << QStringList() << u"returned no text"_s;
     }
-    void failuresReachTheClientAsErrorObjects()
+    void upstreamFailuresAreStreamedErrors()
     {
         QFETCH(QString, upstreamUrl);
-        QFETCH(int, upstreamStatus);
-        QFETCH(QByteArray, upstreamBody);
-        QFETCH(QStringList, upstreamFragments);
-        QFETCH(QByteArray, upstreamErrorEvent);
-        QFETCH(QString, authorization);
-        QFETCH(QByteArray, requestBody);
-        QFETCH(int, status);
-        QFETCH(QStringList, fragments);
-        QFETCH(QString, message);
-        QFETCH(bool, streamed);
-
-        UpstreamScript script;
-        script.status = upstreamStatus;
-        script.wholeBody = upstreamBody;
-        script.fragments = upstreamFragments;
-        script.errorEvent = upstreamErrorEvent;
-        script.sendDone = upstreamErrorEvent.isEmpty();
+        QFETCH(UpstreamScript, script);
         m_upstream.setScript(script);
-        const int upstreamRequestsBefore = int(m_upstream.requests().size());
         auto server
             = startServer(configFor(upstreamUrl == "fixture"_L1 ? m_upstream.baseUrl() : upstreamUrl));
         QVERIFY(server);
 
-        m_extraHeaders = status == 431 ? 5 : 0;
+        StreamReader *reply = post(*server, rewriteBody(u"text"_s));
+        QTRY_VERIFY(reply->finished);
+        QCOMPARE(reply->status(), 200);
+        QTEST(reply->fragments, "fragments");
+        QVERIFY(!reply->done);
+        QCOMPARE(reply->errors.size(), 1);
+        QFETCH(QString, message);
+        QVERIFY2(reply->errors.first().contains(message), qPrintable(reply->errors.first()));
+        QCOMPARE(server->activeStreams(), 0);
+    }
+
+    // Requests the server will not take get one JSON error object, which the program
+    // shows as it is (or, for a bad token, as its own hint to check Settings).
+    void refusalsAreErrorReplies_data()
+    {
+        QTest::addColumn<QString>("authorization");
+        QTest::addColumn<QByteArray>("requestBody");
+        QTest::addColumn<int>("extraHeaders"); // of 4000 bytes each
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("message"); // contained in the error's message
+
+        const QString bearer = u"Bearer "_s + token;
+        const QByteArray body = rewriteBody(u"text"_s);
+        QTest::newRow("wrong client token") << u"Bearer nope"_s << body << 0 << 401 << u"Invalid API key"_s;
+        QTest::newRow("token with a different length")
+            << bearer + u"x"_s << body << 0 << 401 << u"Invalid API key"_s;
+        QTest::newRow("no client token") << QString() << body << 0 << 401 << u"Invalid API key"_s;
+        QTest::newRow("body not JSON")
+            << bearer << QByteArray("{\"messages\": [") << 0 << 400 << u"not a JSON object"_s;
+        QTest::newRow("no user message")
+            << bearer << QByteArray(R"({"stream":true,"examples":[],"tone":"natural","messages":[]})") << 0
+            << 400 << u"user message"_s;
+        QTest::newRow("examples not strings")
+            << bearer << QByteArray(R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})") << 0
+            << 400 << u"\"examples\""_s;
+        QTest::newRow("headers over the limit")
+            << bearer << body << 5 << 431 << u"request headers are larger"_s;
+        QTest::newRow("body over the limit") << bearer << rewriteBody(QString(70 * 1024, u'a')) << 0 << 413
+                                             << u"larger than tessary-server accepts"_s;
+    }
+    void refusalsAreErrorReplies()
+    {
+        QFETCH(QString, authorization);
+        QFETCH(QByteArray, requestBody);
+        QFETCH(int, extraHeaders);
+        UpstreamScript script;
+        script.fragments = { u"never sent"_s };
+        m_upstream.setScript(script);
+        const qsizetype upstreamRequestsBefore = m_upstream.requests().size();
+        auto server = startServer(configFor(m_upstream.baseUrl()));
+        QVERIFY(server);
+
+        m_extraHeaders = extraHeaders;
         StreamReader *reply = post(*server, requestBody, authorization);
         m_extraHeaders = 0;
         QTRY_VERIFY(reply->finished);
-        QCOMPARE(reply->status(), status);
-        QCOMPARE(reply->fragments, fragments);
-        QVERIFY(!reply->done);
-        if (streamed) {
-            QCOMPARE(reply->errors.size(), 1);
-            QVERIFY2(reply->errors.first().contains(message), qPrintable(reply->errors.first()));
-        } else {
-            // The whole reply is one error object, as the program expects for refusals.
-            const QJsonObject error
-                = QJsonDocument::fromJson(reply->body).object().value("error"_L1).toObject();
-            QCOMPARE(error.value("type"_L1).toString(), u"invalid_request_error"_s);
-            QVERIFY2(error.value("message"_L1).toString().contains(message), reply->body.constData());
-            QCOMPARE(m_upstream.requests().size(), upstreamRequestsBefore);
-        }
-        QCOMPARE(server->activeStreams(), 0);
+        QTEST(reply->status(), "status");
+        const QJsonObject error = QJsonDocument::fromJson(reply->body).object().value("error"_L1).toObject();
+        QCOMPARE(error.value("type"_L1).toString(), u"invalid_request_error"_s);
+        QFETCH(QString, message);
+        QVERIFY2(error.value("message"_L1).toString().contains(message), reply->body.constData());
+        QCOMPARE(m_upstream.requests().size(), upstreamRequestsBefore);
     }
 
     void versionNeedsNoTokenAndServesTheConfiguredRelease()

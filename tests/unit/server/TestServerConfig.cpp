@@ -1,12 +1,11 @@
-// Where tessary-server's settings come from, and the client token it keeps.
+// Where tessary-server's settings come from.
 
 #include "ServerConfig.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -85,25 +84,6 @@ private Q_SLOTS:
             = loadServerConfig(QStringList { u"tessary-server"_s } + arguments, environmentWith(environment));
         QVERIFY(!result.config);
         QVERIFY2(result.error.contains(error), qPrintable(result.error));
-    }
-
-    void tokenIsCreatedOnceAndPrivate()
-    {
-        const QString path = m_dir.filePath(u"tokens/client-token"_s);
-        const TokenResult first = loadOrCreateClientToken(path);
-        QVERIFY2(first.error.isEmpty(), qPrintable(first.error));
-        QVERIFY(first.created);
-        QCOMPARE(QByteArray::fromBase64(first.token.toLatin1(), QByteArray::Base64UrlEncoding).size(), 32);
-        struct stat status
-        {
-        };
-        QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
-        QCOMPARE(status.st_mode & 0777, 0600u);
-
-        const TokenResult second = loadOrCreateClientToken(path);
-        QVERIFY(!second.created);
-        QCOMPARE(second.token, first.token);
-        QVERIFY(loadOrCreateClientToken(m_dir.filePath(u"tokens/other"_s)).token != first.token);
     }
 };
 

@@ -12,6 +12,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 class TestServerProcess : public QObject
@@ -81,6 +83,12 @@ private Q_SLOTS:
         QFile tokenFile(m_home.filePath(u"tessary-server/client-token"_s));
         QVERIFY(tokenFile.open(QIODevice::ReadOnly));
         const QString token = QString::fromLatin1(tokenFile.readAll()).trimmed();
+        QCOMPARE(QByteArray::fromBase64(token.toLatin1(), QByteArray::Base64UrlEncoding).size(), 32);
+        struct stat status
+        {
+        };
+        QCOMPARE(::stat(QFile::encodeName(tokenFile.fileName()).constData(), &status), 0);
+        QCOMPARE(status.st_mode & 0777, 0600u); // it is a password: readable by its owner only
         QVERIFY2(banner.contains(token) && banner.contains(u"Settings"_s), qPrintable(banner));
 
         QNetworkReply *reply = rewrite(port, token);
