@@ -13,6 +13,8 @@ Button {
     focusPolicy: Qt.NoFocus
     opacity: enabled ? 1 : 0.4
     Accessible.name: text
+    // Screen readers press through the accessibility bus.
+    Accessible.onPressAction: if (enabled) clicked()
 
     contentItem: Text {
         text: button.text

@@ -88,6 +88,7 @@ FocusScope {
                     focusPolicy: Qt.NoFocus
                     Accessible.role: Accessible.Button
                     Accessible.name: qsTr("Close")
+                    Accessible.onPressAction: if (enabled) clicked()
                     onClicked: view.closeRequested()
 
                     background: Rectangle {
@@ -379,6 +380,7 @@ FocusScope {
                 enabled: view.viewModel.canCopy
                 opacity: enabled ? 1 : 0.4
                 Accessible.name: text
+                Accessible.onPressAction: if (enabled) clicked()
                 onClicked: view.handleCopy()
 
                 contentItem: Item {

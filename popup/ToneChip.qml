@@ -18,6 +18,8 @@ AbstractButton {
     Accessible.name: text
     Accessible.checkable: true
     Accessible.checked: selected
+    // Screen readers press through the accessibility bus.
+    Accessible.onPressAction: if (enabled) clicked()
 
     contentItem: Text {
         text: chip.text

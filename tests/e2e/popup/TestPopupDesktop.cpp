@@ -1,0 +1,364 @@
+#include "DesktopFixture.h"
+#include "FixtureServer.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace Desktop;
+
+// The whole road as a user takes it: a sentence selected in a real editor, the
+// rewrite asked for over the session bus, the popup's buttons pressed through the
+// accessibility bus (as a screen reader would), and the editor's text afterwards.
+
+namespace {
+
+const QString paragraph = u"First words stay. Please rewrite this sentence now. Last words stay too."_s;
+const QString sentence = u"Please rewrite this sentence now."_s;
+
+// The fixture service: one rewrite per tone, streamed in a few events.
+QString rewriteFor(const QString &tone)
+{
+    return u"A %1 rewrite, streamed.\u00a0👍🏽"_s.arg(tone);
+}
+
+FixtureReply streamFor(const FixtureRequest &request)
+{
+    const QString tone = QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString();
+    const QString text = rewriteFor(tone);
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    QByteArray body;
+    for (qsizetype at = 0; at < text.size(); at += 6) {
+        const QJsonObject delta { { u"content"_s, text.mid(at, 6) } };
+        const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
+        body += "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
+        reply.splitAt.append(body.size());
+    }
+    body += "data: [DONE]\n\n";
+    reply.body = body;
+    reply.delay = std::chrono::milliseconds(20);
+    return reply;
+}
+
+// A small accessibility-bus client: finds a push button by name in Tessary's windows
+// and presses it.
+class AtspiClient
+{
+public:
+    bool connect()
+    {
+        const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+            u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s));
+        if (reply.type() != QDBusMessage::ReplyMessage)
+            return false;
+        m_bus = std::make_unique<QDBusConnection>(
+            QDBusConnection::connectToBus(reply.arguments().value(0).toString(), u"tessary-test-a11y"_s));
+        return m_bus->isConnected();
+    }
+
+    // true when a button of that name was found enabled and pressed.
+    bool press(const QString &name)
+    {
+        const auto apps = children({ u"org.a11y.atspi.Registry"_s, u"/org/a11y/atspi/accessible/root"_s });
+        for (const Node &app : apps) {
+            if (!this->name(app).contains(u"essary"_s, Qt::CaseInsensitive))
+                continue;
+            if (auto button = find(app, name, 0)) {
+                const QDBusMessage reply
+                    = m_bus->call(QDBusMessage::createMethodCall(button->service, button->path,
+                                      u"org.a11y.atspi.Action"_s, u"DoAction"_s)
+                        << pressIndex(*button));
+                return reply.type() == QDBusMessage::ReplyMessage && reply.arguments().value(0).toBool();
+            }
+        }
+        return false;
+    }
+
+    // The text of the first element of an application (by name) whose text contains marker.
+    QString textContaining(const QString &appName, const QString &marker)
+    {
+        const auto apps = children({ u"org.a11y.atspi.Registry"_s, u"/org/a11y/atspi/accessible/root"_s });
+        for (const Node &app : apps) {
+            if (name(app).contains(appName, Qt::CaseInsensitive)) {
+                if (auto text = findText(app, marker, 0))
+                    return *text;
+            }
+        }
+        return {};
+    }
+
+private:
+    struct Node
+    {
+        QString service;
+        QString path;
+    };
+
+    QList<Node> children(const Node &node)
+    {
+        const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.a11y.atspi.Accessible"_s, u"GetChildren"_s));
+        QList<Node> result;
+        if (reply.type() != QDBusMessage::ReplyMessage)
+            return result;
+        const QDBusArgument argument = reply.arguments().value(0).value<QDBusArgument>();
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            Node child;
+            QDBusObjectPath path;
+            argument.beginStructure();
+            argument >> child.service >> path;
+            argument.endStructure();
+            child.path = path.path();
+            result.append(child);
+        }
+        argument.endArray();
+        return result;
+    }
+
+    // Buttons offer more than one action (focus, press); the index of "press".
+    int pressIndex(const Node &node)
+    {
+        const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.a11y.atspi.Action"_s, u"GetActions"_s));
+        const QDBusArgument argument = reply.arguments().value(0).value<QDBusArgument>();
+        int index = 0;
+        argument.beginArray();
+        while (!argument.atEnd()) {
+            QString name, description, keys;
+            argument.beginStructure();
+            argument >> name >> description >> keys;
+            argument.endStructure();
+            if (name.compare(u"press"_s, Qt::CaseInsensitive) == 0)
+                return index;
+            ++index;
+        }
+        argument.endArray();
+        return 0;
+    }
+
+    QString name(const Node &node)
+    {
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+        get << u"org.a11y.atspi.Accessible"_s << u"Name"_s;
+        const QDBusMessage reply = m_bus->call(get);
+        return reply.arguments().value(0).value<QDBusVariant>().variant().toString();
+    }
+
+    bool isEnabledButton(const Node &node)
+    {
+        const QDBusMessage role = m_bus->call(QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.a11y.atspi.Accessible"_s, u"GetRole"_s));
+        constexpr uint pushButton = 43;
+        if (role.arguments().value(0).toUInt() != pushButton)
+            return false;
+        const QDBusMessage state = m_bus->call(QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.a11y.atspi.Accessible"_s, u"GetState"_s));
+        const QDBusArgument argument = state.arguments().value(0).value<QDBusArgument>();
+        QList<uint> words;
+        argument >> words;
+        constexpr uint enabled = 8; // ATSPI_STATE_ENABLED
+        return !words.isEmpty() && (words.first() & (1u << enabled));
+    }
+
+    std::optional<QString> findText(const Node &node, const QString &marker, int depth)
+    {
+        if (depth > 40)
+            return std::nullopt;
+        const QDBusMessage reply = m_bus->call(
+            QDBusMessage::createMethodCall(node.service, node.path, u"org.a11y.atspi.Text"_s, u"GetText"_s)
+            << 0 << -1);
+        const QString text = reply.arguments().value(0).toString();
+        if (reply.type() == QDBusMessage::ReplyMessage && text.contains(marker))
+            return text;
+        const auto kids = children(node);
+        for (const Node &child : kids) {
+            if (auto found = findText(child, marker, depth + 1))
+                return found;
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Node> find(const Node &node, const QString &wanted, int depth)
+    {
+        if (depth > 40)
+            return std::nullopt;
+        const auto kids = children(node);
+        for (const Node &child : kids) {
+            if (name(child) == wanted && isEnabledButton(child))
+                return child;
+            if (auto found = find(child, wanted, depth + 1))
+                return found;
+        }
+        return std::nullopt;
+    }
+
+    std::unique_ptr<QDBusConnection> m_bus;
+};
+
+} // namespace
+
+class TestPopupDesktop : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void rewriteAndReplace_data();
+    void rewriteAndReplace();
+
+private:
+    void startProgram();
+    bool logged(const QString &line);
+    // Presses the button as soon as it is there and enabled, exactly once.
+    void pressOnce(const QString &name);
+    QStringList tonesAsked() const;
+    QList<FixtureRequest> rewrites() const;
+
+    FixtureServer m_server;
+    AtspiClient m_atspi;
+    QTemporaryDir m_config;
+    std::unique_ptr<QProcess> m_program;
+    QString m_log;
+};
+
+void TestPopupDesktop::initTestCase()
+{
+    QVERIFY2(
+        QDBusConnection::sessionBus().isConnected(), "no session bus: run inside scripts/headless-session");
+    QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
+    m_server.route("/api/v1/chat/completions", streamFor);
+    QVERIFY(m_atspi.connect());
+
+    QDir(m_config.path()).mkpath(u"Tessary"_s);
+    QFile conf(m_config.filePath(u"Tessary/Tessary.conf"_s));
+    QVERIFY(conf.open(QIODevice::WriteOnly));
+    conf.write("[General]\napi_key=e2e-key\n");
+}
+
+void TestPopupDesktop::cleanup()
+{
+    if (m_program) {
+        m_program->terminate();
+        if (!m_program->waitForFinished(3000))
+            m_program->kill();
+        m_program.reset();
+    }
+    m_server.clearRequests();
+    m_log.clear();
+}
+
+void TestPopupDesktop::startProgram()
+{
+    m_program = std::make_unique<QProcess>();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"XDG_CONFIG_HOME"_s, m_config.path());
+    m_program->setProcessEnvironment(env);
+    m_program->setProcessChannelMode(QProcess::SeparateChannels);
+    QObject::connect(m_program.get(), &QProcess::readyReadStandardOutput, m_program.get(),
+        [this] { m_log += QString::fromUtf8(m_program->readAllStandardOutput()); });
+    m_program->start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s);
+    QVERIFY(m_program->waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(
+        QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+}
+
+void TestPopupDesktop::pressOnce(const QString &name)
+{
+    bool pressed = false;
+    QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
+}
+
+bool TestPopupDesktop::logged(const QString &line)
+{
+    return m_log.contains(line);
+}
+
+// The rewrite requests only; the program also checks for updates on the same service.
+QList<FixtureRequest> TestPopupDesktop::rewrites() const
+{
+    QList<FixtureRequest> found;
+    const auto requests = m_server.requests();
+    for (const FixtureRequest &request : requests) {
+        if (request.path.endsWith("/chat/completions"))
+            found.append(request);
+    }
+    return found;
+}
+
+QStringList TestPopupDesktop::tonesAsked() const
+{
+    QStringList tones;
+    const auto requests = rewrites();
+    for (const FixtureRequest &request : requests)
+        tones.append(QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString());
+    return tones;
+}
+
+void TestPopupDesktop::rewriteAndReplace_data()
+{
+    QTest::addColumn<bool>("accessible");
+    QTest::newRow("through the accessibility bus") << true;
+}
+
+void TestPopupDesktop::rewriteAndReplace()
+{
+    QFETCH(bool, accessible);
+
+    Editor editor(paragraph, accessible);
+    QVERIFY(editor.waitUntilActive());
+    startProgram();
+    QVERIFY(editor.waitUntilActive());
+    const int at = int(paragraph.indexOf(sentence));
+    QStringList select { u"ctrl+Home"_s };
+    for (int i = 0; i < at; ++i)
+        select.append(u"Right"_s);
+    for (int i = 0; i < sentence.size(); ++i)
+        select.append(u"shift+Right"_s);
+    keys(select);
+
+    // The bus entry of a desktop shortcut.
+    QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+        u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
+    QVERIFY2(rewrites().first().body.contains(sentence.toUtf8()),
+        qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + m_log));
+    QVERIFY2(logged(u"🎯 [AppDelegate] Stored previous app: "_s), qPrintable(m_log));
+    QVERIFY(!logged(u"Stored previous app: Unknown"_s));
+
+    // A tone chip and Retry each ask again, with the chip's tone in lower case.
+    pressOnce(u"Casual"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 2, 10000);
+    // Retry and Replace wait for the rewrite to finish.
+    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+    pressOnce(u"↺ Retry"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
+    QCOMPARE(tonesAsked(), (QStringList { u"natural"_s, u"casual"_s, u"casual"_s }));
+
+    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
+    pressOnce(u"↵ Replace"_s);
+    QTRY_VERIFY_WITH_TIMEOUT(logged(u"🔄 [PopupView] Replace result: "_s), 10000);
+    QVERIFY2(logged(u"🔄 [PopupView] Replace result: true"_s), qPrintable(m_log));
+
+    QString expected = paragraph;
+    expected.replace(sentence, rewriteFor(u"casual"_s));
+    QTRY_COMPARE_WITH_TIMEOUT(m_atspi.textContaining(u"mousepad"_s, u"Last words"_s), expected, 10000);
+}
+
+QTEST_MAIN(TestPopupDesktop)
+#include "TestPopupDesktop.moc"
