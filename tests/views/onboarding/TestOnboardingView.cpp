@@ -1,4 +1,5 @@
 #include "OnboardingModel.h"
+#include "QuickItems.h"
 #include "StorageManager.h"
 
 #include <QQmlComponent>
@@ -29,19 +30,10 @@ private:
     QQmlEngine m_engine;
     std::unique_ptr<QQuickWindow> m_window;
 
-    static void collect(QQuickItem *root, const QString &name, QList<QQuickItem *> &found)
-    {
-        for (QQuickItem *child : root->childItems()) {
-            if (child->objectName() == name)
-                found.append(child);
-            collect(child, name, found);
-        }
-    }
     // The item of that name on the page being shown (a leaving page may still exist).
     QQuickItem *item(const QString &name) const
     {
-        QList<QQuickItem *> found;
-        collect(m_window->contentItem(), name, found);
+        const QList<QQuickItem *> found = QuickItems::all(m_window->contentItem(), name);
         for (QQuickItem *candidate : found) {
             if (candidate->isVisible() && candidate->opacity() > 0
                 && candidate->mapToScene(QPointF()).x() >= 0)

@@ -1,4 +1,5 @@
 #include "FakeRewriter.h"
+#include "QuickItems.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
 
@@ -48,25 +49,13 @@ private:
             if (!QTest::qWaitForWindowExposed(window.get()))
                 qFatal("settings window not shown");
         }
-        // Repeater rows are not QObject children of the window: walk the item tree.
-        static void collect(QQuickItem *root, const QString &name, QList<QQuickItem *> &found)
-        {
-            for (QQuickItem *child : root->childItems()) {
-                if (child->objectName() == name)
-                    found.append(child);
-                collect(child, name, found);
-            }
-        }
         QQuickItem *item(const QString &name) const
         {
-            QList<QQuickItem *> found;
-            collect(window->contentItem(), name, found);
-            return found.value(0);
+            return QuickItems::all(window->contentItem(), name).value(0);
         }
         QList<QQuickItem *> items(const QString &name) const
         {
-            QList<QQuickItem *> found;
-            collect(window->contentItem(), name, found);
+            QList<QQuickItem *> found = QuickItems::all(window->contentItem(), name);
             found.removeIf([](QQuickItem *item) { return !item->isVisible(); });
             // In row order, top to bottom.
             std::sort(found.begin(), found.end(), [](QQuickItem *a, QQuickItem *b) {
