@@ -35,6 +35,9 @@ test: build
 bench: build
 	@scripts/run-benchmarks $(BUILD)
 
+demo: build
+	@scripts/demo $(BUILD)
+
 # A .deb of the installed program (binary, menu entry, icons, metainfo, D-Bus activation).
 package: build
 	cd $(BUILD) && cpack -G DEB
