@@ -1,0 +1,167 @@
+// A fast stream into a visible popup: 20,000 characters as 2,000 fragments at about
+// 2,000 fragments a second, from a loopback service on its own thread, through the real
+// rewrite service into the popup on screen (run under Xvfb). Prints the longest stall
+// of the main event loop, the frames that took longer than 16 ms, and how long after
+// the last byte the whole text was on screen.
+//
+// Targets: no stall over 16 ms; the full text on screen within 50 ms of the last byte.
+
+#include "FixtureServer.h"
+#include "HumanizeService.h"
+#include "PopupViewModel.h"
+#include "PopupWindowController.h"
+#include "StorageManager.h"
+
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+#include <QTimer>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int fragments = 2000;
+constexpr int fragmentLength = 10;
+constexpr int fragmentsPerPiece = 2; // two per millisecond: 2,000 a second
+
+QQuickItem *findItem(QQuickItem *root, const QString &name)
+{
+    if (root->objectName() == name)
+        return root;
+    const auto children = root->childItems();
+    for (QQuickItem *child : children) {
+        if (QQuickItem *found = findItem(child, name))
+            return found;
+    }
+    return nullptr;
+}
+
+FixtureReply streamReply()
+{
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    for (int i = 0; i < fragments; ++i) {
+        QString text = u"w%1 "_s.arg(i % 1000, 3, 10, QChar(u'0'));
+        text = text.leftJustified(fragmentLength, u'x');
+        if (i % 40 == 39)
+            text[fragmentLength - 1] = u'\n';
+        const QJsonObject event { { u"choices"_s,
+            QJsonArray { QJsonObject { { u"delta"_s, QJsonObject { { u"content"_s, text } } } } } } };
+        reply.body += "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
+        if (i % fragmentsPerPiece == fragmentsPerPiece - 1)
+            reply.splitAt.append(reply.body.size());
+    }
+    reply.body += "data: [DONE]\n\n";
+    reply.delay = std::chrono::milliseconds(1);
+    return reply;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (!qEnvironmentVariableIsSet("QSG_RENDER_LOOP"))
+        qputenv("QSG_RENDER_LOOP", "basic"); // frames on the main thread, so they can be timed here
+    QGuiApplication app(argc, argv);
+
+    // The service writes from its own thread, so it keeps its pace whatever the popup does.
+    QThread serverThread;
+    serverThread.start();
+    auto *server = new FixtureServer;
+    server->moveToThread(&serverThread);
+    bool listening = false;
+    QMetaObject::invokeMethod(
+        server, [&] { listening = server->listen(); }, Qt::BlockingQueuedConnection);
+    if (!listening) {
+        std::fprintf(stderr, "popup_stream: the fixture service cannot listen\n");
+        return 1;
+    }
+    server->route("/api/v1/chat/completions", streamReply());
+    qint64 lastPieceNs = 0;
+    QObject::connect(server, &FixtureServer::pieceWritten, &app,
+        [&](const QByteArray &, int, qint64 ns) { lastPieceNs = std::max(lastPieceNs, ns); });
+
+    QTemporaryDir config;
+    StorageManager storage(config.filePath(u"Tessary.conf"_s), server->url("/api/v1").toString());
+    storage.setApiKey(u"bench"_s);
+    HumanizeService service(storage);
+    QQmlEngine engine;
+    PopupWindowController popup(u"Rewrite this, please."_s, service, nullptr, engine);
+    QQuickWindow *window = popup.window();
+    QQuickItem *result = findItem(window->contentItem(), u"resultText"_s);
+
+    // Main-loop stalls: the longest gap between the ticks of a 1 ms timer.
+    QElapsedTimer clock;
+    clock.start();
+    qint64 lastTick = 0;
+    qint64 longestGap = 0;
+    QTimer ticker;
+    ticker.setInterval(1);
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        const qint64 now = clock.nsecsElapsed();
+        if (lastTick)
+            longestGap = std::max(longestGap, now - lastTick);
+        lastTick = now;
+    });
+
+    // Frames: from the start of a frame's animation step to its swap.
+    qint64 frameStart = 0;
+    int frames = 0;
+    int slowFrames = 0;
+    qint64 shownAllNs = 0;
+    const int fullLength = fragments * fragmentLength;
+    QObject::connect(window, &QQuickWindow::beforeFrameBegin, [&] { frameStart = clock.nsecsElapsed(); });
+    QObject::connect(window, &QQuickWindow::frameSwapped, [&] {
+        ++frames;
+        if (frameStart && clock.nsecsElapsed() - frameStart > 16'000'000)
+            ++slowFrames;
+        if (!shownAllNs && result && result->property("length").toInt() >= fullLength)
+            shownAllNs = FixtureServer::now();
+    });
+
+    popup.showWindow();
+    if (!QTest::qWaitForWindowExposed(window)) {
+        std::fprintf(stderr, "popup_stream: the popup never came on screen\n");
+        return 1;
+    }
+    QTest::qWait(200); // first frames and the shader cache settle before measuring
+    frames = slowFrames = 0;
+    lastTick = 0;
+    ticker.start();
+    // Shown means started: the first rewrite is already on its way.
+    QDeadlineTimer deadline(30000);
+    while (!shownAllNs && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    ticker.stop();
+    if (!shownAllNs) {
+        std::fprintf(stderr, "popup_stream: the full text never reached the screen\n");
+        return 1;
+    }
+
+    const double gapMs = longestGap / 1e6;
+    const double lastByteToScreenMs = (shownAllNs - lastPieceNs) / 1e6;
+    std::printf("popup_stream: %d fragments, %d characters\n", fragments, fullLength);
+    std::printf("  longest main-loop stall: %.1f ms (target <= 16)\n", gapMs);
+    std::printf("  frames over 16 ms: %d of %d\n", slowFrames, frames);
+    std::printf("  last byte to full text on screen: %.1f ms (target <= 50)\n", lastByteToScreenMs);
+    std::printf("  state at the end: %s\n",
+        popup.viewModel()->state() == PopupViewModel::State::Done ? "done" : "not done");
+
+    QMetaObject::invokeMethod(
+        server, [server] { delete server; }, Qt::BlockingQueuedConnection);
+    serverThread.quit();
+    serverThread.wait();
+    return 0;
+}
