@@ -76,7 +76,7 @@ bool AppDelegate::handleEvent(int keyCode, quint64 flags)
     if (!isHotkey(keyCode, flags))
         return false;
     // Capture can keep the event loop busy for a while; the key handler returns first.
-    QMetaObject::invokeMethod(this, "triggerHumanize", Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &AppDelegate::triggerHumanize, Qt::QueuedConnection);
     return true;
 }
 
@@ -95,12 +95,11 @@ void AppDelegate::setupMenuBar()
     if (!m_statusItem) {
         m_statusItem = new TrayMenu(*m_updateService);
         m_statusItem->setShortcutAvailable(m_eventTapRunning || !m_platform.keyboardGrab);
-        // Slots of the rewrite road and the windows, reached by name as the menu
-        // actions travel to whoever answers them.
-        connect(m_statusItem, &TrayMenu::rewriteRequested, this,
-            [this] { QMetaObject::invokeMethod(this, "triggerHumanize", Qt::QueuedConnection); });
-        connect(m_statusItem, &TrayMenu::settingsRequested, this,
-            [this] { QMetaObject::invokeMethod(this, "showSettings", Qt::QueuedConnection); });
+        // Queued: the menu closes before capture looks at the window in front.
+        connect(m_statusItem, &TrayMenu::rewriteRequested, this, &AppDelegate::triggerHumanize,
+            Qt::QueuedConnection);
+        connect(m_statusItem, &TrayMenu::settingsRequested, this, &AppDelegate::showSettings,
+            Qt::QueuedConnection);
         connect(m_statusItem, &TrayMenu::updateItemChosen, this, &AppDelegate::checkForUpdates);
         connect(m_statusItem, &TrayMenu::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
         connect(m_updateService.get(), &UpdateService::updateStatusChanged, this,
