@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "DBusService.h"
 #include "MakePlatform.h"
+#include "SceneGraph.h"
 #include "StorageManager.h"
 
 #include <QApplication>
@@ -37,6 +38,7 @@ int main(int argc, char *argv[])
         break;
     }
 
+    SceneGraph::chooseRenderer();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tessary"));
     QApplication::setApplicationVersion(BuildInfo::version());

@@ -10,6 +10,7 @@
 #include "HumanizeService.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "SceneGraph.h"
 #include "StorageManager.h"
 
 #include <QDeadlineTimer>
@@ -72,8 +73,7 @@ FixtureReply streamReply()
 
 int main(int argc, char *argv[])
 {
-    if (!qEnvironmentVariableIsSet("QSG_RENDER_LOOP"))
-        qputenv("QSG_RENDER_LOOP", "basic"); // frames on the main thread, so they can be timed here
+    SceneGraph::chooseRenderer(); // as the program draws
     QGuiApplication app(argc, argv);
 
     // The service writes from its own thread, so it keeps its pace whatever the popup does.

@@ -5,6 +5,7 @@
 #include "FakeRewriter.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "SceneGraph.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -55,6 +56,7 @@ struct Scene
 
 int main(int argc, char *argv[])
 {
+    SceneGraph::chooseRenderer(); // as the program draws
     QGuiApplication app(argc, argv);
     if (argc < 2) {
         std::fprintf(stderr, "usage: popup-demo OUTPUT_DIR\n");

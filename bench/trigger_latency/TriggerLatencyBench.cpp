@@ -1,0 +1,140 @@
+// From a Trigger() call on the session bus to the popup on screen showing the text
+// captured from mousepad over the accessibility bus: the controller, the capture and the
+// popup of the real program, in this process, on a headless desktop. 30 runs; prints
+// the median and the slowest. Target: median under 30 ms.
+
+#include "AppDelegate.h"
+#include "DBusService.h"
+#include "DesktopFixture.h"
+#include "MakePlatform.h"
+#include "PopupViewModel.h"
+#include "PopupWindowController.h"
+#include "SceneGraph.h"
+#include "StorageManager.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace Desktop;
+
+namespace {
+
+const QString paragraph = u"Keep this. Measure how fast this sentence reaches the popup. Keep that."_s;
+const QString sentence = u"Measure how fast this sentence reaches the popup."_s;
+
+bool waitFor(const std::function<bool()> &condition, int ms)
+{
+    QDeadlineTimer deadline(ms);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    SceneGraph::chooseRenderer(); // as the program draws
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    Editor editor(paragraph, true);
+    if (!editor.waitUntilActive()) {
+        std::fprintf(stderr, "trigger_latency: mousepad did not come up\n");
+        return 1;
+    }
+    const int at = int(paragraph.indexOf(sentence));
+    QStringList select { u"ctrl+Home"_s };
+    for (int i = 0; i < at; ++i)
+        select.append(u"Right"_s);
+    for (int i = 0; i < sentence.size(); ++i)
+        select.append(u"shift+Right"_s);
+    keys(select);
+
+    QTemporaryDir config;
+    Platform platform = makePlatform();
+    // Nothing listens there: the rewrite fails at once and does not disturb the timing.
+    StorageManager storage(config.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:9/api/v1"_s);
+    AppDelegate delegate(platform, storage);
+    DBusService bus;
+    if (!bus.registerService()) {
+        std::fprintf(stderr, "trigger_latency: cannot own the bus name\n");
+        return 1;
+    }
+    QObject::connect(&bus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
+
+    constexpr int runs = 30;
+    QList<double> times;
+    int misses = 0;
+    QList<double> created; // Trigger() to the popup built: capture and construction
+    for (int run = 0; run < runs + 1; ++run) { // the first run warms up and is not counted
+        if (!editor.waitUntilActive()) {
+            std::fprintf(stderr, "trigger_latency: mousepad is not in front\n");
+            return 1;
+        }
+        PopupWindowController *before = delegate.popupWindowController();
+        bool swapped = false;
+        QElapsedTimer clock;
+        clock.start();
+        QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+            DBusService::serviceName, DBusService::objectPath, DBusService::serviceName, u"Trigger"_s));
+        QMetaObject::Connection frame;
+        double createdMs = 0;
+        const bool shown = waitFor(
+            [&] {
+                PopupWindowController *popup = delegate.popupWindowController();
+                if (!popup || popup == before || !popup->window())
+                    return false;
+                if (!createdMs)
+                    createdMs = clock.nsecsElapsed() / 1e6;
+                if (!frame)
+                    frame = QObject::connect(
+                        popup->window(), &QQuickWindow::frameSwapped, [&] { swapped = true; });
+                return swapped && popup->window()->isExposed()
+                    && popup->viewModel()->originalText() == sentence;
+            },
+            10000);
+        const double ms = clock.nsecsElapsed() / 1e6;
+        QObject::disconnect(frame);
+        if (!shown) {
+            // Counted, not fatal: one lost selection should not hide the other figures.
+            std::fprintf(stderr, "trigger_latency: run %d: no popup with the sentence\n", run);
+            ++misses;
+            if (PopupWindowController *popup = delegate.popupWindowController())
+                popup->close();
+            continue;
+        }
+        if (run > 0) {
+            times.append(ms);
+            created.append(createdMs);
+        }
+        delegate.popupWindowController()->close();
+    }
+
+    if (times.isEmpty()) {
+        std::fprintf(stderr, "trigger_latency: no run showed the popup\n");
+        return 1;
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("trigger_latency: Trigger() to popup on screen with the captured text, %d runs (%d missed)\n",
+        runs, misses);
+    std::printf("  median: %.1f ms (target < 30)\n", times.at(times.size() / 2));
+    std::printf("  fastest: %.1f ms, slowest: %.1f ms\n", times.first(), times.last());
+    std::sort(created.begin(), created.end());
+    std::printf(
+        "  of which capture and building the popup, median: %.1f ms\n", created.at(created.size() / 2));
+    return 0;
+}
