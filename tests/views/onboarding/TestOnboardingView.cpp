@@ -117,6 +117,41 @@ private Q_SLOTS:
         QVERIFY(completed.wait(5000));
     }
 
+    // The pointer rests on "Finish setup" while it is disabled: it stays the faint
+    // purple, and turns indigo as soon as text makes it usable.
+    void primaryButtonHover()
+    {
+        m_model->advance();
+        QQuickItem *button = nullptr;
+        QVERIFY(QTest::qWaitFor([&] {
+            button = item(u"finishSetupButton"_s);
+            return button && button->mapToScene(QPointF()).x() + button->width() <= m_window->width();
+        }));
+        QTest::qWait(100); // let the page's own entrance settle under the pointer
+        const QPointF centre = button->mapToScene(QPointF(button->width() / 2, button->height() / 2));
+        QTest::mouseMove(m_window.get(), centre.toPoint());
+        auto *background = button->property("background").value<QQuickItem *>();
+        QVERIFY(background);
+        QQmlComponent colours(&m_engine);
+        colours.setData(
+            "import QtQuick\nimport Tessary.Ui\n"
+            "QtObject { property color purple: Theme.purple; property color indigo: Theme.indigo }",
+            QUrl());
+        std::unique_ptr<QObject> theme(colours.create());
+        QVERIFY2(theme, qPrintable(colours.errorString()));
+        const QColor purple = theme->property("purple").value<QColor>();
+        const QColor indigo = theme->property("indigo").value<QColor>();
+
+        QTRY_VERIFY(button->parentItem()->property("hover").toBool());
+        QColor faint = purple;
+        faint.setAlphaF(0.35f);
+        QTRY_COMPARE(background->property("color").value<QColor>().rgba(), faint.rgba());
+
+        m_model->setSampleText(u"words"_s);
+        QTRY_COMPARE(background->property("color").value<QColor>().rgb(), indigo.rgb());
+        QCOMPARE(background->property("color").value<QColor>().alpha(), 255);
+    }
+
     void apiKeyHint_data()
     {
         QTest::addColumn<QString>("key");
