@@ -8,6 +8,7 @@
 
 #include "FixtureServer.h"
 #include "HumanizeService.h"
+#include "ItemSearch.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "SceneGraph.h"
@@ -36,18 +37,6 @@ namespace {
 constexpr int fragments = 2000;
 constexpr int fragmentLength = 10;
 constexpr int fragmentsPerPiece = 2; // two per millisecond: 2,000 a second
-
-QQuickItem *findItem(QQuickItem *root, const QString &name)
-{
-    if (root->objectName() == name)
-        return root;
-    const auto children = root->childItems();
-    for (QQuickItem *child : children) {
-        if (QQuickItem *found = findItem(child, name))
-            return found;
-    }
-    return nullptr;
-}
 
 FixtureReply streamReply()
 {

@@ -10,6 +10,7 @@
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "SceneGraph.h"
+#include "Selection.h"
 #include "StorageManager.h"
 
 #include <QApplication>
@@ -56,13 +57,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "trigger_latency: mousepad did not come up\n");
         return 1;
     }
-    const int at = int(paragraph.indexOf(sentence));
-    QStringList select { u"ctrl+Home"_s };
-    for (int i = 0; i < at; ++i)
-        select.append(u"Right"_s);
-    for (int i = 0; i < sentence.size(); ++i)
-        select.append(u"shift+Right"_s);
-    keys(select);
+    keys(keysSelecting(paragraph, sentence));
 
     QTemporaryDir config;
     Platform platform = makePlatform();

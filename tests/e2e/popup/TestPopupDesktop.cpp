@@ -1,5 +1,6 @@
 #include "DesktopFixture.h"
 #include "FixtureServer.h"
+#include "Selection.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -221,6 +222,7 @@ private Q_SLOTS:
     void cleanup();
     void rewriteAndReplace_data();
     void rewriteAndReplace();
+    void oneInstanceAndTheCommandLineTrigger();
 
 private:
     void startProgram();
@@ -324,13 +326,7 @@ void TestPopupDesktop::rewriteAndReplace()
     QVERIFY(editor.waitUntilActive());
     startProgram();
     QVERIFY(editor.waitUntilActive());
-    const int at = int(paragraph.indexOf(sentence));
-    QStringList select { u"ctrl+Home"_s };
-    for (int i = 0; i < at; ++i)
-        select.append(u"Right"_s);
-    for (int i = 0; i < sentence.size(); ++i)
-        select.append(u"shift+Right"_s);
-    keys(select);
+    keys(keysSelecting(paragraph, sentence));
 
     // The bus entry of a desktop shortcut.
     QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
@@ -358,6 +354,33 @@ void TestPopupDesktop::rewriteAndReplace()
     QString expected = paragraph;
     expected.replace(sentence, rewriteFor(u"casual"_s));
     QTRY_COMPARE_WITH_TIMEOUT(m_atspi.textContaining(u"mousepad"_s, u"Last words"_s), expected, 10000);
+}
+
+void TestPopupDesktop::oneInstanceAndTheCommandLineTrigger()
+{
+    Editor editor(paragraph, true);
+    QVERIFY(editor.waitUntilActive());
+    startProgram();
+    const QString owner = QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s);
+    const QString program = qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s;
+
+    // A second start leaves the first in charge and ends.
+    QProcess second;
+    second.start(program, QStringList());
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitCode(), 0);
+    QCOMPARE(
+        QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s).value(), owner);
+
+    // `tessary --trigger`, as a desktop shortcut runs it, rewrites the selection.
+    QVERIFY(editor.waitUntilActive());
+    keys(keysSelecting(paragraph, sentence));
+    QProcess trigger;
+    trigger.start(program, { u"--trigger"_s });
+    QVERIFY(trigger.waitForFinished(10000));
+    QCOMPARE(trigger.exitCode(), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
+    QVERIFY(rewrites().first().body.contains(sentence.toUtf8()));
 }
 
 QTEST_MAIN(TestPopupDesktop)

@@ -1,10 +1,13 @@
 #include "FakePopupHost.h"
 #include "FakeRewriter.h"
+#include "ItemSearch.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "StreamedText.h"
 
+#include <QClipboard>
 #include <QElapsedTimer>
+#include <QGuiApplication>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -34,6 +37,7 @@ private Q_SLOTS:
     void errorHidesThePartialResult();
     void streamedTextReachesTheScreen();
     void keyboard();
+    void ctrlCCopiesTheSelectedPartOfTheResult();
 
 private:
     void open(const QString &text);
@@ -67,19 +71,6 @@ void TestPopupView::open(const QString &text)
     QVERIFY(m_popup->window());
     m_popup->showWindow();
     QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
-}
-
-// Repeated items have no QObject parent, so the search follows the visual tree.
-static QQuickItem *findItem(QQuickItem *root, const QString &name)
-{
-    if (root->objectName() == name)
-        return root;
-    const auto children = root->childItems();
-    for (QQuickItem *child : children) {
-        if (QQuickItem *found = findItem(child, name))
-            return found;
-    }
-    return nullptr;
 }
 
 QQuickItem *TestPopupView::item(const char *name) const
@@ -282,6 +273,22 @@ void TestPopupView::keyboard()
     QTRY_VERIFY(m_popup->window()->isActive());
     QTest::keyClick(m_popup->window(), Qt::Key_Escape);
     QTRY_VERIFY(!m_popup->window()->isVisible());
+}
+
+void TestPopupView::ctrlCCopiesTheSelectedPartOfTheResult()
+{
+    open(sample);
+    m_rewriter.token(u"Please send the report by Friday."_s);
+    m_rewriter.complete();
+    QQuickItem *result = item("resultText");
+    QTRY_COMPARE(result->property("text").toString(), u"Please send the report by Friday."_s);
+    m_popup->window()->requestActivate();
+    QTRY_VERIFY(m_popup->window()->isActive());
+    result->forceActiveFocus();
+    QMetaObject::invokeMethod(result, "select", Q_ARG(int, 7), Q_ARG(int, 22));
+    QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
+    QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"send the report"_s);
+    QVERIFY(m_popup->window()->isVisible());
 }
 
 QTEST_MAIN(TestPopupView)
