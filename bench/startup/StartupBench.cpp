@@ -1,11 +1,15 @@
 // startup_e2e: how long a user waits from starting Tessary until it is in the tray, as
-// the median of 10 cold-ish starts (exec to the ">>> LAUNCHED" line, which comes once
-// the event loop runs and the launch sequence begins). copyq, another Qt tray program,
-// is measured beside it from exec until its server answers a client.
+// the median of 10 starts: exec to the ">>> LAUNCHED" line (the launch sequence
+// begins), and exec to the first answer on the session bus, which can only come once
+// the launch sequence, tray icon included, has finished and the event loop runs.
+// copyq, another Qt tray program, is measured beside it from exec until its server
+// answers a client.
 
 #include "StorageManager.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QStandardPaths>
@@ -39,8 +43,20 @@ void stop(QProcess &process)
     }
 }
 
-// Milliseconds from exec to the launch line, or nothing when it never came.
-std::optional<double> startTessary()
+struct Start
+{
+    std::optional<double> launched; // ms from exec to ">>> LAUNCHED"
+    std::optional<double> ready; // ms from exec to the first answer on the bus
+};
+
+bool answersOnBus()
+{
+    const QDBusMessage ping = QDBusMessage::createMethodCall(
+        u"app.tessary.Tessary"_s, u"/"_s, u"org.freedesktop.DBus.Peer"_s, u"Ping"_s);
+    return QDBusConnection::sessionBus().call(ping, QDBus::Block, 1000).type() == QDBusMessage::ReplyMessage;
+}
+
+Start startTessary()
 {
     QTemporaryDir config;
     {
@@ -54,17 +70,16 @@ std::optional<double> startTessary()
     QElapsedTimer clock;
     clock.start();
     process.start(QStringLiteral(TESSARY_PROGRAM_PATH), {});
-    std::optional<double> result;
-    while (clock.elapsed() < 10000 && process.waitForReadyRead(10000 - int(clock.elapsed()))) {
-        bool launched = false;
-        while (process.canReadLine()) {
-            if (process.readLine().trimmed() == ">>> LAUNCHED")
-                launched = true;
+    Start result;
+    while (clock.elapsed() < 10000 && !(result.launched && result.ready)) {
+        if (!result.launched && process.waitForReadyRead(5)) {
+            while (process.canReadLine()) {
+                if (process.readLine().trimmed() == ">>> LAUNCHED")
+                    result.launched = clock.nsecsElapsed() / 1e6;
+            }
         }
-        if (launched) {
-            result = clock.nsecsElapsed() / 1e6;
-            break;
-        }
+        if (!result.ready && answersOnBus())
+            result.ready = clock.nsecsElapsed() / 1e6;
     }
     stop(process);
     return result;
@@ -107,11 +122,11 @@ std::optional<double> median(std::vector<double> samples)
     return samples.size() % 2 ? samples[mid] : (samples[mid - 1] + samples[mid]) / 2;
 }
 
-template<typename Start> std::optional<double> measure(Start start)
+template<typename Run> std::optional<double> measure(Run run)
 {
     std::vector<double> samples;
     for (int i = 0; i < runs; ++i) {
-        if (const auto ms = start())
+        if (const auto ms = run())
             samples.push_back(*ms);
     }
     return median(samples);
@@ -126,21 +141,33 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "startup_e2e: needs a display; run it through scripts/headless-session\n");
         return 2;
     }
-    const auto tessary = measure(startTessary);
-    if (!tessary) {
-        std::printf("tessary  exec -> \">>> LAUNCHED\"        : no launch line seen\n");
+    std::vector<double> launched, ready;
+    for (int i = 0; i < runs; ++i) {
+        const Start start = startTessary();
+        if (start.launched)
+            launched.push_back(*start.launched);
+        if (start.ready)
+            ready.push_back(*start.ready);
+    }
+    const auto tessary = median(launched);
+    const auto tessaryReady = median(ready);
+    if (!tessary || !tessaryReady) {
+        std::printf("tessary: no launch line, or no answer on the session bus\n");
         return 1;
     }
-    std::printf("tessary  exec -> \">>> LAUNCHED\"  p50 of %d: %7.1f ms   (target < %d ms: %s)\n", runs,
+    std::printf("tessary  exec -> \">>> LAUNCHED\"        p50 of %d: %7.1f ms   (target < %d ms: %s)\n", runs,
         *tessary, targetMs, *tessary < targetMs ? "met" : "MISSED");
+    std::printf("tessary  exec -> in the tray, answering p50 of %d: %7.1f ms   (target < %d ms: %s)\n", runs,
+        *tessaryReady, targetMs, *tessaryReady < targetMs ? "met" : "MISSED");
 
     const QString copyq = QStandardPaths::findExecutable(u"copyq"_s);
     if (copyq.isEmpty()) {
         std::printf("copyq    (reference)                    : not installed\n");
     } else if (const auto reference = measure([&] { return startCopyq(copyq); })) {
-        std::printf("copyq    exec -> server answers p50 of %d: %7.1f ms   (reference)\n", runs, *reference);
+        std::printf(
+            "copyq    exec -> server answers          p50 of %d: %7.1f ms   (reference)\n", runs, *reference);
     } else {
         std::printf("copyq    (reference)                    : its server never answered\n");
     }
-    return *tessary < targetMs ? 0 : 1;
+    return *tessary < targetMs && *tessaryReady < targetMs ? 0 : 1;
 }
