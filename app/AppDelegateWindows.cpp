@@ -19,6 +19,8 @@
 #include <QTimer>
 #include <QtQml/qqmlextensionplugin.h>
 
+#include <functional>
+
 Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
 Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
 
@@ -32,7 +34,7 @@ constexpr int windowClosedDelay = 100;
 constexpr int onboardingCloseDelay = 300;
 
 // Tells the controller that one of its windows is about to close, however it closes
-// (title bar, Escape, Done).
+// (title bar, Done, Return).
 class CloseWatcher : public QObject
 {
 public:
