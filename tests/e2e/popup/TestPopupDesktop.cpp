@@ -223,6 +223,7 @@ private Q_SLOTS:
     void rewriteAndReplace_data();
     void rewriteAndReplace();
     void oneInstanceAndTheCommandLineTrigger();
+    void textHandedOverTheBus();
 
 private:
     void startProgram();
@@ -381,6 +382,34 @@ void TestPopupDesktop::oneInstanceAndTheCommandLineTrigger()
     QCOMPARE(trigger.exitCode(), 0);
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     QVERIFY(rewrites().first().body.contains(sentence.toUtf8()));
+}
+
+void TestPopupDesktop::textHandedOverTheBus()
+{
+    startProgram();
+    const auto handOver = [](const QString &text) {
+        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
+        call << text;
+        QDBusConnection::sessionBus().asyncCall(call);
+    };
+
+    // Nothing to rewrite: said in the log, no popup, no request.
+    handOver(QString());
+    QTRY_VERIFY_WITH_TIMEOUT(logged(u"❌ [Service] No text in pasteboard"_s), 10000);
+
+    // A long text: the log shows its first 50 characters (the emoji counts once), the
+    // service gets all of it.
+    QString text;
+    while (text.size() < 200)
+        text += u"Grüße 👋🏽 aus der Werkstatt. "_s;
+    handOver(text);
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 10000);
+    QVERIFY(QString::fromUtf8(rewrites().first().body).contains(text.trimmed()));
+    QVERIFY2(
+        logged(
+            u"🔧 [Service] Got text from service: Grüße 👋🏽 aus der Werkstatt. Grüße 👋🏽 aus der Werksta..."_s),
+        qPrintable(m_log));
 }
 
 QTEST_MAIN(TestPopupDesktop)
