@@ -1,0 +1,128 @@
+#include "AppDelegate.h"
+#include "FixtureServer.h"
+#include "Platform.h"
+#include "StorageManager.h"
+#include "TrayMenu.h"
+#include "UpdateService.h"
+
+#include <QAction>
+#include <QDesktopServices>
+#include <QMenu>
+#include <QSignalSpy>
+#include <QSystemTrayIcon>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+FixtureReply release(const QString &version)
+{
+    FixtureReply reply;
+    reply.body = u"{\"success\":true,\"data\":{\"current_version\":\"%1\",\"download_url\":\"https://"
+                 u"example.org/%1\","
+                 "\"release_notes\":\"\",\"force_update\":false,\"minimum_supported_version\":\"0.1\"}}"_s
+                     .arg(version)
+                     .toUtf8();
+    return reply;
+}
+
+// One line per menu entry: its text, "[bold]" and its shortcut; "--" for a separator.
+QStringList describe(const QMenu *menu)
+{
+    QStringList lines;
+    for (const QAction *action : menu->actions()) {
+        if (action->isSeparator()) {
+            lines << u"--"_s;
+            continue;
+        }
+        QString line = action->text();
+        if (action->font().bold())
+            line += u" [bold]"_s;
+        if (!action->shortcut().isEmpty())
+            line += u" "_s + action->shortcut().toString();
+        lines << line;
+    }
+    return lines;
+}
+
+class BrowserCatcher : public QObject
+{
+    Q_OBJECT
+public:
+    BrowserCatcher() { QDesktopServices::setUrlHandler(u"https"_s, this, "open"); }
+    ~BrowserCatcher() override { QDesktopServices::unsetUrlHandler(u"https"_s); }
+    QList<QUrl> opened;
+public Q_SLOTS:
+    void open(const QUrl &url) { opened.append(url); }
+};
+
+} // namespace
+
+class TestTrayMenu : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void menuFollowsTheUpdateState();
+    void tooltipTellsWhenTheShortcutIsTaken();
+};
+
+void TestTrayMenu::menuFollowsTheUpdateState()
+{
+    FixtureServer server;
+    QVERIFY(server.listen());
+    QTemporaryDir dir;
+    StorageManager storage(dir.filePath(u"Tessary.conf"_s), server.url("/api/v1").toString());
+    Platform platform;
+    AppDelegate delegate(platform, storage);
+    BrowserCatcher browser;
+
+    delegate.setupMenuBar();
+    TrayMenu *tray = delegate.statusItem();
+    QVERIFY(tray);
+    const QStringList plain { u"Rewrite as me  Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s,
+        u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
+    QCOMPARE(describe(tray->menu()), plain);
+
+    // A newer release: the menu is rebuilt with the bold update item, which downloads.
+    server.route("/api/v1/version", release(u"99.0"_s));
+    QSignalSpy status(&delegate.updateService(), &UpdateService::updateStatusChanged);
+    delegate.updateService().checkForUpdates(true);
+    QVERIFY(status.wait());
+    QStringList available = plain;
+    available[2] = u"Update Available! [bold]"_s;
+    QCOMPARE(describe(tray->menu()), available);
+    tray->menu()->actions().at(2)->trigger();
+    QCOMPARE(browser.opened, QList<QUrl> { QUrl(u"https://example.org/99.0"_s) });
+    QCOMPARE(server.requests().size(), 1); // the item opened the download instead of asking again
+
+    // A later check without news brings the plain item back; still one icon.
+    server.route("/api/v1/version", release(u"0.0.1"_s));
+    delegate.updateService().checkForUpdates(true);
+    QVERIFY(status.wait());
+    QCOMPARE(describe(tray->menu()), plain);
+    QCOMPARE(delegate.statusItem(), tray);
+    QCOMPARE(tray->findChildren<QSystemTrayIcon *>().size(), 1);
+
+    // Without a known update the item asks the service, and the user hears the answer.
+    QSignalSpy upToDate(&delegate.updateService(), &UpdateService::upToDate);
+    tray->menu()->actions().at(2)->trigger();
+    QVERIFY(upToDate.wait());
+    QCOMPARE(server.requests().size(), 3);
+}
+
+void TestTrayMenu::tooltipTellsWhenTheShortcutIsTaken()
+{
+    QTemporaryDir dir;
+    StorageManager storage(dir.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:1"_s);
+    UpdateService updates(storage, {});
+    TrayMenu tray(updates);
+    QVERIFY(!tray.icon()->toolTip().contains(u"unavailable"_s));
+    tray.setShortcutAvailable(false);
+    QVERIFY(tray.icon()->toolTip().contains(u"Ctrl+Alt+H is unavailable"_s));
+}
+
+QTEST_MAIN(TestTrayMenu)
+#include "TestTrayMenu.moc"
