@@ -1,8 +1,11 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <xcb/xcb.h>
 
 using namespace Qt::StringLiterals;
 
@@ -32,7 +35,9 @@ class TestTrayE2E : public QObject
 private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
+    void iconOpensMenuAndQuitEnds_data();
     void iconOpensMenuAndQuitEnds();
+    void shortcutStartsOneRewritePerPress();
 
 private:
     void startProgram(QProcess &program, QTemporaryDir &config);
@@ -72,11 +77,34 @@ void TestTrayE2E::startProgram(QProcess &program, QTemporaryDir &config)
     QVERIFY(program.waitForStarted());
 }
 
+void TestTrayE2E::iconOpensMenuAndQuitEnds_data()
+{
+    QTest::addColumn<bool>("shortcutHeldElsewhere");
+    QTest::newRow("shortcut free") << false;
+    QTest::newRow("another program holds Ctrl+Alt+H") << true;
+}
+
 void TestTrayE2E::iconOpensMenuAndQuitEnds()
 {
+    QFETCH(bool, shortcutHeldElsewhere);
+
+    xcb_connection_t *other = xcb_connect(nullptr, nullptr);
+    const auto disconnect = qScopeGuard([other] { xcb_disconnect(other); });
+    if (shortcutHeldElsewhere) {
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other)).data->root;
+        const auto cookie = xcb_grab_key_checked(other, 0, root, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1, 43,
+            XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+        QCOMPARE(xcb_request_check(other, cookie), nullptr);
+    }
+
     QTemporaryDir config;
     QProcess program;
     startProgram(program, config);
+    if (shortcutHeldElsewhere) {
+        QByteArray errors;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (errors += program.readAllStandardError()).contains("Ctrl+Alt+H is not available"), 15000);
+    }
 
     // The icon is a small window that the tray host embeds: find it under the host.
     QString icon;
@@ -88,6 +116,7 @@ void TestTrayE2E::iconOpensMenuAndQuitEnds()
     QTRY_VERIFY_WITH_TIMEOUT(windows(u"--classname"_s, u"tessary"_s).size() > 1, 10000);
 
     const QString shot = qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tray-menu.png"_s;
+    QFile::remove(shot);
     run(u"import"_s, { u"-window"_s, u"root"_s, u"-crop"_s, u"420x140+1180+0"_s, shot });
     QVERIFY(QFile::exists(shot));
 
@@ -96,6 +125,34 @@ void TestTrayE2E::iconOpensMenuAndQuitEnds()
     QVERIFY(program.waitForFinished(10000));
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);
     QCOMPARE(program.exitCode(), 0);
+}
+
+void TestTrayE2E::shortcutStartsOneRewritePerPress()
+{
+    QTemporaryDir config;
+    QProcess program;
+    startProgram(program, config);
+    QTRY_VERIFY_WITH_TIMEOUT(!windows(u"--classname"_s, u"tessary"_s).isEmpty(), 15000);
+
+    // Every rewrite opens the popup, which first remembers the window in front.
+    QByteArray out;
+    const auto rewrites = [&] {
+        out += program.readAllStandardOutput();
+        return out.count("🎯 [AppDelegate] Stored previous app: ");
+    };
+    // The shortcut is taken a moment after the icon shows (once the launch sequence
+    // finds the accessibility bus); presses before that go to the window in front.
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+        if (QTest::qWaitFor([&] { return rewrites() > 0; }, 1500))
+            break;
+    }
+    QCOMPARE(rewrites(), 1);
+    run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites(), 2, 10000);
+
+    program.terminate();
+    QVERIFY(program.waitForFinished(10000));
 }
 
 QTEST_GUILESS_MAIN(TestTrayE2E)
