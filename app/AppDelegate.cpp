@@ -20,7 +20,7 @@
 #include <QTextBoundaryFinder>
 #include <QTimer>
 
-Q_LOGGING_CATEGORY(lcHotkey, "tessary.hotkey")
+Q_LOGGING_CATEGORY(lcHotkey, "tessary.hotkey", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 

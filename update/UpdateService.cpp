@@ -13,7 +13,7 @@
 #include <QPushButton>
 #include <QUrl>
 
-Q_LOGGING_CATEGORY(lcUpdate, "tessary.update")
+Q_LOGGING_CATEGORY(lcUpdate, "tessary.update", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <xcb/xcb_keysyms.h>
 
-Q_LOGGING_CATEGORY(lcKeyboardGrab, "tessary.keyboardgrab")
+Q_LOGGING_CATEGORY(lcKeyboardGrab, "tessary.keyboardgrab", QtInfoMsg)
 
 namespace {
 

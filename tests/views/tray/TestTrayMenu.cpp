@@ -119,6 +119,7 @@ void TestTrayMenu::tooltipTellsWhenTheShortcutIsTaken()
     StorageManager storage(dir.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:1"_s);
     UpdateService updates(storage, {});
     TrayMenu tray(updates);
+    QVERIFY(!tray.icon()->icon().pixmap(22).isNull());
     QVERIFY(!tray.icon()->toolTip().contains(u"unavailable"_s));
     tray.setShortcutAvailable(false);
     QVERIFY(tray.icon()->toolTip().contains(u"Ctrl+Alt+H is unavailable"_s));
