@@ -41,7 +41,8 @@ struct RunningApplication
     quint32 window = 0; // the top-level window that was active
 };
 
-// An accessible object of another application: its bus name and object path.
+// An accessible object of another application: its bus name and object path. An empty
+// path stands for an application window without accessible text (keys still reach it).
 struct Element
 {
     QString service;
@@ -112,6 +113,7 @@ public:
     virtual void clear() = 0;
     // Puts our own text there, marked so clipboard managers do not keep it.
     virtual void setString(const QString &text) = 0;
+    // null when the clipboard holds nothing
     virtual Snapshot snapshot() const = 0;
     virtual void restore(const Snapshot &snapshot) = 0;
 };

@@ -91,8 +91,10 @@ void AccessibilityHelper::selectedTextViaClipboard()
 {
     m_captureSaved = m_pasteboard.snapshot();
     m_captureChangeCount = m_pasteboard.changeCount();
-    // Cleared first so that a selection equal to the clipboard's text is still seen arriving.
-    m_pasteboard.clear();
+    // The clipboard is not emptied first: on X11 that stamps it with a time later than
+    // the user's selection, and programs that claim the clipboard with the selection's
+    // own time (xterm) are then refused. The copy shows itself by raising the change
+    // count, even when it holds the same text as before.
     QPointer<AccessibilityHelper> self(this);
     m_keySynth.post(Keys::C, Keys::Command, [self] {
         if (self)

@@ -1,0 +1,92 @@
+#include "ApplicationName.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct DesktopEntry
+{
+    QString name;
+    QString startupWmClass;
+};
+
+// Only the two keys we need, from the [Desktop Entry] group (actions have their own Name).
+DesktopEntry readEntry(const QString &path)
+{
+    QFile file(path);
+    DesktopEntry entry;
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return entry;
+    bool inMainGroup = false;
+    while (!file.atEnd()) {
+        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        if (line.startsWith(u'[')) {
+            inMainGroup = line == u"[Desktop Entry]";
+            continue;
+        }
+        if (!inMainGroup)
+            continue;
+        if (line.startsWith(u"Name="))
+            entry.name = line.mid(5).trimmed();
+        else if (line.startsWith(u"StartupWMClass="))
+            entry.startupWmClass = line.mid(15).trimmed();
+    }
+    return entry;
+}
+
+QString nameFromEntries(const WindowClass &windowClass, const QStringList &dirs)
+{
+    const QString instance = windowClass.instance.toLower();
+    const QString className = windowClass.className.toLower();
+    QString byFileName;
+    for (const QString &dir : dirs) {
+        const QStringList files = QDir(dir).entryList({ u"*.desktop"_s }, QDir::Files, QDir::Name);
+        for (const QString &file : files) {
+            const DesktopEntry entry = readEntry(dir + u'/' + file);
+            if (entry.name.isEmpty())
+                continue;
+            const QString wmClass = entry.startupWmClass.toLower();
+            if (!wmClass.isEmpty() && (wmClass == className || wmClass == instance))
+                return entry.name;
+            // "mousepad" is installed as org.xfce.mousepad.desktop
+            const QString base = file.chopped(8).toLower();
+            const bool sameName = base == instance || base == className || base.endsWith(u'.' + instance)
+                || base.endsWith(u'.' + className);
+            if (sameName && byFileName.isEmpty())
+                byFileName = entry.name;
+        }
+    }
+    return byFileName;
+}
+
+} // namespace
+
+QString applicationName(
+    const std::optional<WindowClass> &windowClass, qint64 pid, const QStringList &applicationDirs)
+{
+    if (windowClass) {
+        const QString name = nameFromEntries(*windowClass, applicationDirs);
+        if (!name.isEmpty())
+            return name;
+        if (!windowClass->className.isEmpty())
+            return windowClass->className;
+    }
+    if (pid > 0) {
+        QFile comm(u"/proc/%1/comm"_s.arg(pid));
+        if (comm.open(QIODevice::ReadOnly))
+            return QString::fromLocal8Bit(comm.readAll()).trimmed();
+    }
+    return {};
+}
+
+QStringList applicationDirs()
+{
+    QStringList dirs;
+    for (const QString &data : QStandardPaths::standardLocations(QStandardPaths::GenericDataLocation))
+        dirs.append(data + u"/applications"_s);
+    return dirs;
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Platform.h"
+#include "X11Connection.h"
+
+#include <QHash>
+#include <QObject>
+
+// The active window and its application from the window manager's EWMH hints.
+class X11Workspace : public QObject, public Workspace
+{
+    Q_OBJECT
+public:
+    explicit X11Workspace(std::shared_ptr<X11Connection> x11, QObject *parent = nullptr);
+
+    std::optional<RunningApplication> frontmostApplication() override;
+    void activate(const RunningApplication &app, std::function<void(bool active)> done) override;
+    void activateSelf(QWindow *window) override;
+
+private:
+    void waitUntilActive(xcb_window_t window, int checksLeft, std::function<void(bool)> done);
+
+    std::shared_ptr<X11Connection> m_x11;
+    QStringList m_applicationDirs;
+    QHash<QString, QString> m_namesByClass;
+};

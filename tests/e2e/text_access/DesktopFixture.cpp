@@ -1,0 +1,164 @@
+#include "DesktopFixture.h"
+
+#include "x11/X11Connection.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcessEnvironment>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace Desktop {
+
+QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input)
+{
+    QProcess process;
+    QSignalSpy finished(&process, &QProcess::finished);
+    process.start(program, arguments);
+    if (!process.waitForStarted(5000)) {
+        QTest::qFail(qPrintable(program + u" did not start"_s), __FILE__, __LINE__);
+        return {};
+    }
+    if (!input.isNull())
+        process.write(input);
+    process.closeWriteChannel();
+    if (process.state() != QProcess::NotRunning && !finished.wait(10000)) {
+        process.kill();
+        process.waitForFinished();
+        QTest::qFail(qPrintable(program + u" did not finish"_s), __FILE__, __LINE__);
+        return {};
+    }
+    return process.readAllStandardOutput();
+}
+
+void keys(const QStringList &names)
+{
+    run(u"xdotool"_s, QStringList { u"key"_s, u"--delay"_s, u"5"_s } + names);
+}
+
+void setClipboard(const QByteArray &data, const QString &type)
+{
+    static QTemporaryDir dir;
+    static int count = 0;
+    QFile file(dir.filePath(QString::number(++count)));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(data);
+    file.close();
+    // xclip stays behind as the owner until somebody else takes the clipboard.
+    QVERIFY(QProcess::startDetached(
+        u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-t"_s, type, u"-i"_s, file.fileName() }));
+    QTRY_VERIFY(clipboard(type) == data);
+}
+
+QByteArray clipboard(const QString &type)
+{
+    return run(u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-o"_s, u"-t"_s, type });
+}
+
+Window::~Window()
+{
+    stop();
+}
+
+void Window::start(const QString &program, const QStringList &arguments, bool accessible)
+{
+    m_process = std::make_unique<QProcess>();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"NO_AT_BRIDGE"_s, accessible ? u"0"_s : u"1"_s);
+    // Settings in memory only: nothing leaks into the developer's own desktop, and an
+    // editor killed by the previous case does not offer to restore its session.
+    env.insert(u"GSETTINGS_BACKEND"_s, u"memory"_s);
+    env.insert(u"XDG_CONFIG_HOME"_s, m_home.path());
+    env.insert(u"XDG_DATA_HOME"_s, m_home.path());
+    m_process->setProcessEnvironment(env);
+    m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_process->start(program, arguments);
+    QVERIFY2(m_process->waitForStarted(5000), qPrintable(program));
+}
+
+bool Window::waitUntilActive()
+{
+    const auto x11 = X11Connection::open();
+    if (!x11)
+        return false;
+    const auto active = [&] { return x11->windowPid(x11->activeWindow()) == quint32(pid()); };
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(active(), 15000); }();
+    return active();
+}
+
+void Window::stop()
+{
+    if (!m_process)
+        return;
+    m_process->kill();
+    m_process->waitForFinished(5000);
+    m_process.reset();
+}
+
+Editor::Editor(const QString &content, bool accessible)
+{
+    QFile file(filePath());
+    file.open(QIODevice::WriteOnly);
+    file.write(content.toUtf8());
+    file.close();
+    m_lastSaved = content.toUtf8();
+    start(u"mousepad"_s, { u"--disable-server"_s, u"--encoding=UTF-8"_s, filePath() }, accessible);
+}
+
+QString Editor::savedText()
+{
+    keys({ u"ctrl+s"_s });
+    QByteArray saved;
+    const auto read = [&] {
+        QFile file(filePath());
+        file.open(QIODevice::ReadOnly);
+        saved = file.readAll();
+        return saved != m_lastSaved;
+    };
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(read(), 5000); }();
+    m_lastSaved = saved;
+    return QString::fromUtf8(saved);
+}
+
+Terminal::Terminal(const QString &firstLine)
+{
+    const QString translations = u"#override\\n"
+                                 "Shift Ctrl <Key>C: copy-selection(CLIPBOARD)\\n"
+                                 "Shift Ctrl <Key>V: insert-selection(CLIPBOARD)"_s;
+    const QString script = u"printf '%s\\n' \"$1\"; exec cat > \"$2\""_s;
+    start(u"xterm"_s,
+        { u"-geometry"_s, u"80x10+0+0"_s, u"-fa"_s, u"DejaVu Sans Mono"_s, u"-fs"_s, u"12"_s, u"-xrm"_s,
+            u"XTerm*VT100.translations: "_s + translations, u"-e"_s, u"sh"_s, u"-c"_s, script, u"sh"_s,
+            firstLine, m_dir.filePath(u"out.txt"_s) },
+        false);
+}
+
+bool Terminal::waitUntilReady()
+{
+    const auto catRuns = [this] {
+        const QStringList entries = QDir(u"/proc"_s).entryList(QDir::Dirs);
+        for (const QString &entry : entries) {
+            QFile stat(u"/proc/"_s + entry + u"/stat"_s);
+            if (!stat.open(QIODevice::ReadOnly))
+                continue;
+            // "pid (comm) state ppid ..."
+            const QList<QByteArray> fields = stat.readAll().split(' ');
+            if (fields.size() > 3 && fields.at(1) == "(cat)" && fields.at(3).toLongLong() == pid())
+                return true;
+        }
+        return false;
+    };
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(catRuns(), 10000); }();
+    return catRuns();
+}
+
+QString Terminal::output() const
+{
+    QFile file(m_dir.filePath(u"out.txt"_s));
+    file.open(QIODevice::ReadOnly);
+    return QString::fromUtf8(file.readAll());
+}
+
+} // namespace Desktop

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// Programs of the test desktop: editors and terminals started for one case, and the
+// command-line tools (xdotool, xclip) that play the user.
+namespace Desktop {
+
+// Runs a tool to its end without blocking the event loop: xclip asks us for the
+// clipboard while we wait for it. Returns standard output; fails the test on error.
+QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input = {});
+
+// Presses keys as xdotool names them ("ctrl+Home", "shift+Right").
+void keys(const QStringList &names);
+
+// Puts contents on the clipboard the way another application does: owned by xclip.
+void setClipboard(const QByteArray &data, const QString &type = QStringLiteral("UTF8_STRING"));
+QByteArray clipboard(const QString &type = QStringLiteral("UTF8_STRING"));
+
+// A program with a window; stopped when it goes out of scope.
+class Window
+{
+public:
+    ~Window();
+    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+    // Waits until the program's window is the active one; false on timeout.
+    bool waitUntilActive();
+    void stop();
+
+protected:
+    void start(const QString &program, const QStringList &arguments, bool accessible);
+
+private:
+    QTemporaryDir m_home;
+    std::unique_ptr<QProcess> m_process;
+};
+
+// mousepad editing a file of its own; accessible = false starts it off the accessibility bus.
+class Editor : public Window
+{
+public:
+    Editor(const QString &content, bool accessible);
+    QString filePath() const { return m_dir.filePath(QStringLiteral("text.txt")); }
+    // Saves (Ctrl+S) and returns the file's text once it differs from before.
+    QString savedText();
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray m_lastSaved;
+};
+
+// xterm running `cat` into a file, with the copy and paste keys modern terminals have.
+class Terminal : public Window
+{
+public:
+    explicit Terminal(const QString &firstLine);
+    // Once `cat` runs, the first line has been printed.
+    bool waitUntilReady();
+    QString output() const;
+
+private:
+    QTemporaryDir m_dir;
+};
+
+} // namespace Desktop

@@ -1,0 +1,270 @@
+#include "AccessibilityHelper.h"
+#include "DesktopFixture.h"
+#include "atspi/AtspiAccessibility.h"
+#include "clipboard/ClipboardPasteboard.h"
+#include "x11/X11KeySynth.h"
+#include "x11/X11Workspace.h"
+
+#include <QBuffer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+using namespace Desktop;
+
+namespace {
+
+const QString paragraph
+    = u"Tessary reads what you select. The second sentence is the one we want. A third one ends it."_s;
+const QString sentence = u"The second sentence is the one we want."_s;
+const QString mixed
+    = u"Grüße 👋🏽 from 東京\nsecond line — 한국어\n\nlast 👨‍👩‍👧 line"_s;
+
+// Selects `length` characters from `start` with the keyboard, as a user would.
+QStringList selectRange(int start, int length)
+{
+    QStringList names { u"ctrl+Home"_s };
+    for (int i = 0; i < start; ++i)
+        names.append(u"Right"_s);
+    for (int i = 0; i < length; ++i)
+        names.append(u"shift+Right"_s);
+    return names;
+}
+
+// Selects with the keyboard and waits until the editor has made the selection, which it
+// publishes as the PRIMARY selection; keys sent before the editor is ready are repeated.
+void select(const QStringList &selectKeys, const QString &selected)
+{
+    const auto selectedNow = [&] {
+        keys(selectKeys);
+        return run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }) == selected.toUtf8();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(selectedNow(), 10000);
+}
+
+QByteArray pngImage()
+{
+    QImage image(8, 8, QImage::Format_RGB32);
+    image.fill(Qt::magenta);
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return png;
+}
+
+} // namespace
+
+class TestTextAccessDesktop : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void capture_data();
+    void capture();
+    void captureWhileModifiersAreHeld();
+    void replace_data();
+    void replace();
+    void terminalGetsShiftedCopyAndPaste();
+    void activateReportsTheActiveWindow();
+
+private:
+    std::optional<QString> captureNow();
+
+    std::shared_ptr<X11Connection> m_x11;
+    std::unique_ptr<X11Workspace> m_workspace;
+    std::unique_ptr<X11KeySynth> m_keys;
+    std::unique_ptr<AtspiAccessibility> m_accessibility;
+    std::unique_ptr<ClipboardPasteboard> m_pasteboard;
+    std::unique_ptr<AccessibilityHelper> m_helper;
+};
+
+void TestTextAccessDesktop::initTestCase()
+{
+    m_x11 = X11Connection::open();
+    QVERIFY2(m_x11, "no X server: run inside scripts/headless-session");
+    m_workspace = std::make_unique<X11Workspace>(m_x11);
+    m_keys = std::make_unique<X11KeySynth>(m_x11);
+    m_accessibility = std::make_unique<AtspiAccessibility>();
+    m_pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard());
+    m_helper = std::make_unique<AccessibilityHelper>(*m_workspace, *m_accessibility, *m_keys, *m_pasteboard);
+}
+
+void TestTextAccessDesktop::init()
+{
+    setClipboard("the user's own clipboard");
+}
+
+std::optional<QString> TestTextAccessDesktop::captureNow()
+{
+    bool answered = false;
+    std::optional<QString> result;
+    m_helper->captureSelectedText([&](const std::optional<QString> &text) {
+        answered = true;
+        result = text;
+    });
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(answered, 5000); }();
+    return result;
+}
+
+void TestTextAccessDesktop::capture_data()
+{
+    QTest::addColumn<bool>("accessible");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<QStringList>("selectKeys");
+    QTest::addColumn<QString>("clipboardType");
+    QTest::addColumn<QByteArray>("clipboardData");
+
+    const int at = int(paragraph.indexOf(sentence));
+    const QByteArray userText = "the user's own clipboard";
+    QTest::newRow("accessibility") << true << paragraph << selectRange(at, int(sentence.size()))
+                                   << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, user text kept")
+        << false << paragraph << selectRange(at, int(sentence.size())) << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, user image kept")
+        << false << paragraph << selectRange(at, int(sentence.size())) << u"image/png"_s << pngImage();
+    QTest::newRow("accessibility, emoji, CJK, line breaks")
+        << true << mixed << QStringList { u"ctrl+a"_s } << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, emoji, CJK, line breaks")
+        << false << mixed << QStringList { u"ctrl+a"_s } << u"UTF8_STRING"_s << userText;
+}
+
+void TestTextAccessDesktop::capture()
+{
+    QFETCH(bool, accessible);
+    QFETCH(QString, content);
+    QFETCH(QStringList, selectKeys);
+    QFETCH(QString, clipboardType);
+    QFETCH(QByteArray, clipboardData);
+
+    Editor editor(content, accessible);
+    QVERIFY(editor.waitUntilActive());
+    setClipboard(clipboardData, clipboardType);
+    const QString expected = selectKeys == QStringList { u"ctrl+a"_s } ? content : sentence;
+    select(selectKeys, expected);
+
+    const int changes = m_pasteboard->changeCount();
+    QCOMPARE(captureNow().value_or(u"(nothing)"_s), expected);
+    // Read through accessibility, the clipboard is never touched.
+    if (accessible)
+        QCOMPARE(m_pasteboard->changeCount(), changes);
+    QVERIFY(run(u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-o"_s, u"-t"_s, u"TARGETS"_s })
+                .split('\n')
+                .contains(clipboardType.toUtf8()));
+    QCOMPARE(clipboard(clipboardType), clipboardData);
+}
+
+void TestTextAccessDesktop::captureWhileModifiersAreHeld()
+{
+    // Right after Ctrl+Alt+H the user's fingers are still down: the copy must wait for
+    // them, or the editor sees Ctrl+Alt+C and copies nothing.
+    Editor editor(paragraph, false);
+    QVERIFY(editor.waitUntilActive());
+    select(selectRange(int(paragraph.indexOf(sentence)), int(sentence.size())), sentence);
+    run(u"xdotool"_s, { u"keydown"_s, u"ctrl+alt"_s });
+    QTimer::singleShot(150, this, [] { run(u"xdotool"_s, { u"keyup"_s, u"ctrl+alt"_s }); });
+    QCOMPARE(captureNow(), std::optional<QString>(sentence));
+}
+
+void TestTextAccessDesktop::replace_data()
+{
+    QTest::addColumn<bool>("accessible");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<QStringList>("selectKeys");
+    QTest::addColumn<QString>("replacement");
+    QTest::addColumn<QString>("expected");
+
+    const int at = int(paragraph.indexOf(sentence));
+    const QString rewritten = u"This is the rewrite."_s;
+    QString expected = paragraph;
+    expected.replace(sentence, rewritten);
+    QTest::newRow("accessibility") << true << paragraph << selectRange(at, int(sentence.size())) << rewritten
+                                   << expected;
+    QTest::newRow("paste") << false << paragraph << selectRange(at, int(sentence.size())) << rewritten
+                           << expected;
+    QTest::newRow("accessibility, emoji, CJK, line breaks")
+        << true << paragraph << QStringList { u"ctrl+a"_s } << mixed << mixed;
+    QTest::newRow("paste, emoji, CJK, line breaks")
+        << false << paragraph << QStringList { u"ctrl+a"_s } << mixed << mixed;
+}
+
+void TestTextAccessDesktop::replace()
+{
+    QFETCH(bool, accessible);
+    QFETCH(QString, content);
+    QFETCH(QStringList, selectKeys);
+    QFETCH(QString, replacement);
+    QFETCH(QString, expected);
+
+    Editor editor(content, accessible);
+    QVERIFY(editor.waitUntilActive());
+    select(selectKeys, selectKeys == QStringList { u"ctrl+a"_s } ? content : sentence);
+    if (accessible) {
+        // Replacement checks that the selection is the captured one: capture first, as the program does.
+        QCOMPARE(captureNow().has_value(), true);
+    }
+    const int changes = m_pasteboard->changeCount();
+    QVERIFY(m_helper->replaceSelectedText(replacement));
+    if (accessible) {
+        QCOMPARE(m_pasteboard->changeCount(), changes);
+    } else {
+        // Restored 0.6 s later, after the paste.
+        QTRY_COMPARE(clipboard(), QByteArray("the user's own clipboard"));
+    }
+    QCOMPARE(editor.savedText(), expected);
+    QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
+}
+
+void TestTextAccessDesktop::terminalGetsShiftedCopyAndPaste()
+{
+    // In a terminal Ctrl+C would interrupt `cat` and end the output; only Ctrl+Shift+C/V
+    // copy and paste.
+    Terminal terminal(u"copyme"_s);
+    QVERIFY(terminal.waitUntilActive());
+    const xcb_window_t window = m_x11->activeWindow();
+    // Double-click the word once the shell has printed it; xterm then holds it as PRIMARY.
+    QVERIFY(terminal.waitUntilReady());
+    run(u"xdotool"_s,
+        { u"mousemove"_s, u"--window"_s, QString::number(window), u"12"_s, u"10"_s, u"click"_s, u"--repeat"_s,
+            u"2"_s, u"1"_s });
+    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
+    QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
+
+    QVERIFY(m_helper->replaceSelectedText(u"pasted line\n"_s));
+    QTRY_COMPARE(terminal.output(), u"pasted line\n"_s);
+    QTRY_COMPARE(clipboard(), QByteArray("the user's own clipboard"));
+}
+
+void TestTextAccessDesktop::activateReportsTheActiveWindow()
+{
+    Editor first(u"first"_s, true);
+    QVERIFY(first.waitUntilActive());
+    const auto firstApp = m_workspace->frontmostApplication();
+    QVERIFY(firstApp);
+    QCOMPARE(firstApp->name, u"Mousepad"_s);
+    Editor second(u"second"_s, true);
+    QVERIFY(second.waitUntilActive());
+
+    std::optional<bool> reported;
+    m_workspace->activate(*firstApp, [&](bool active) { reported = active; });
+    QTRY_VERIFY(reported.has_value());
+    QVERIFY(*reported);
+    QCOMPARE(m_workspace->frontmostApplication()->pid, first.pid());
+
+    // A window that went away cannot become active, and says so.
+    first.stop();
+    QTRY_COMPARE(m_workspace->frontmostApplication().value_or(RunningApplication {}).pid, second.pid());
+    reported.reset();
+    m_workspace->activate(*firstApp, [&](bool active) { reported = active; });
+    QTRY_VERIFY(reported.has_value());
+    QVERIFY(!*reported);
+}
+
+QTEST_MAIN(TestTextAccessDesktop)
+#include "TestTextAccessDesktop.moc"
