@@ -94,7 +94,7 @@ void AppDelegate::setupMenuBar()
 {
     if (!m_statusItem) {
         m_statusItem = new TrayMenu(*m_updateService);
-        m_statusItem->setShortcutAvailable(m_eventTapRunning || !m_platform.keyboardGrab);
+        m_statusItem->setShortcutAvailable(m_eventTapRunning);
         // Queued: the menu closes before capture looks at the window in front.
         connect(m_statusItem, &TrayMenu::rewriteRequested, this, &AppDelegate::triggerHumanize,
             Qt::QueuedConnection);
