@@ -10,7 +10,7 @@
 
 using namespace Qt::StringLiterals;
 
-Q_LOGGING_CATEGORY(lcAtspi, "tessary.platform.atspi")
+Q_LOGGING_CATEGORY(lcAtspi, "tessary.platform.atspi", QtInfoMsg)
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 using namespace Qt::StringLiterals;
 
-Q_LOGGING_CATEGORY(lcKeySynth, "tessary.platform.keysynth")
+Q_LOGGING_CATEGORY(lcKeySynth, "tessary.platform.keysynth", QtInfoMsg)
 
 namespace {
 

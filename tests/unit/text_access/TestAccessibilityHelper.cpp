@@ -3,14 +3,11 @@
 #include "FakeKeySynth.h"
 #include "FakePasteboard.h"
 #include "FakeWorkspace.h"
+#include "StdoutCapture.h"
 
 #include <QSignalSpy>
-#include <QTemporaryFile>
 #include <QTest>
 #include <QTimer>
-
-#include <cstdio>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -33,41 +30,6 @@ Formats ourText(const QString &text)
 {
     return { { u"text/plain"_s, text.toUtf8() }, { u"x-kde-passwordManagerHint"_s, "secret" } };
 }
-
-// Collects what the program writes to standard output, where the event log goes.
-class StdoutCapture
-{
-public:
-    StdoutCapture()
-    {
-        m_file.open();
-        std::fflush(stdout);
-        m_saved = ::dup(STDOUT_FILENO);
-        ::dup2(m_file.handle(), STDOUT_FILENO);
-    }
-    ~StdoutCapture() { stop(); }
-
-    QStringList lines()
-    {
-        stop();
-        m_file.seek(0);
-        return QString::fromUtf8(m_file.readAll()).split(u'\n', Qt::SkipEmptyParts);
-    }
-
-private:
-    void stop()
-    {
-        if (m_saved < 0)
-            return;
-        std::fflush(stdout);
-        ::dup2(m_saved, STDOUT_FILENO);
-        ::close(m_saved);
-        m_saved = -1;
-    }
-
-    QTemporaryFile m_file;
-    int m_saved = -1;
-};
 
 } // namespace
 
