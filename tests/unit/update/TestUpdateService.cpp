@@ -1,3 +1,4 @@
+#include "BrowserCatcher.h"
 #include "FixtureServer.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
@@ -34,26 +35,6 @@ FixtureReply reply(const QByteArray &body, int status = 200)
     r.body = body;
     return r;
 }
-
-// Catches what would open in the user's browser.
-class BrowserCatcher : public QObject
-{
-    Q_OBJECT
-public:
-    BrowserCatcher()
-    {
-        QDesktopServices::setUrlHandler(u"https"_s, this, "open");
-        QDesktopServices::setUrlHandler(u"http"_s, this, "open");
-    }
-    ~BrowserCatcher() override
-    {
-        QDesktopServices::unsetUrlHandler(u"https"_s);
-        QDesktopServices::unsetUrlHandler(u"http"_s);
-    }
-    QList<QUrl> opened;
-public Q_SLOTS:
-    void open(const QUrl &url) { opened.append(url); }
-};
 
 // Answers every modal alert with the button titled `answer` and keeps what it showed.
 class AlertAnswerer : public QObject

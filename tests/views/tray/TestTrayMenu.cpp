@@ -1,4 +1,5 @@
 #include "AppDelegate.h"
+#include "BrowserCatcher.h"
 #include "FixtureServer.h"
 #include "Platform.h"
 #include "StorageManager.h"
@@ -46,17 +47,6 @@ QStringList describe(const QMenu *menu)
     }
     return lines;
 }
-
-class BrowserCatcher : public QObject
-{
-    Q_OBJECT
-public:
-    BrowserCatcher() { QDesktopServices::setUrlHandler(u"https"_s, this, "open"); }
-    ~BrowserCatcher() override { QDesktopServices::unsetUrlHandler(u"https"_s); }
-    QList<QUrl> opened;
-public Q_SLOTS:
-    void open(const QUrl &url) { opened.append(url); }
-};
 
 } // namespace
 
