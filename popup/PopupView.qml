@@ -334,7 +334,7 @@ FocusScope {
                                 id: feed
                                 objectName: "resultFeed"
                                 target: resultEdit
-                                text: view.viewModel.resultText
+                                viewModel: view.viewModel
                                 lineSpacing: 3
                             }
                         }

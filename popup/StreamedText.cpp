@@ -1,5 +1,7 @@
 #include "StreamedText.h"
 
+#include "PopupViewModel.h"
+
 #include <QQuickItem>
 #include <QQuickTextDocument>
 #include <QQuickWindow>
@@ -35,6 +37,21 @@ void StreamedText::setText(const QString &text)
     m_dirty = true;
     scheduleFlush();
     Q_EMIT textChanged();
+}
+
+void StreamedText::setViewModel(PopupViewModel *viewModel)
+{
+    if (m_viewModel == viewModel)
+        return;
+    if (m_viewModel)
+        disconnect(m_viewModel, nullptr, this, nullptr);
+    m_viewModel = viewModel;
+    if (m_viewModel) {
+        connect(m_viewModel, &PopupViewModel::resultTextChanged, this,
+            [this] { setText(m_viewModel->resultText()); });
+        setText(m_viewModel->resultText());
+    }
+    Q_EMIT viewModelChanged();
 }
 
 void StreamedText::setLineSpacing(qreal spacing)

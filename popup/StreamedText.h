@@ -11,6 +11,8 @@
 // Feeds a growing text into a read-only TextEdit at most once per frame, appending
 // only what is new. Re-laying out the whole text for every streamed fragment cannot
 // keep up with a fast stream; this keeps the main thread free between frames.
+class PopupViewModel;
+
 class StreamedText : public QObject
 {
     Q_OBJECT
@@ -19,6 +21,8 @@ class StreamedText : public QObject
     // The TextEdit that shows the text.
     Q_PROPERTY(QQuickItem *target READ target WRITE setTarget NOTIFY targetChanged)
     Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
+    // Follows a popup's result directly, without a binding evaluated for every fragment.
+    Q_PROPERTY(PopupViewModel *viewModel READ viewModel WRITE setViewModel NOTIFY viewModelChanged)
     // Extra space between lines, in pixels.
     Q_PROPERTY(qreal lineSpacing READ lineSpacing WRITE setLineSpacing NOTIFY lineSpacingChanged)
 
@@ -29,6 +33,8 @@ public:
     void setTarget(QQuickItem *target);
     QString text() const { return m_text; }
     void setText(const QString &text);
+    PopupViewModel *viewModel() const { return m_viewModel; }
+    void setViewModel(PopupViewModel *viewModel);
     qreal lineSpacing() const { return m_lineSpacing; }
     void setLineSpacing(qreal spacing);
 
@@ -38,6 +44,7 @@ public:
 Q_SIGNALS:
     void targetChanged();
     void textChanged();
+    void viewModelChanged();
     void lineSpacingChanged();
     // After the TextEdit has taken a new piece of text.
     void shown();
@@ -49,6 +56,7 @@ private:
 
     QPointer<QQuickItem> m_target;
     QPointer<QQuickWindow> m_window;
+    QPointer<PopupViewModel> m_viewModel;
     QMetaObject::Connection m_frameConnection;
     QString m_text;
     QString m_shown;
