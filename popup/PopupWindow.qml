@@ -37,6 +37,15 @@ Window {
         onMoveRequested: window.startSystemMove()
     }
 
+    // A hairline edge: without a compositor's shadow the popup would melt into a
+    // window of the same colour behind it.
+    Rectangle {
+        anchors.fill: parent
+        color: "transparent"
+        border.width: 1
+        border.color: Theme.dark ? Qt.rgba(1, 1, 1, 0.14) : Qt.rgba(0, 0, 0, 0.22)
+    }
+
     Connections {
         target: window.viewModel
         function onCloseRequested() {
