@@ -109,8 +109,12 @@ RewriteServer::~RewriteServer()
 bool RewriteServer::bind()
 {
     int listenSocket = -1;
+    // Not the library's default SO_REUSEPORT: with it a second server binds the same port
+    // and the kernel shares connections between the two, so clients meet another token.
+    // SO_REUSEADDR alone still lets a restarted server take over from connections in TIME_WAIT.
     m_server->set_socket_options([&listenSocket](socket_t socket) {
-        httplib::default_socket_options(socket);
+        const int yes = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
         listenSocket = socket;
     });
     const std::string host = m_config.listenAddress.toStdString();

@@ -25,13 +25,18 @@ private:
     FixtureUpstream m_upstream;
     QNetworkAccessManager m_network;
 
-    // Starts the program; `port` is where it listens, 0 when it did not come up.
-    void start(QProcess &server, int &port)
+    void launch(QProcess &server, int port)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"XDG_CONFIG_HOME"_s, m_home.path());
         server.setProcessEnvironment(environment);
-        server.start(QString::fromLatin1(TESSARY_SERVER_PATH), { u"--port=0"_s });
+        server.start(QString::fromLatin1(TESSARY_SERVER_PATH), { u"--port=%1"_s.arg(port) });
+    }
+
+    // Starts the program on a free port; `port` is where it listens, 0 when it did not come up.
+    void start(QProcess &server, int &port)
+    {
+        launch(server, 0);
         const QRegularExpression listening(u"listening on http://127\\.0\\.0\\.1:(\\d+)/api/v1"_s);
         QByteArray log;
         port = 0;
@@ -107,6 +112,23 @@ private Q_SLOTS:
         QCOMPARE(again->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
         QVERIFY(second.readAllStandardOutput().isEmpty());
         stop(second);
+    }
+
+    // Two servers sharing a port would hand each client to either at random, each with
+    // its own token: the second must refuse to start instead.
+    void aTakenPortIsRefused()
+    {
+        QProcess first;
+        int port = 0;
+        start(first, port);
+        QVERIFY(port > 0);
+
+        QProcess second;
+        launch(second, port);
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 1);
+        QVERIFY(second.readAllStandardError().contains("cannot listen"));
+        stop(first);
     }
 };
 
