@@ -5,7 +5,7 @@ import Tessary.Ui
 import Tessary.Onboarding
 
 // The second page: one piece of the user's own writing.
-Item {
+FocusScope {
     id: page
     required property OnboardingModel model
     property real appear: 0
@@ -66,9 +66,11 @@ Item {
             ScrollView {
                 anchors.fill: parent
                 anchors.margins: 1
+                focus: true
                 TextArea {
                     id: editor
                     objectName: "sampleEditor"
+                    focus: true // the user types the sample straight away
                     padding: 10
                     text: page.model.sampleText
                     wrapMode: TextEdit.Wrap
@@ -78,6 +80,15 @@ Item {
                     background: null
                     Accessible.name: qsTr("Writing sample")
                     onTextChanged: page.model.sampleText = text
+                    // Return starts a new line here, so Ctrl+Return finishes, as in the popup.
+                    Keys.onPressed: event => {
+                        if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter)
+                                && (event.modifiers & Qt.ControlModifier)) {
+                            if (page.model.canFinish)
+                                page.model.finish();
+                            event.accepted = true;
+                        }
+                    }
                 }
             }
             Text {

@@ -85,6 +85,7 @@ Window {
                     leaving.destroy();
                 leaving = current;
                 current = create(component, { x: pages.width, opacity: 0 });
+                current.forceActiveFocus(); // the leaving page's button had it
                 enter.restart();
             }
 

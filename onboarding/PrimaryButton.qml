@@ -4,8 +4,8 @@ import Tessary.Ui
 
 // The filled call to action at the foot of a page. The pointer is tracked by the
 // wrapper, which stays enabled, so a button that becomes enabled under a resting
-// pointer shows its hover colour at once.
-Item {
+// pointer shows its hover colour at once. Given the focus, Return or Space presses it.
+FocusScope {
     id: root
     property string text
     property url iconSource
@@ -26,6 +26,7 @@ Item {
         id: button
         objectName: root.objectName + "Button"
         anchors.fill: parent
+        focus: true
         enabled: !root.disabled
         text: root.text
         Accessible.name: root.text
@@ -34,6 +35,8 @@ Item {
         topPadding: 9
         bottomPadding: 9
         onClicked: root.activated()
+        Keys.onReturnPressed: root.activated()
+        Keys.onEnterPressed: root.activated()
 
         contentItem: Row {
             spacing: 6
@@ -53,6 +56,16 @@ Item {
         }
         background: Rectangle {
             radius: 9
+            // A ring for keyboard users only; a click leaves no trace.
+            Rectangle {
+                anchors.fill: parent
+                anchors.margins: -3
+                radius: parent.radius + 3
+                color: "transparent"
+                border.width: 2
+                border.color: Theme.withAlpha(Theme.purple, 0.5)
+                visible: button.visualFocus
+            }
             color: root.disabled ? Theme.withAlpha(Theme.purple, 0.35) : root.hover ? Theme.indigo : Theme.purple
             Behavior on color {
                 ColorAnimation {

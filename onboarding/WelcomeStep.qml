@@ -78,6 +78,7 @@ Item {
         Item { Layout.fillHeight: true }
         PrimaryButton {
             objectName: "getStarted"
+            focus: true
             text: qsTr("Get started")
             iconSource: Qt.resolvedUrl("icons/arrow-right.svg")
             opacity: page.appear

@@ -117,6 +117,25 @@ private Q_SLOTS:
         QVERIFY(completed.wait(5000));
     }
 
+    // Without a mouse: Return on the welcome page, the sample typed at once, Ctrl+Return.
+    void keyboardOnly()
+    {
+        m_window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+        QTRY_VERIFY(item(u"getStartedButton"_s) && item(u"getStartedButton"_s)->hasActiveFocus());
+        QTest::keyClick(m_window.get(), Qt::Key_Return);
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
+
+        QTRY_VERIFY(item(u"sampleEditor"_s) && item(u"sampleEditor"_s)->hasActiveFocus());
+        QTest::keyClick(m_window.get(), Qt::Key_Return, Qt::ControlModifier); // nothing to keep yet
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
+        for (const char c : QByteArray("Hi"))
+            QTest::keyClick(m_window.get(), c);
+        QTest::keyClick(m_window.get(), Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
+        QCOMPARE(m_storage->examples(), QStringList { u"Hi"_s });
+    }
+
     // The pointer rests on "Finish setup" while it is disabled: it stays the faint
     // purple, and turns indigo as soon as text makes it usable.
     void primaryButtonHover()
