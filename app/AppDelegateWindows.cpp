@@ -174,9 +174,10 @@ void AppDelegate::showOnboarding()
 void AppDelegate::onboardingCompleted()
 {
     // Dropped before it closes, so its closing does not schedule a second hide that
-    // would take away the settings window opened below.
-    const std::shared_ptr<QQuickWindow> window = std::move(m_onboardingWindow);
+    // would take away the settings window opened below. The model goes last: the
+    // window's bindings read it until the window is gone.
     const std::shared_ptr<OnboardingModel> model = std::move(m_onboardingModel);
+    const std::shared_ptr<QQuickWindow> window = std::move(m_onboardingWindow);
     if (window)
         window->close();
     presence().setAccessory();
