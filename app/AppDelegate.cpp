@@ -216,7 +216,9 @@ void AppDelegate::returnToPreviousApp(std::function<void(bool returned)> done)
 
 void AppDelegate::replaceSelectedText(const QString &text, std::function<void(bool replaced)> done)
 {
-    done(accessibilityHelper().replaceSelectedText(text));
+    // Focus may have moved on since the previous window came back; the text is for that
+    // window only.
+    done(accessibilityHelper().replaceSelectedText(text, m_previousApplication));
 }
 
 void AppDelegate::copyToClipboard(const QString &text)

@@ -14,7 +14,8 @@ public:
     // Gives the keyboard back to the window that was in front when the popup opened;
     // done(true) once it is in front again, done(false) when that cannot be done.
     virtual void returnToPreviousApp(std::function<void(bool returned)> done) = 0;
-    // Writes the text over the selection of the window in front.
+    // Writes the text over the selection of the window the popup came from, which must
+    // be in front; when another window is, the text is left on the clipboard instead.
     virtual void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) = 0;
     virtual void copyToClipboard(const QString &text) = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "Log.h"
 
+#include <QMimeData>
 #include <QPointer>
 #include <QTextBoundaryFinder>
 #include <QTimer>
@@ -38,6 +39,16 @@ QString firstCharacters(const QString &text, int count)
         end = next;
     }
     return text.left(end);
+}
+
+QString nameOrUnknown(const RunningApplication &app)
+{
+    return app.name.isEmpty() ? u"Unknown"_s : app.name;
+}
+
+bool sameWindow(const RunningApplication &a, const RunningApplication &b)
+{
+    return a.window == b.window && a.pid == b.pid;
 }
 
 } // namespace
@@ -129,7 +140,8 @@ void AccessibilityHelper::finishCapture(const std::optional<QString> &text)
     }
 }
 
-bool AccessibilityHelper::replaceSelectedText(const QString &text)
+bool AccessibilityHelper::replaceSelectedText(
+    const QString &text, const std::optional<RunningApplication> &target)
 {
     logStep(u"replaceSelectedText called with: "_s + firstCharacters(text, logPrefixCharacters) + u"..."_s);
 
@@ -138,7 +150,11 @@ bool AccessibilityHelper::replaceSelectedText(const QString &text)
         Log::write(u"❌"_s, tag, u"No frontmost application"_s);
         return false;
     }
-    logStep(u"Frontmost app: "_s + (app->name.isEmpty() ? u"Unknown"_s : app->name));
+    logStep(u"Frontmost app: "_s + nameOrUnknown(*app));
+    if (target && !sameWindow(*app, *target)) {
+        leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(*target) + u" is not in front"_s);
+        return false;
+    }
 
     const FocusResult focus = m_accessibility.focusedElement(*app);
     logStep(u"Focus result: "_s + QString::number(focus.error));
@@ -164,12 +180,24 @@ bool AccessibilityHelper::replaceSelectedText(const QString &text)
     const int generation = ++m_replaceGeneration;
     m_pasteboard.setString(text);
     logStep(u"Text set to clipboard"_s);
-    QTimer::singleShot(pasteDelayMs, this, [this, generation] { paste(generation); });
+    QTimer::singleShot(
+        pasteDelayMs, this, [this, generation, app = *app, text] { paste(generation, app, text); });
     return true;
 }
 
-void AccessibilityHelper::paste(int generation)
+void AccessibilityHelper::paste(int generation, const RunningApplication &target, const QString &text)
 {
+    // Ctrl+V goes to whichever window is in front now. If the user has moved on, the
+    // rewrite must not land there; it stays on the clipboard for them instead.
+    const auto front = m_workspace.frontmostApplication();
+    if (!front || !sameWindow(*front, target)) {
+        const QString message = u"Not pasting: "_s + nameOrUnknown(target) + u" is no longer in front"_s;
+        if (generation == m_replaceGeneration)
+            leaveOnClipboard(text, message);
+        else // a later replacement has the clipboard now
+            Log::write(u"❌"_s, tag, message);
+        return;
+    }
     logStep(u"Sending ⌘V"_s);
     QPointer<AccessibilityHelper> self(this);
     m_keySynth.post(Keys::V, Keys::Command, [self, generation] {
@@ -192,4 +220,17 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
         return;
     m_pasteboard.restore(saved);
     logStep(u"Clipboard restored"_s);
+}
+
+void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
+{
+    // The text is the user's to paste now: plain, so a clipboard manager keeps it, and
+    // no pending restore may take it away again.
+    m_restorePending = false;
+    m_replaceSaved = nullptr;
+    ++m_replaceGeneration;
+    auto contents = std::make_shared<QMimeData>();
+    contents->setText(text);
+    m_pasteboard.restore(contents);
+    Log::write(u"❌"_s, tag, message + u", the text is on the clipboard"_s);
 }

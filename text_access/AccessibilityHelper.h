@@ -31,16 +31,21 @@ public:
     void captureSelectedText(CaptureCallback done);
 
     // true when the text was set through the accessibility bus or the clipboard
-    // fallback was started; false when there is no frontmost application or no
-    // focused element.
-    bool replaceSelectedText(const QString &text);
+    // fallback was started; false when there is no frontmost application, no focused
+    // element, or target (when given) is not the window in front. The text is written
+    // only into the window in front at the call: when another one is in front by the
+    // time of the paste, or at the call instead of target, nothing is typed and the
+    // text is left on the clipboard.
+    bool replaceSelectedText(
+        const QString &text, const std::optional<RunningApplication> &target = std::nullopt);
 
 private:
     std::optional<QString> selectedTextViaAX();
     void selectedTextViaClipboard();
     void pollClipboard(int pollsLeft);
     void finishCapture(const std::optional<QString> &text);
-    void paste(int generation);
+    void paste(int generation, const RunningApplication &target, const QString &text);
+    void leaveOnClipboard(const QString &text, const QString &message);
     void restoreAfterPaste(int generation);
 
     Workspace &m_workspace;

@@ -51,6 +51,8 @@ private Q_SLOTS:
     void replaceLogsFirstFiftyCharacters_data();
     void replaceLogsFirstFiftyCharacters();
     void quickSuccessiveReplacementsRestoreUserClipboard();
+    void replaceOnlyIntoTheTargetWindow_data();
+    void replaceOnlyIntoTheTargetWindow();
 
 private:
     std::optional<QString> captureNow();
@@ -366,6 +368,62 @@ void TestAccessibilityHelper::quickSuccessiveReplacementsRestoreUserClipboard()
     QVERIFY(m_helper->replaceSelectedText(u"fifth"_s));
     QTRY_COMPARE(pasted.size(), 5);
     QTRY_COMPARE(m_pasteboard->contents(), imageOnly);
+}
+
+void TestAccessibilityHelper::replaceOnlyIntoTheTargetWindow_data()
+{
+    QTest::addColumn<bool>("targetInFrontAtCall");
+    QTest::addColumn<bool>("focusMovesBeforePaste");
+    QTest::addColumn<int>("setError");
+    QTest::addColumn<QString>("lastLine");
+    QTest::addColumn<Formats>("clipboardAfter");
+
+    const Formats plainRewrite { { u"text/plain"_s, "new text" } };
+    QTest::newRow("target in front, pasted")
+        << true << false << AxError::AttributeUnsupported << u"🔧 [AccessibilityHelper] Clipboard restored"_s
+        << richUserClipboard;
+    QTest::newRow("another window in front, nothing written")
+        << false << false << AxError::Success
+        << u"❌ [AccessibilityHelper] Not replacing: Mousepad is not in front, the text is on the clipboard"_s
+        << plainRewrite;
+    QTest::newRow("another window in front, nothing pasted")
+        << false << false << AxError::AttributeUnsupported
+        << u"❌ [AccessibilityHelper] Not replacing: Mousepad is not in front, the text is on the clipboard"_s
+        << plainRewrite;
+    QTest::newRow("focus moves on before the paste")
+        << true << true << AxError::AttributeUnsupported
+        << u"❌ [AccessibilityHelper] Not pasting: Mousepad is no longer in front, the text is on the clipboard"_s
+        << plainRewrite;
+}
+
+void TestAccessibilityHelper::replaceOnlyIntoTheTargetWindow()
+{
+    QFETCH(bool, targetInFrontAtCall);
+    QFETCH(bool, focusMovesBeforePaste);
+    QFETCH(int, setError);
+    QFETCH(QString, lastLine);
+    QFETCH(Formats, clipboardAfter);
+
+    const RunningApplication target = *m_workspace->frontmost;
+    // Same program, another of its windows: still not where the text belongs.
+    const RunningApplication other { target.pid, target.name, target.window + 1 };
+    if (!targetInFrontAtCall)
+        m_workspace->frontmost = other;
+    m_accessibility->setError = setError;
+    m_pasteboard->setContents(richUserClipboard);
+
+    StdoutCapture out;
+    const bool replaced = m_helper->replaceSelectedText(u"new text"_s, target);
+    QCOMPARE(replaced, targetInFrontAtCall);
+    if (focusMovesBeforePaste)
+        m_workspace->frontmost = other;
+    QTRY_COMPARE(out.lines().value(out.lines().size() - 1), lastLine);
+    // Nothing late may type or restore.
+    QTest::qWait(700);
+    QCOMPARE(out.lines().constLast(), lastLine);
+    QCOMPARE(m_keys->keys.isEmpty(), !targetInFrontAtCall || focusMovesBeforePaste);
+    QCOMPARE(m_accessibility->written.size(), targetInFrontAtCall ? 1 : 0);
+    QCOMPARE(m_pasteboard->contents(), clipboardAfter);
 }
 
 QTEST_GUILESS_MAIN(TestAccessibilityHelper)
