@@ -222,11 +222,14 @@ private Q_SLOTS:
     void cleanup();
     void rewriteAndReplace_data();
     void rewriteAndReplace();
+    void replaceAfterTheEditorHasGone();
     void oneInstanceAndTheCommandLineTrigger();
     void textHandedOverTheBus();
 
 private:
     void startProgram();
+    // The bus entry of a desktop shortcut.
+    void trigger();
     bool logged(const QString &line);
     // Presses the button as soon as it is there and enabled, exactly once.
     void pressOnce(const QString &name);
@@ -281,6 +284,12 @@ void TestPopupDesktop::startProgram()
         QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
 }
 
+void TestPopupDesktop::trigger()
+{
+    QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+        u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+}
+
 void TestPopupDesktop::pressOnce(const QString &name)
 {
     bool pressed = false;
@@ -315,23 +324,30 @@ QStringList TestPopupDesktop::tonesAsked() const
 
 void TestPopupDesktop::rewriteAndReplace_data()
 {
+    // Off the accessibility bus, the selection is copied with Ctrl+C and the rewrite
+    // pasted with Ctrl+V, through the clipboard the user still expects to find intact.
     QTest::addColumn<bool>("accessible");
-    QTest::newRow("through the accessibility bus") << true;
+    QTest::addColumn<QString>("route");
+    QTest::newRow("through the accessibility bus")
+        << true << u"✅ [AccessibilityHelper] AX replace successful"_s;
+    QTest::newRow("through the clipboard and a paste")
+        << false << u"🔧 [AccessibilityHelper] AX failed, using clipboard fallback..."_s;
 }
 
 void TestPopupDesktop::rewriteAndReplace()
 {
     QFETCH(bool, accessible);
+    QFETCH(QString, route);
 
     Editor editor(paragraph, accessible);
     QVERIFY(editor.waitUntilActive());
     startProgram();
     QVERIFY(editor.waitUntilActive());
     keys(keysSelecting(paragraph, sentence));
+    const QByteArray userClipboard = "the user's own clipboard";
+    setClipboard(userClipboard);
 
-    // The bus entry of a desktop shortcut.
-    QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-        u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+    trigger();
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     QVERIFY2(rewrites().first().body.contains(sentence.toUtf8()),
         qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + m_log));
@@ -351,10 +367,45 @@ void TestPopupDesktop::rewriteAndReplace()
     pressOnce(u"↵ Replace"_s);
     QTRY_VERIFY_WITH_TIMEOUT(logged(u"🔄 [PopupView] Replace result: "_s), 10000);
     QVERIFY2(logged(u"🔄 [PopupView] Replace result: true"_s), qPrintable(m_log));
+    QVERIFY2(logged(route), qPrintable(m_log));
 
     QString expected = paragraph;
     expected.replace(sentence, rewriteFor(u"casual"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(m_atspi.textContaining(u"mousepad"_s, u"Last words"_s), expected, 10000);
+    if (accessible) {
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.textContaining(u"mousepad"_s, u"Last words"_s), expected, 10000);
+    } else {
+        // "Replace result: true" comes before the paste: the editor has the rewrite once
+        // the clipboard is back, half a second after Ctrl+V went out.
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            logged(u"🔧 [AccessibilityHelper] Clipboard restored"_s), qPrintable(m_log), 5000);
+        QCOMPARE(editor.savedText(), expected);
+    }
+    QCOMPARE(clipboard(), userClipboard);
+}
+
+void TestPopupDesktop::replaceAfterTheEditorHasGone()
+{
+    // The popup's editor closes while the popup is open, and another window comes to the
+    // front when it goes: Replace must not write there. The rewrite waits on the clipboard.
+    const QString otherText = u"Another window's own text."_s;
+    Editor other(otherText, true);
+    QVERIFY(other.waitUntilActive());
+    Editor editor(paragraph, false);
+    QVERIFY(editor.waitUntilActive());
+    startProgram();
+    QVERIFY(editor.waitUntilActive());
+    keys(keysSelecting(paragraph, sentence));
+    trigger();
+    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
+    editor.stop();
+
+    pressOnce(u"↵ Replace"_s);
+    QTRY_VERIFY_WITH_TIMEOUT(logged(u"🔄 [PopupView] Replace result: "_s), 10000);
+    QVERIFY2(logged(u"❌ [AppDelegate] Could not bring back: Mousepad"_s), qPrintable(m_log));
+    QVERIFY2(logged(u"🔄 [PopupView] Replace result: false"_s), qPrintable(m_log));
+    QVERIFY2(!logged(u"replaceSelectedText called"_s), qPrintable(m_log));
+    QCOMPARE(QString::fromUtf8(clipboard()), rewriteFor(u"natural"_s));
+    QCOMPARE(m_atspi.textContaining(u"mousepad"_s, u"Another window"_s), otherText);
 }
 
 void TestPopupDesktop::oneInstanceAndTheCommandLineTrigger()
