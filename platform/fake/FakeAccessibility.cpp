@@ -1,5 +1,11 @@
 #include "FakeAccessibility.h"
 
+bool FakeAccessibility::isTrusted(bool prompt)
+{
+    trustQueries.append(prompt);
+    return trusted;
+}
+
 FocusResult FakeAccessibility::focusedElement(const RunningApplication &)
 {
     ++focusQueries;

@@ -1,7 +1,16 @@
 #include "AppDelegate.h"
+#include "FakeAccessibility.h"
+#include "FakeKeyboardGrab.h"
+#include "StdoutCapture.h"
+#include "StorageManager.h"
 #include "x11/KeyboardGrab.h"
 
+#include <QElapsedTimer>
+#include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 // What reaches the controller from the X server: a key event's keycode and modifier
 // state, translated with the modifier mapping of the session, then judged.
@@ -36,6 +45,8 @@ private Q_SLOTS:
     void keyEvents();
     void everyGrabbedStateIsTheShortcut_data();
     void everyGrabbedStateIsTheShortcut();
+    void permissionPoll_data();
+    void permissionPoll();
 };
 
 void TestHotkey::keyEvents_data()
@@ -98,5 +109,60 @@ void TestHotkey::everyGrabbedStateIsTheShortcut()
     }
 }
 
-QTEST_APPLESS_MAIN(TestHotkey)
+void TestHotkey::permissionPoll_data()
+{
+    QTest::addColumn<bool>("grabRefused");
+
+    QTest::newRow("the shortcut starts") << false;
+    // Nothing retries the grab: the tray says the shortcut is unavailable instead.
+    QTest::newRow("another program holds the shortcut") << true;
+}
+
+// Waiting for access to other programs' text: a look every 2 s, never prompting, until
+// it is there; then the shortcut is taken once and the looking stops. Silent throughout.
+void TestHotkey::permissionPoll()
+{
+    QFETCH(bool, grabRefused);
+
+    QTemporaryDir dir;
+    StorageManager storage(dir.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:1"_s);
+    Platform platform;
+    auto *accessibility = new FakeAccessibility;
+    accessibility->trusted = false;
+    platform.accessibility.reset(accessibility);
+    auto *grab = new FakeKeyboardGrab;
+    grab->refuse = grabRefused;
+    platform.keyboardGrab.reset(grab);
+    AppDelegate delegate(platform, storage);
+    StdoutCapture stdoutCapture;
+
+    QElapsedTimer clock;
+    clock.start();
+    delegate.pollAccessibilityPermission();
+    QVERIFY(accessibility->trustQueries.isEmpty());
+
+    QTRY_COMPARE_WITH_TIMEOUT(accessibility->trustQueries.size(), 1, 5000);
+    const qint64 firstLook = clock.elapsed();
+    QCOMPARE(grab->starts, 0);
+
+    accessibility->trusted = true;
+    if (grabRefused)
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
+    QTRY_COMPARE_WITH_TIMEOUT(grab->starts, 1, 5000);
+    const qint64 secondLook = clock.elapsed();
+    QCOMPARE(accessibility->trustQueries, QList<bool>({ false, false }));
+    QCOMPARE(delegate.eventTapRunning(), !grabRefused);
+    QCOMPARE(grab->running(), !grabRefused);
+    // Qt's timers of two seconds and more may fire up to 5 % early.
+    QVERIFY2(firstLook >= 1900, qPrintable(QString::number(firstLook)));
+    QVERIFY2(secondLook >= 3800, qPrintable(QString::number(secondLook)));
+
+    // A look would be due by now if the poll had gone on.
+    QTest::qWait(2500);
+    QCOMPARE(accessibility->trustQueries.size(), 2);
+    QCOMPARE(grab->starts, 1);
+    QCOMPARE(stdoutCapture.lines(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestHotkey)
 #include "TestHotkey.moc"

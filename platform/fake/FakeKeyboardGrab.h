@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Platform.h"
+
+// The shortcut as the desktop would grant it; refuse stands for another program that
+// holds it.
+class FakeKeyboardGrab : public KeyboardGrab
+{
+public:
+    bool refuse = false;
+    int starts = 0; // calls of start(), granted or not
+
+    bool start(std::function<bool(int keyCode, quint64 flags)> handler) override;
+    void stop() override;
+    bool running() const { return bool(m_handler); }
+
+private:
+    std::function<bool(int, quint64)> m_handler;
+};
