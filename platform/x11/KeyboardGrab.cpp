@@ -1,5 +1,7 @@
 #include "KeyboardGrab.h"
 
+#include "Keysyms.h"
+
 #include <QLoggingCategory>
 #include <QSocketNotifier>
 
@@ -10,14 +12,6 @@
 Q_LOGGING_CATEGORY(lcKeyboardGrab, "tessary.keyboardgrab", QtInfoMsg)
 
 namespace {
-
-// keysyms from X11/keysymdef.h
-constexpr xcb_keysym_t XK_Num_Lock = 0xff7f;
-constexpr xcb_keysym_t XK_Scroll_Lock = 0xff14;
-constexpr xcb_keysym_t XK_Alt_L = 0xffe9;
-constexpr xcb_keysym_t XK_Alt_R = 0xffea;
-constexpr xcb_keysym_t XK_Super_L = 0xffeb;
-constexpr xcb_keysym_t XK_Super_R = 0xffec;
 
 constexpr quint16 controlMask = XCB_MOD_MASK_CONTROL;
 constexpr quint16 shiftMask = XCB_MOD_MASK_SHIFT;
@@ -124,19 +118,19 @@ void X11KeyboardGrab::readModifierMapping()
                 continue;
             for (int column = 0; column < 4; ++column) {
                 switch (xcb_key_symbols_get_keysym(m_keySymbols, keycode, column)) {
-                case XK_Num_Lock:
+                case Keysym::NumLock:
                     m_bits.numLock = bit;
                     break;
-                case XK_Scroll_Lock:
+                case Keysym::ScrollLock:
                     m_bits.scrollLock = bit;
                     break;
-                case XK_Alt_L:
-                case XK_Alt_R:
+                case Keysym::AltL:
+                case Keysym::AltR:
                     if (!m_bits.alt)
                         m_bits.alt = bit;
                     break;
-                case XK_Super_L:
-                case XK_Super_R:
+                case Keysym::SuperL:
+                case Keysym::SuperR:
                     if (!m_bits.super)
                         m_bits.super = bit;
                     break;

@@ -1,5 +1,7 @@
 #include "X11KeySynth.h"
 
+#include "Keysyms.h"
+
 #include <QLoggingCategory>
 #include <QSet>
 #include <QTimer>
@@ -19,24 +21,6 @@ namespace {
 // copy typed now would arrive as Ctrl+Alt+C. Wait for them, but not forever.
 constexpr int releaseCheckMs = 10;
 constexpr int releaseWaitMs = 1000;
-
-constexpr quint32 XK_Shift_L = 0xffe1;
-constexpr quint32 XK_Control_L = 0xffe3;
-constexpr quint32 XK_Alt_L = 0xffe9;
-constexpr quint32 XK_Super_L = 0xffeb;
-
-quint32 keysymFor(int keyCode)
-{
-    switch (keyCode) {
-    case Keys::H:
-        return 'h';
-    case Keys::C:
-        return 'c';
-    case Keys::V:
-        return 'v';
-    }
-    return 0;
-}
 
 } // namespace
 
@@ -107,7 +91,7 @@ void X11KeySynth::send(const Request &request)
     if (m_symbols)
         xcb_key_symbols_free(m_symbols);
     m_symbols = xcb_key_symbols_alloc(m_x11->connection());
-    const xcb_keycode_t key = keycodeFor(keysymFor(request.keyCode));
+    const xcb_keycode_t key = keycodeFor(Keysym::forKeyCode(request.keyCode));
     if (key == 0) {
         qCWarning(lcKeySynth) << "no key on this keyboard for" << request.keyCode;
         return;
@@ -123,8 +107,8 @@ void X11KeySynth::send(const Request &request)
     }
 
     QList<xcb_keycode_t> modifiers;
-    const std::pair<quint64, quint32> modifierKeysyms[] = { { Keys::Control, XK_Control_L },
-        { Keys::Shift, XK_Shift_L }, { Keys::Option, XK_Alt_L }, { Keys::Command, XK_Super_L } };
+    const std::pair<quint64, xcb_keysym_t> modifierKeysyms[] = { { Keys::Control, Keysym::ControlL },
+        { Keys::Shift, Keysym::ShiftL }, { Keys::Option, Keysym::AltL }, { Keys::Command, Keysym::SuperL } };
     for (const auto &[flag, keysym] : modifierKeysyms) {
         if (flags & flag) {
             if (const xcb_keycode_t modifier = keycodeFor(keysym))
