@@ -5,8 +5,11 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QStringDecoder>
 #include <QThread>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -98,6 +101,15 @@ private:
         QMetaObject::invokeMethod(m_delegate, std::move(delivery), Qt::QueuedConnection);
     }
 
+    // One queued call per read rather than per fragment: a fast stream would otherwise
+    // flood the main thread's event queue with calls that each wake it.
+    void postFound()
+    {
+        if (m_found.isEmpty())
+            return;
+        post([delegate = m_delegate, found = std::exchange(m_found, {})] { delegate->deliver(found); });
+    }
+
     void logResponseHead()
     {
         if (m_headLogged)
@@ -126,6 +138,7 @@ private:
         log(u"📦"_s, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
         m_parser.feed(piece);
         flushLog();
+        postFound();
     }
 
     void end()
@@ -162,6 +175,7 @@ private:
             : u"Error Code=%1 \"%2\""_s.arg(ending.code).arg(ending.description);
         log(u"🔚"_s, u"Task completed - Error: "_s + rendered);
         flushLog();
+        postFound(); // what finish() found at the end of the body
 
         m_reply->deleteLater();
         m_reply = nullptr;
@@ -186,13 +200,13 @@ private:
     void token(const QString &fragment) override
     {
         log(u"📝"_s, u"Token received: "_s + oneLine(fragment));
-        post([delegate = m_delegate, fragment] { delegate->deliverToken(fragment); });
+        m_found.append({ StreamDelegate::Found::Kind::Token, fragment });
     }
 
     void streamedError(const QString &type, const QString &message) override
     {
         log(u"❌"_s, u"Streaming error - Type: %1, Message: %2"_s.arg(type, message));
-        post([delegate = m_delegate, message] { delegate->deliverError(message); });
+        m_found.append({ StreamDelegate::Found::Kind::Error, message });
     }
 
     void nonStreamedError(const QString &type, const QString &message) override
@@ -203,7 +217,7 @@ private:
         const QString shown = type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)
             ? u"Invalid API key. Please check your token in Settings."_s
             : message;
-        post([delegate = m_delegate, shown] { delegate->deliverError(shown); });
+        m_found.append({ StreamDelegate::Found::Kind::Error, shown });
     }
 
     StreamDelegate *m_delegate; // only ever the context of queued calls to the main thread
@@ -218,6 +232,7 @@ private:
     bool m_headLogged = false;
     bool m_cancelRequested = false;
     QString m_logBatch;
+    QList<StreamDelegate::Found> m_found; // not yet handed to the main thread
 };
 
 StreamDelegate::StreamDelegate(
@@ -252,19 +267,22 @@ void StreamDelegate::cancel()
     QMetaObject::invokeMethod(m_transfer, &StreamTransfer::abort, Qt::QueuedConnection);
 }
 
-void StreamDelegate::deliverToken(const QString &fragment)
+void StreamDelegate::deliver(const QList<Found> &found)
 {
-    if (!m_cutOff && m_callbacks.onToken)
-        m_callbacks.onToken(fragment);
-}
-
-void StreamDelegate::deliverError(const QString &message)
-{
-    if (m_cutOff)
-        return;
-    m_hasHandledError = true;
-    if (m_callbacks.onError)
-        m_callbacks.onError(message);
+    // A callback may start a new rewrite, and so cancel this one, or end its owner.
+    const QPointer<StreamDelegate> alive(this);
+    for (const Found &item : found) {
+        if (!alive || m_cutOff)
+            return;
+        if (item.kind == Found::Kind::Token) {
+            if (m_callbacks.onToken)
+                m_callbacks.onToken(item.text);
+        } else {
+            m_hasHandledError = true;
+            if (m_callbacks.onError)
+                m_callbacks.onError(item.text);
+        }
+    }
 }
 
 void StreamDelegate::deliverEnding(const Ending &ending)

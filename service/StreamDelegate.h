@@ -2,6 +2,7 @@
 
 #include "RewriteCallbacks.h"
 
+#include <QList>
 #include <QNetworkRequest>
 #include <QObject>
 
@@ -43,8 +44,15 @@ Q_SIGNALS:
 
 private:
     friend class StreamTransfer;
-    void deliverToken(const QString &fragment);
-    void deliverError(const QString &message);
+    // What one network read found, in stream order: fragments, and errors the service
+    // reported. All of a read crosses to the main thread in one queued call.
+    struct Found
+    {
+        enum class Kind { Token, Error };
+        Kind kind;
+        QString text;
+    };
+    void deliver(const QList<Found> &found);
     void deliverEnding(const Ending &ending);
 
     RewriteCallbacks m_callbacks;

@@ -128,12 +128,14 @@ private Q_SLOTS:
         QTest::newRow("streamed credential error is passed on unchanged")
             << 200 << QByteArray("data: " + badKey + "\n\n") << QList<qsizetype> {}
             << QStringList { u"error:Invalid API key provided"_s };
-        QTest::newRow("streamed error after fragments")
+        // One read: what it holds crosses to the main thread together, in its order.
+        QTest::newRow("streamed error between fragments")
             << 200
             << QByteArray(sse("Hi")
                    + R"(data: {"error":{"message":"overloaded"}})"
-                     "\n")
-            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"error:overloaded"_s };
+                     "\n"
+                   + sse("there"))
+            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"error:overloaded"_s, u"token:there"_s };
         QTest::newRow("error without message or type")
             << 500 << QByteArray(R"({"error":{"code":1}})") << QList<qsizetype> {}
             << QStringList { u"error:Unknown error occurred"_s };
