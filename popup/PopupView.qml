@@ -166,7 +166,7 @@ FocusScope {
                                 anchors.fill: parent
                                 z: -1
                                 radius: 10
-                                color: Theme.withAlpha(Theme.quaternary, Theme.quaternary.a * 0.3)
+                                color: Theme.onBackground(Theme.withAlpha(Theme.quaternary, Theme.quaternary.a * 0.3))
                             }
                         }
                     }
@@ -241,9 +241,9 @@ FocusScope {
                             Layout.fillWidth: true
                             implicitHeight: Math.max(120, resultLayer.implicitHeight)
                             radius: 10
-                            color: Theme.withAlpha(Theme.quaternary, Theme.quaternary.a * 0.3)
+                            color: Theme.onBackground(Theme.withAlpha(Theme.quaternary, Theme.quaternary.a * 0.3))
                             border.width: 1
-                            border.color: Theme.withAlpha(Theme.purple, 0.2)
+                            border.color: Theme.onBackground(Theme.withAlpha(Theme.purple, 0.2))
 
                             readonly property int viewState: view.viewModel.state
                             readonly property Item resultLayer: viewState === PopupViewModel.Error ? errorLayer

@@ -43,7 +43,7 @@ Window {
         anchors.fill: parent
         color: "transparent"
         border.width: 1
-        border.color: Theme.dark ? Qt.rgba(1, 1, 1, 0.14) : Qt.rgba(0, 0, 0, 0.22)
+        border.color: Theme.onBackground(Theme.dark ? Qt.rgba(1, 1, 1, 0.14) : Qt.rgba(0, 0, 0, 0.22))
     }
 
     Connections {

@@ -5,6 +5,7 @@
 #include <QQuickItem>
 #include <QQuickTextDocument>
 #include <QQuickWindow>
+#include <QScreen>
 #include <QTextBlockFormat>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -12,31 +13,37 @@
 StreamedText::StreamedText(QObject *parent)
     : QObject(parent)
 {
+    m_flushTimer.setSingleShot(true);
+    m_flushTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_flushTimer, &QTimer::timeout, this, &StreamedText::flush);
 }
 
 void StreamedText::setTarget(QQuickItem *target)
 {
     if (m_target == target)
         return;
-    if (m_target)
-        disconnect(m_target, nullptr, this, nullptr);
     m_target = target;
-    if (m_target) {
-        connect(m_target, &QQuickItem::windowChanged, this, &StreamedText::watchWindow);
-        watchWindow(m_target->window());
-    }
     m_shown.clear();
-    m_dirty = true;
-    scheduleFlush();
+    markDirty();
     Q_EMIT targetChanged();
+}
+
+QString StreamedText::text() const
+{
+    return m_viewModel ? m_viewModel->resultText() : m_text;
 }
 
 void StreamedText::setText(const QString &text)
 {
     m_text = text;
+    markDirty();
+    Q_EMIT textChanged();
+}
+
+void StreamedText::markDirty()
+{
     m_dirty = true;
     scheduleFlush();
-    Q_EMIT textChanged();
 }
 
 void StreamedText::setViewModel(PopupViewModel *viewModel)
@@ -47,10 +54,13 @@ void StreamedText::setViewModel(PopupViewModel *viewModel)
         disconnect(m_viewModel, nullptr, this, nullptr);
     m_viewModel = viewModel;
     if (m_viewModel) {
-        connect(m_viewModel, &PopupViewModel::resultTextChanged, this,
-            [this] { setText(m_viewModel->resultText()); });
-        setText(m_viewModel->resultText());
+        // The model's text is read when it goes on screen: taking a copy for every
+        // fragment would make the model copy its whole text at the next one.
+        connect(m_viewModel, &PopupViewModel::resultTextChanged, this, &StreamedText::textChanged);
+        connect(m_viewModel, &PopupViewModel::resultTextChanged, this, &StreamedText::markDirty);
     }
+    markDirty();
+    Q_EMIT textChanged();
     Q_EMIT viewModelChanged();
 }
 
@@ -60,30 +70,33 @@ void StreamedText::setLineSpacing(qreal spacing)
         return;
     m_lineSpacing = spacing;
     m_shown.clear(); // lay everything out again with the new spacing
-    m_dirty = true;
-    scheduleFlush();
+    markDirty();
     Q_EMIT lineSpacingChanged();
-}
-
-void StreamedText::watchWindow(QQuickWindow *window)
-{
-    if (m_window == window)
-        return;
-    disconnect(m_frameConnection);
-    m_window = window;
-    // afterAnimating runs on the GUI thread once per frame, before the scene is synced.
-    if (m_window)
-        m_frameConnection = connect(m_window, &QQuickWindow::afterAnimating, this, &StreamedText::flush);
 }
 
 void StreamedText::scheduleFlush()
 {
+    const QQuickWindow *window = m_target ? m_target->window() : nullptr;
     // Without frames (no window yet, or a hidden one) there is nothing to wait for.
-    if (!m_window || !m_window->isVisible()) {
+    if (!window || !window->isVisible()) {
+        m_flushTimer.stop();
         flush();
         return;
     }
-    m_window->update();
+    if (m_flushTimer.isActive())
+        return;
+    // Even the first change waits for the event loop to come round: the fragments that
+    // arrived together go in together.
+    const qint64 sinceFlush = m_sinceFlush.isValid() ? m_sinceFlush.elapsed() : frameInterval();
+    m_flushTimer.start(int(std::max<qint64>(0, frameInterval() - sinceFlush)));
+}
+
+int StreamedText::frameInterval() const
+{
+    const QQuickWindow *window = m_target ? m_target->window() : nullptr;
+    const QScreen *screen = window ? window->screen() : nullptr;
+    const qreal rate = screen && screen->refreshRate() >= 1 ? screen->refreshRate() : 60;
+    return int(1000 / rate);
 }
 
 void StreamedText::flush()
@@ -96,18 +109,20 @@ void StreamedText::flush()
     QTextDocument *document = handle->textDocument();
     m_dirty = false;
 
+    const QString current = text();
     QTextCursor cursor(document);
-    if (!m_shown.isEmpty() && m_text.startsWith(m_shown)) {
+    if (!m_shown.isEmpty() && current.startsWith(m_shown)) {
         cursor.movePosition(QTextCursor::End);
-        cursor.insertText(m_text.sliced(m_shown.size()));
+        cursor.insertText(current.sliced(m_shown.size()));
     } else {
         document->setUndoRedoEnabled(false);
         document->clear();
         QTextBlockFormat format;
         format.setLineHeight(m_lineSpacing, QTextBlockFormat::LineDistanceHeight);
         cursor.setBlockFormat(format); // new lines inherit it
-        cursor.insertText(m_text);
+        cursor.insertText(current);
     }
-    m_shown = m_text;
+    m_shown = current;
+    m_sinceFlush.start();
     Q_EMIT shown();
 }

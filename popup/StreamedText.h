@@ -1,16 +1,18 @@
 #pragma once
 
-#include <QMetaObject>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QQuickItem>
-#include <QQuickWindow>
 #include <QString>
+#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
-// Feeds a growing text into a read-only TextEdit at most once per frame, appending
-// only what is new. Re-laying out the whole text for every streamed fragment cannot
-// keep up with a fast stream; this keeps the main thread free between frames.
+// Feeds a growing text into a read-only TextEdit at most once per screen frame,
+// appending only what is new. Re-laying out the whole text for every streamed fragment
+// cannot keep up with a fast stream. The text goes in between frames, not while one
+// is being drawn: then the layouts that follow from it (the result's height, the
+// scroll area) settle in the next frame, instead of each asking for a frame of its own.
 class PopupViewModel;
 
 class StreamedText : public QObject
@@ -31,7 +33,7 @@ public:
 
     QQuickItem *target() const { return m_target; }
     void setTarget(QQuickItem *target);
-    QString text() const { return m_text; }
+    QString text() const;
     void setText(const QString &text);
     PopupViewModel *viewModel() const { return m_viewModel; }
     void setViewModel(PopupViewModel *viewModel);
@@ -50,16 +52,17 @@ Q_SIGNALS:
     void shown();
 
 private:
-    void watchWindow(QQuickWindow *window);
+    void markDirty();
     void scheduleFlush();
     void flush();
+    int frameInterval() const;
 
     QPointer<QQuickItem> m_target;
-    QPointer<QQuickWindow> m_window;
     QPointer<PopupViewModel> m_viewModel;
-    QMetaObject::Connection m_frameConnection;
-    QString m_text;
+    QString m_text; // when no view model is followed
     QString m_shown;
     qreal m_lineSpacing = 0;
     bool m_dirty = false;
+    QTimer m_flushTimer;
+    QElapsedTimer m_sinceFlush;
 };

@@ -31,6 +31,14 @@ QtObject {
 
     readonly property string fontFamily: Qt.application.font.family
 
+    // A see-through colour as it shows on the window's background, as one opaque colour.
+    // Qt Quick's software renderer fills opaque areas directly, while a see-through fill
+    // of a tall area goes through Qt's thread pool, which costs more than it saves on a
+    // busy machine: wells and edges that are redrawn while text streams use this.
+    function onBackground(c) {
+        return Qt.tint(background, c);
+    }
+
     function withAlpha(c, a) {
         return Qt.rgba(c.r, c.g, c.b, a);
     }
