@@ -6,6 +6,7 @@
 #include "Log.h"
 #include "Platform.h"
 #include "PopupWindowController.h"
+#include "PopupWindowFactory.h"
 #include "StorageManager.h"
 #include "TrayMenu.h"
 #include "UpdateService.h"
@@ -173,14 +174,25 @@ void AppDelegate::showPopup(const QString &text)
 
     if (m_popupWindowController)
         m_popupWindowController->close();
-    if (!m_popupEngine)
-        m_popupEngine = std::make_unique<QQmlEngine>();
-    m_popupWindowController = std::make_unique<PopupWindowController>(text, rewriter(), this, *m_popupEngine);
+    // The previous popup is destroyed once the new one is on its way, not in its path.
+    m_previousPopup = std::move(m_popupWindowController);
+    QTimer::singleShot(0, this, [this] { m_previousPopup.reset(); });
+    m_popupWindowController = std::make_unique<PopupWindowController>(text, rewriter(), this, popupWindows());
     m_popupWindowController->showWindow();
     // A tray program is not the active application: ask for the focus explicitly, so
     // the popup takes the keyboard (Escape, Ctrl+Enter) at once.
     if (m_platform.workspace && m_popupWindowController->window())
         m_platform.workspace->activateSelf(m_popupWindowController->window());
+    popupWindows().prepareNext(m_popupWindowController->window());
+}
+
+PopupWindowFactory &AppDelegate::popupWindows()
+{
+    if (!m_popupWindows) {
+        m_popupEngine = std::make_unique<QQmlEngine>();
+        m_popupWindows = std::make_unique<PopupWindowFactory>(*m_popupEngine);
+    }
+    return *m_popupWindows;
 }
 
 void AppDelegate::humanizeSelectedText(const QString &text)

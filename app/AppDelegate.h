@@ -13,6 +13,7 @@ class AccessibilityHelper;
 class HumanizeService;
 class OnboardingModel;
 class PopupWindowController;
+class PopupWindowFactory;
 class Presence;
 class QQmlEngine;
 class QQuickWindow;
@@ -101,7 +102,10 @@ private:
     Rewriter &rewriter();
     std::unique_ptr<AccessibilityHelper> m_accessibilityHelper;
     std::unique_ptr<HumanizeService> m_humanizeService;
+    PopupWindowFactory &popupWindows();
     std::unique_ptr<QQmlEngine> m_popupEngine; // shared by all popups: no compile per popup
+    std::unique_ptr<PopupWindowFactory> m_popupWindows;
+    std::unique_ptr<PopupWindowController> m_previousPopup;
     std::unique_ptr<PopupWindowController> m_popupWindowController;
     std::optional<RunningApplication> m_previousApplication;
 };

@@ -8,6 +8,7 @@
 
 class PopupHost;
 class PopupViewModel;
+class PopupWindowFactory;
 class QQmlEngine;
 class QQuickWindow;
 class Rewriter;
@@ -23,7 +24,11 @@ public:
     static constexpr int width = 360;
     static constexpr int height = 500;
 
-    // The engine is shared by all popups so that a new one needs no fresh compile.
+    // The window comes from the factory, which keeps one built ahead.
+    PopupWindowController(const QString &selectedText, Rewriter &rewriter, PopupHost *host,
+        PopupWindowFactory &windows, QObject *parent = nullptr);
+    // Builds its window in the engine, which is shared by all popups so that a new one
+    // needs no fresh compile.
     PopupWindowController(const QString &selectedText, Rewriter &rewriter, PopupHost *host,
         QQmlEngine &engine, QObject *parent = nullptr);
     ~PopupWindowController() override;
@@ -34,10 +39,6 @@ public:
 
     PopupViewModel *viewModel() const { return m_viewModel; }
     QQuickWindow *window() const { return m_window.get(); }
-
-    // Makes the engine find our QML modules; called by the constructor, and by whoever
-    // loads Tessary.Ui or Tessary.Popup into an engine of their own.
-    static void prepareEngine(QQmlEngine &engine);
 
 private:
     PopupViewModel *m_viewModel;

@@ -34,10 +34,12 @@ Item {
         }
     }
 
+    // Stands still while its window is hidden: a closed popup, or one built ahead, must
+    // not wake the program ten times a second.
     Timer {
         interval: 100
         repeat: true
-        running: spinner.running && spinner.visible
+        running: spinner.running && spinner.visible && spinner.Window.visibility !== Window.Hidden
         onTriggered: spinner.step = (spinner.step + 1) % 8
     }
 }

@@ -3,6 +3,7 @@
 #include "ItemSearch.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "PopupWindowFactory.h"
 #include "StreamedText.h"
 
 #include <QClipboard>
@@ -38,6 +39,7 @@ private Q_SLOTS:
     void streamedTextReachesTheScreen();
     void keyboard();
     void ctrlCCopiesTheSelectedPartOfTheResult();
+    void windowBuiltAheadShowsItsOwnPopup();
 
 private:
     void open(const QString &text);
@@ -289,6 +291,32 @@ void TestPopupView::ctrlCCopiesTheSelectedPartOfTheResult()
     QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
     QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"send the report"_s);
     QVERIFY(m_popup->window()->isVisible());
+}
+
+// A window built ahead is handed the model of the popup it becomes before it is shown:
+// what it shows and what it asks for are that popup's, never its stand-in's.
+void TestPopupView::windowBuiltAheadShowsItsOwnPopup()
+{
+    PopupWindowFactory windows(*m_engine);
+    windows.prepareNext();
+    QTRY_VERIFY(windows.hasPreparedWindow());
+    QVERIFY(m_rewriter.requests.isEmpty());
+
+    m_popup = std::make_unique<PopupWindowController>(sample, m_rewriter, &m_host, windows);
+    QVERIFY(!windows.hasPreparedWindow());
+    m_popup->showWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
+    QCOMPARE(item("originalText")->property("text").toString(), sample);
+    QCOMPARE(m_rewriter.requests.size(), 1);
+    QCOMPARE(m_rewriter.last().text, sample);
+
+    m_rewriter.token(u"Please send the report."_s);
+    QTRY_COMPARE(item("resultText")->property("text").toString(), u"Please send the report."_s);
+    m_rewriter.complete();
+    click(item("tone-casual"));
+    QTRY_VERIFY(item("tone-casual")->property("selected").toBool());
+    QCOMPARE(m_rewriter.requests.size(), 2);
+    QCOMPARE(m_rewriter.last().tone, u"casual"_s);
 }
 
 QTEST_MAIN(TestPopupView)
