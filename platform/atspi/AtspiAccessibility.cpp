@@ -150,11 +150,12 @@ void AtspiAccessibility::onStateChanged(const QDBusMessage &message)
     const QVariantList args = message.arguments();
     if (args.size() < 2 || args.at(0).toString() != u"focused")
         return;
-    const bool gained = args.at(1).toInt() != 0;
-    if (gained)
+    // A loss is not forgotten: when the application's window comes back to the front
+    // (our popup closing), focus returns to the same element, and a rewrite asked for at
+    // that moment may come before the event saying so. Every candidate is checked for
+    // the focused state when it is used.
+    if (args.at(1).toInt() != 0)
         m_focusedPaths.insert(message.service(), message.path());
-    else if (m_focusedPaths.value(message.service()) == message.path())
-        m_focusedPaths.remove(message.service());
 }
 
 std::optional<quint32> AtspiAccessibility::pidOf(const QString &busName)
