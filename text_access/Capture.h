@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Platform.h"
+
+#include <QString>
+
+#include <optional>
+
+// Where a captured text came from, recorded once at capture: Replace writes only there.
+struct CaptureTarget
+{
+    enum class Method {
+        None, // nothing was captured
+        Accessibility, // read over the accessibility bus; replaced there too
+        Clipboard, // a synthesized copy; replaced by a synthesized paste
+        Primary, // a terminal's PRIMARY selection; never typed into, so Replace copies
+        Handed, // handed over D-Bus; replaced only where that text is still selected
+    };
+
+    Method method = Method::None;
+    std::optional<RunningApplication> application; // the window the text came from
+    std::optional<Element> element; // the focused element, when read over the bus
+};
+
+struct Capture
+{
+    std::optional<QString> text; // never empty when present
+    CaptureTarget target;
+};
