@@ -5,6 +5,7 @@
 #include "MakePlatform.h"
 #include "SceneGraph.h"
 #include "StorageManager.h"
+#include "UpdateAlert.h"
 
 #include <QApplication>
 
@@ -57,6 +58,7 @@ int main(int argc, char *argv[])
     AppDelegate delegate(platform, storage);
     QObject::connect(&dbus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
     QObject::connect(&dbus, &DBusService::humanizeRequested, &delegate, &AppDelegate::humanizeSelectedText);
+    UpdateAlert updateAlert(delegate.updateService());
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -6,11 +6,9 @@
 #include <QDesktopServices>
 #include <QJsonDocument>
 #include <QLoggingCategory>
-#include <QMessageBox>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QPushButton>
 #include <QUrl>
 
 Q_LOGGING_CATEGORY(lcUpdate, "tessary.update", QtInfoMsg)
@@ -184,24 +182,14 @@ void UpdateService::showNativeUpdateAlert()
 {
     if (!m_updateInfo)
         return;
-    QMessageBox alert;
-    alert.setIcon(QMessageBox::Information);
-    alert.setWindowTitle(u"Tessary"_s);
-    alert.setText(u"Update Available"_s);
-    alert.setInformativeText(u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s
-        + m_updateInfo->releaseNotes);
-    QPushButton *download = alert.addButton(u"Download"_s, QMessageBox::AcceptRole);
-    QPushButton *later = alert.addButton(u"Later"_s, QMessageBox::RejectRole);
-    QPushButton *skip = alert.addButton(u"Skip This Version"_s, QMessageBox::DestructiveRole);
-    alert.setDefaultButton(download);
-    alert.setEscapeButton(later);
-    const QString version = m_updateInfo->currentVersion;
-    alert.exec();
+    // The alert is a window of the view layer; the check does not wait for the choice.
+    Q_EMIT updateAlertRequested(m_updateInfo->currentVersion,
+        u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s + m_updateInfo->releaseNotes);
+}
 
-    if (alert.clickedButton() == download)
-        openDownloadURL();
-    else if (alert.clickedButton() == skip)
-        m_storage.setSkippedUpdateVersion(version);
+void UpdateService::skipVersion(const QString &version)
+{
+    m_storage.setSkippedUpdateVersion(version);
 }
 
 void UpdateService::openDownloadURL()

@@ -2,6 +2,7 @@
 #include "FixtureServer.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
+#include "UpdateAlert.h"
 #include "UpdateService.h"
 
 #include <QAbstractButton>
@@ -12,7 +13,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -36,29 +36,34 @@ FixtureReply reply(const QByteArray &body, int status = 200)
     return r;
 }
 
-// Answers every modal alert with the button titled `answer` and keeps what it showed.
+// Answers the update alert with the button titled `answer` once it is on screen, and
+// keeps what it showed.
 class AlertAnswerer : public QObject
 {
     Q_OBJECT
 public:
-    explicit AlertAnswerer(const QString &answer)
-        : m_answer(answer)
+    AlertAnswerer(UpdateService &service, const QString &answer)
+        : m_service(service)
+        , m_view(service)
+        , m_answer(answer)
     {
-        connect(&m_timer, &QTimer::timeout, this, &AlertAnswerer::poll);
-        m_timer.start(10);
+        connect(&service, &UpdateService::updateAlertRequested, this, &AlertAnswerer::answer,
+            Qt::QueuedConnection);
     }
     int shown = 0;
+    bool checkWaited = false; // the check was still running while the alert was open
     QString text;
     QString informativeText;
     QStringList buttons;
 
 private:
-    void poll()
+    void answer()
     {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        QMessageBox *box = m_view.window();
         if (!box || !box->isVisible())
             return;
         ++shown;
+        checkWaited = m_service.isCheckingForUpdates();
         text = box->text();
         informativeText = box->informativeText();
         buttons.clear();
@@ -75,8 +80,9 @@ private:
             box->reject();
     }
 
+    UpdateService &m_service;
+    UpdateAlert m_view;
     QString m_answer;
-    QTimer m_timer;
 };
 
 } // namespace
@@ -240,7 +246,7 @@ void TestUpdateService::check()
     connect(&service, &UpdateService::upToDate, this,
         [&](const QString &version) { toldUser << u"up to date "_s + version; });
     connect(&service, &UpdateService::checkFailed, this, [&](const QString &) { toldUser << u"failed"_s; });
-    AlertAnswerer alert(u"Later"_s);
+    AlertAnswerer alert(service, u"Later"_s);
     const QDateTime before = QDateTime::currentDateTime();
 
     StdoutCapture out;
@@ -298,12 +304,13 @@ void TestUpdateService::alert()
     m_server->route("/api/v1/version", reply(releaseReply(u"2.0.0"_s)));
     UpdateService service(*m_storage, { { u"version"_s, u"1.9"_s } });
     BrowserCatcher browser;
-    AlertAnswerer alert(answer);
+    AlertAnswerer alert(service, answer);
     QSignalSpy toldUpToDate(&service, &UpdateService::upToDate);
 
     QCOMPARE(runCheck(service, false), 1);
 
-    QCOMPARE(alert.shown, 1);
+    QTRY_COMPARE(alert.shown, 1);
+    QVERIFY(!alert.checkWaited);
     QCOMPARE(alert.text, u"Update Available"_s);
     QCOMPARE(alert.informativeText, u"Version 2.0.0 is now available.\n\nFaster rewrites."_s);
     QCOMPARE(alert.buttons, (QStringList { u"Download"_s, u"Later"_s, u"Skip This Version"_s }));
@@ -320,7 +327,7 @@ void TestUpdateService::skippedReleaseOnlyQuietsTheAutomaticCheck()
 {
     m_storage->setSkippedUpdateVersion(u"2.0.0"_s);
     UpdateService service(*m_storage, { { u"version"_s, u"1.0"_s } });
-    AlertAnswerer alert(u"Later"_s);
+    AlertAnswerer alert(service, u"Later"_s);
 
     m_server->route("/api/v1/version", reply(releaseReply(u"2.0"_s)));
     QCOMPARE(runCheck(service, true), 1);
@@ -328,7 +335,7 @@ void TestUpdateService::skippedReleaseOnlyQuietsTheAutomaticCheck()
 
     QCOMPARE(runCheck(service, false), 1);
     QVERIFY(service.updateAvailable());
-    QCOMPARE(alert.shown, 1);
+    QTRY_COMPARE(alert.shown, 1);
 
     // A release after the skipped one is announced again.
     m_server->route("/api/v1/version", reply(releaseReply(u"2.0.1"_s)));
