@@ -236,8 +236,10 @@ void RewriteServer::handleRewrite(const httplib::Request &request, httplib::Resp
                 return sink.write(bytes.constData(), size_t(bytes.size()));
             };
 
-            const PromptSettings prompt { m_config.model, m_config.sampleBudget };
-            const UpstreamOutcome outcome = call->run(upstreamRequestBody(rewrite, prompt),
+            const QByteArray upstreamBody = chatCompletionBody(
+                promptMessages(rewrite.examples, rewrite.tone, rewrite.text, m_config.sampleBudget),
+                m_config.model);
+            const UpstreamOutcome outcome = call->run(upstreamBody,
                 [&](const QString &fragment) { return write(fragmentEvent(fragment)); });
             if (watchId)
                 m_watch->remove(watchId);

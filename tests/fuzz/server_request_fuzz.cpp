@@ -49,7 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             used += sample.size();
         require(used <= budget);
 
-        const QByteArray upstream = upstreamRequestBody(*parse.request, { QStringLiteral("m"), budget });
+        const QByteArray upstream = chatCompletionBody(
+            promptMessages(parse.request->examples, parse.request->tone, parse.request->text, budget),
+            QStringLiteral("m"));
         const QJsonArray messages
             = QJsonDocument::fromJson(upstream).object().value(QLatin1String("messages")).toArray();
         require(messages.size() == 2);

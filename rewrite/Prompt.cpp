@@ -41,11 +41,11 @@ const auto instructions = R"(You rewrite text so that it reads as if its author 
 
 } // namespace
 
-QStringList samplesWithinBudget(const QStringList &examples, int budget)
+QStringList samplesWithinBudget(const QStringList &samples, int budget)
 {
     QStringList kept;
     qsizetype used = 0;
-    for (auto it = examples.crbegin(); it != examples.crend(); ++it) {
+    for (auto it = samples.crbegin(); it != samples.crend(); ++it) {
         const QString sample = it->trimmed();
         if (sample.isEmpty())
             continue;
@@ -79,32 +79,34 @@ QString toneDefinition(const QString &tone)
     return name;
 }
 
-QString systemPrompt(const RewriteRequest &request, int sampleBudget)
+QString systemPrompt(const QStringList &samples, const QString &tone, int sampleBudget)
 {
-    QString prompt = instructions.arg(toneDefinition(request.tone));
-    const QStringList samples = samplesWithinBudget(request.examples, sampleBudget);
-    if (samples.isEmpty()) {
+    QString prompt = instructions.arg(toneDefinition(tone));
+    const QStringList kept = samplesWithinBudget(samples, sampleBudget);
+    if (kept.isEmpty()) {
         prompt += "\n\nThere are no writing samples: write plainly and naturally."_L1;
         return prompt;
     }
     prompt += "\n\nThe author's writing samples:"_L1;
-    for (const QString &sample : samples)
+    for (const QString &sample : kept)
         prompt += "\n\n<sample>\n"_L1 + sample + "\n</sample>"_L1;
     return prompt;
 }
 
-QByteArray upstreamRequestBody(const RewriteRequest &request, const PromptSettings &settings)
+QJsonArray promptMessages(
+    const QStringList &samples, const QString &tone, const QString &text, int sampleBudget)
 {
-    QJsonObject body {
-        { "stream"_L1, true },
-        { "messages"_L1,
-            QJsonArray {
-                QJsonObject { { "role"_L1, "system"_L1 },
-                    { "content"_L1, systemPrompt(request, settings.sampleBudget) } },
-                QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, request.text } },
-            } },
+    return {
+        QJsonObject {
+            { "role"_L1, "system"_L1 }, { "content"_L1, systemPrompt(samples, tone, sampleBudget) } },
+        QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, text } },
     };
-    if (!settings.model.isEmpty())
-        body.insert("model"_L1, settings.model);
+}
+
+QByteArray chatCompletionBody(const QJsonArray &messages, const QString &model)
+{
+    QJsonObject body { { "stream"_L1, true }, { "messages"_L1, messages } };
+    if (!model.isEmpty())
+        body.insert("model"_L1, model);
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QString>
+#include <QStringList>
+
+// The samples that fit into `budget` characters, newest first in priority, returned in
+// their original order (the newest last). A newest sample longer than the whole budget
+// is cut to fit.
+QStringList samplesWithinBudget(const QStringList &samples, int budget);
+
+// One line saying what the tone asks for; a tone we do not know is passed on as words.
+QString toneDefinition(const QString &tone);
+
+QString systemPrompt(const QStringList &samples, const QString &tone, int sampleBudget);
+
+// The messages of a chat completion that rewrites `text` in the voice of `samples`: the
+// instructions with the samples that fit into `sampleBudget` characters, then the text.
+QJsonArray promptMessages(
+    const QStringList &samples, const QString &tone, const QString &text, int sampleBudget);
+
+// The body of a streamed /chat/completions request to an OpenAI-compatible server; the
+// model is left out when empty, for servers that serve only one.
+QByteArray chatCompletionBody(const QJsonArray &messages, const QString &model);
