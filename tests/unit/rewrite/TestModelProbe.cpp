@@ -1,0 +1,223 @@
+#include "FixtureServer.h"
+#include "ModelProbe.h"
+
+#include <QNetworkAccessManager>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+Q_DECLARE_METATYPE(ModelList::Outcome)
+
+namespace {
+
+FixtureReply json(int status, const QByteArray &body)
+{
+    FixtureReply reply;
+    reply.status = status;
+    reply.headers = { { "Content-Type", "application/json" } };
+    reply.body = body;
+    return reply;
+}
+
+const QByteArray openAiList = R"({"object":"list","data":[{"id":"qwen2.5:7b"},{"id":"llama3.1:8b"}]})";
+const QByteArray ollamaTags = R"({"models":[{"name":"llama3.1:latest","model":"llama3.1:latest"}]})";
+
+// A port on which nothing listens: taken from the kernel, then given back.
+quint16 closedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    const quint16 port = server.serverPort();
+    server.close();
+    return port;
+}
+
+// A server that answers like llama.cpp's, or like a web page, or like Ollama.
+std::unique_ptr<FixtureServer> modelServer(const QString &kind)
+{
+    auto server = std::make_unique<FixtureServer>();
+    if (!server->listen())
+        return nullptr;
+    if (kind == "openai"_L1) {
+        server->route("/v1/models", json(200, openAiList));
+    } else if (kind == "ollama"_L1) {
+        server->route("/api/tags", json(200, ollamaTags));
+    } else if (kind == "web page"_L1) {
+        FixtureReply page;
+        page.headers = { { "Content-Type", "text/html" } };
+        page.body = "<html><body>It works!</body></html>";
+        server->route("/v1/models", page);
+        server->route("/api/tags", page);
+    }
+    return server;
+}
+
+} // namespace
+
+class TestModelProbe : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // What one server's answer to "which models?" comes to.
+    void listModels_data()
+    {
+        QTest::addColumn<FixtureReply>("modelsReply"); // GET /v1/models
+        QTest::addColumn<FixtureReply>("tagsReply"); // GET /api/tags; status 0: not routed (404)
+        QTest::addColumn<ModelList::Outcome>("outcome");
+        QTest::addColumn<QStringList>("models");
+        QTest::addColumn<QString>("serverName");
+
+        const FixtureReply none = json(0, {});
+        FixtureReply stall = json(200, openAiList);
+        stall.end = FixtureReply::End::Stall;
+        stall.stopAt = 5;
+
+        QTest::newRow("openai list") << json(200, openAiList) << none << ModelList::Outcome::Listed
+                                     << QStringList { u"qwen2.5:7b"_s, u"llama3.1:8b"_s } << QString();
+        QTest::newRow("server with no model yet") << json(200, R"({"object":"list","data":null})") << none
+                                                  << ModelList::Outcome::Listed << QStringList() << QString();
+        QTest::newRow("models and data both sent, duplicates once") << json(
+            200, R"({"models":[{"name":"a.gguf"}],"object":"list","data":[{"id":"a.gguf"},{"id":"a.gguf"}]})")
+                                                                    << none << ModelList::Outcome::Listed
+                                                                    << QStringList { u"a.gguf"_s }
+                                                                    << QString();
+        QTest::newRow("only ollama's own list")
+            << json(404, "404 page not found") << json(200, ollamaTags) << ModelList::Outcome::Listed
+            << QStringList { u"llama3.1:latest"_s } << u"Ollama"_s;
+        QTest::newRow("a web server, not a model server")
+            << json(200, "<html>hello</html>") << json(200, "<html>hello</html>")
+            << ModelList::Outcome::NotFound << QStringList() << QString();
+        QTest::newRow("json, but no list") << json(200, R"({"status":"ok"})") << none
+                                           << ModelList::Outcome::NotFound << QStringList() << QString();
+        QTest::newRow("wrong key") << json(401, R"({"error":{"message":"Incorrect API key provided"}})")
+                                   << none << ModelList::Outcome::Unauthorized << QStringList() << QString();
+        QTest::newRow("forbidden") << json(403, "{}") << none << ModelList::Outcome::Unauthorized
+                                   << QStringList() << QString();
+        QTest::newRow("server error")
+            << json(500, "{}") << none << ModelList::Outcome::HttpError << QStringList() << QString();
+        QTest::newRow("nothing comes in time")
+            << stall << none << ModelList::Outcome::TimedOut << QStringList() << QString();
+    }
+
+    void listModels()
+    {
+        QFETCH(FixtureReply, modelsReply);
+        QFETCH(FixtureReply, tagsReply);
+        QFETCH(ModelList::Outcome, outcome);
+        QFETCH(QStringList, models);
+        QFETCH(QString, serverName);
+
+        FixtureServer server;
+        QVERIFY(server.listen());
+        server.route("/v1/models", modelsReply);
+        if (tagsReply.status != 0)
+            server.route("/api/tags", tagsReply);
+
+        QNetworkAccessManager network;
+        std::optional<ModelList> answer;
+        ::listModels(network, server.url("/v1"), u"k-123"_s, 400ms, this,
+            [&answer](const ModelList &list) { answer = list; });
+        QTRY_VERIFY(answer.has_value());
+        QCOMPARE(answer->outcome, outcome);
+        QCOMPARE(answer->models, models);
+        QCOMPARE(answer->serverName, serverName);
+        QCOMPARE(answer->base, server.url("/v1"));
+        QCOMPARE(server.requests().first().path, QByteArray("/v1/models"));
+        QCOMPARE(server.requests().first().header("authorization"), QByteArray("Bearer k-123"));
+    }
+
+    void unreachableAndInvalid_data()
+    {
+        QTest::addColumn<QUrl>("base");
+        QTest::addColumn<ModelList::Outcome>("outcome");
+        QTest::newRow("nothing listening")
+            << QUrl(u"http://127.0.0.1:%1/v1"_s.arg(closedPort())) << ModelList::Outcome::Unreachable;
+        QTest::newRow("no host") << QUrl(u"http:///v1"_s) << ModelList::Outcome::InvalidUrl;
+        QTest::newRow("not http") << QUrl(u"ftp://127.0.0.1/v1"_s) << ModelList::Outcome::InvalidUrl;
+    }
+
+    void unreachableAndInvalid()
+    {
+        QFETCH(QUrl, base);
+        QFETCH(ModelList::Outcome, outcome);
+        QNetworkAccessManager network;
+        std::optional<ModelList> answer;
+        ::listModels(network, base, {}, 2s, this, [&answer](const ModelList &list) { answer = list; });
+        QTRY_VERIFY(answer.has_value());
+        QCOMPARE(answer->outcome, outcome);
+    }
+
+    // Which local servers the search offers, in the order of the candidate ports.
+    void probe_data()
+    {
+        QTest::addColumn<QStringList>("servers"); // what listens on each candidate port
+        QTest::addColumn<QStringList>("offered"); // "name: models" of what the search found
+
+        QTest::newRow("nothing listening") << QStringList { u"closed"_s, u"closed"_s } << QStringList();
+        QTest::newRow("something that is not a model server")
+            << QStringList { u"web page"_s, u"closed"_s } << QStringList();
+        QTest::newRow("two servers, in port order")
+            << QStringList { u"ollama"_s, u"web page"_s, u"openai"_s }
+            << QStringList { u"Ollama: llama3.1:latest"_s, u"Second: qwen2.5:7b,llama3.1:8b"_s };
+    }
+
+    void probe()
+    {
+        QFETCH(QStringList, servers);
+        QFETCH(QStringList, offered);
+
+        std::vector<std::unique_ptr<FixtureServer>> running;
+        QList<ModelProbe::Candidate> candidates;
+        const QStringList names { u"First"_s, u"Middle"_s, u"Second"_s };
+        for (qsizetype i = 0; i < servers.size(); ++i) {
+            if (servers.at(i) == "closed"_L1) {
+                candidates.append({ closedPort(), names.at(i) });
+                continue;
+            }
+            running.push_back(modelServer(servers.at(i)));
+            QVERIFY(running.back());
+            candidates.append({ running.back()->port(), names.at(i) });
+        }
+
+        ModelProbe probe(candidates, 2s);
+        QSignalSpy finished(&probe, &ModelProbe::finished);
+        probe.start();
+        QVERIFY(probe.isRunning());
+        QVERIFY(finished.wait(5000));
+        QVERIFY(!probe.isRunning());
+        QStringList seen;
+        for (const ModelList &server : probe.found())
+            seen.append(server.serverName + u": "_s + server.models.join(u','));
+        QCOMPARE(seen, offered);
+    }
+
+    void candidatePorts_data()
+    {
+        QTest::addColumn<QString>("ports");
+        QTest::addColumn<QList<quint16>>("probed");
+        const QList<quint16> known { 11434, 8080, 1234, 8000 };
+        QTest::newRow("unset: the known servers") << QString() << known;
+        QTest::newRow("a list of the user's") << u"9000, 11434"_s << QList<quint16> { 9000, 11434 };
+        QTest::newRow("garbage: the known servers") << u"9000,http"_s << known;
+        QTest::newRow("out of range: the known servers") << u"70000"_s << known;
+    }
+
+    void candidatePorts()
+    {
+        QFETCH(QString, ports);
+        QFETCH(QList<quint16>, probed);
+        QList<quint16> seen;
+        for (const ModelProbe::Candidate &candidate : ModelProbe::candidatesFrom(ports))
+            seen.append(candidate.port);
+        QCOMPARE(seen, probed);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModelProbe)
+#include "TestModelProbe.moc"
