@@ -1,8 +1,10 @@
 # tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [TIMEOUT s])
 #
-# One executable per tested class. GUI tests run on the offscreen platform; E2E tests
-# run inside scripts/headless-session (Xvfb, session bus, AT-SPI, window manager) and
-# carry the "e2e" label so they can be run or skipped as a tier.
+# One executable per tested class. Every test runs inside scripts/headless-session, with a
+# throw-away home, XDG directories and session bus, so no run reads or writes the user's
+# own settings. Unit and view tests run on the offscreen platform; E2E tests get the whole
+# desktop (Xvfb, AT-SPI, window manager) and carry the "e2e" label so they can be run or
+# skipped as a tier.
 function(tessary_add_test)
     cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
@@ -15,12 +17,12 @@ function(tessary_add_test)
                  COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session $<TARGET_FILE:${T_NAME}>)
         set(labels e2e)
     else()
-        add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+        add_test(NAME ${T_NAME}
+                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session --no-display $<TARGET_FILE:${T_NAME}>)
         set(labels unit)
     endif()
     set(env "TESSARY_SOURCE_DIR=${PROJECT_SOURCE_DIR};TESSARY_BINARY_DIR=${CMAKE_BINARY_DIR};TESSARY_E2E_API_PORT=${TESSARY_E2E_API_PORT}")
     if(T_GUI AND NOT T_E2E)
-        list(APPEND env "QT_QPA_PLATFORM=offscreen")
         set(labels views)
     endif()
     if(NOT T_TIMEOUT)

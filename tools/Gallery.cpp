@@ -31,7 +31,10 @@ namespace {
 class IdleRewriter : public Rewriter
 {
 public:
-    void humanize(const QString &, const QString &, RewriteCallbacks) override { }
+    std::shared_ptr<RewriteRequest> humanize(const QString &, const QString &, RewriteCallbacks) override
+    {
+        return {};
+    }
 };
 
 QPalette darkPalette()
