@@ -150,7 +150,9 @@ FocusScope {
                             objectName: "originalText"
                             Layout.fillWidth: true
                             padding: 10
-                            text: view.viewModel.originalText.length > 0 ? view.viewModel.originalText
+                            // Only the start: a long text would otherwise travel whole to the
+                            // accessibility bus as this label's name.
+                            text: view.viewModel.originalText.length > 0 ? view.viewModel.originalPreview
                                                                          : qsTr("No text selected")
                             textFormat: Text.PlainText
                             font.family: Theme.fontFamily
@@ -188,6 +190,16 @@ FocusScope {
                             flickableDirection: Flickable.HorizontalFlick
                             boundsBehavior: Flickable.StopAtBounds
                             clip: true
+
+                            // A mouse wheel turns vertically; the row moves sideways, to its last chip.
+                            WheelHandler {
+                                target: null
+                                onWheel: event => {
+                                    const delta = event.angleDelta.x !== 0 ? event.angleDelta.x : event.angleDelta.y;
+                                    const end = Math.max(0, toneRow.contentWidth - toneRow.width);
+                                    toneRow.contentX = Math.max(0, Math.min(end, toneRow.contentX - delta / 2));
+                                }
+                            }
 
                             Row {
                                 id: chips
@@ -246,7 +258,8 @@ FocusScope {
                             border.color: Theme.onBackground(Theme.withAlpha(Theme.purple, 0.2))
 
                             readonly property int viewState: view.viewModel.state
-                            readonly property Item resultLayer: viewState === PopupViewModel.Error ? errorLayer
+                            readonly property Item resultLayer: viewState === PopupViewModel.Error
+                                                                || viewState === PopupViewModel.Notice ? errorLayer
                                                               : viewState === PopupViewModel.Loading ? loadingLayer
                                                               : resultEdit
 
@@ -286,6 +299,7 @@ FocusScope {
 
                                 Icon {
                                     anchors.horizontalCenter: parent.horizontalCenter
+                                    visible: resultArea.viewState === PopupViewModel.Error
                                     name: "warning"
                                     size: 22
                                     color: Theme.red
@@ -293,7 +307,7 @@ FocusScope {
                                 Text {
                                     objectName: "errorMessage"
                                     width: parent.width - 40
-                                    text: view.viewModel.errorMessage
+                                    text: view.viewModel.message
                                     textFormat: Text.PlainText
                                     font.family: Theme.fontFamily
                                     font.pixelSize: 11
@@ -338,6 +352,18 @@ FocusScope {
                                 lineSpacing: 3
                             }
                         }
+                        Text {
+                            objectName: "stallNotice"
+                            Layout.fillWidth: true
+                            visible: view.viewModel.stalled
+                            text: qsTr("No reply for a few seconds. Retry, or keep waiting.")
+                            font.family: Theme.fontFamily
+                            font.pixelSize: 11
+                            color: Theme.secondary
+                            wrapMode: Text.Wrap
+                            Accessible.role: Accessible.StaticText
+                            Accessible.name: text
+                        }
                     }
                 }
             }
@@ -363,6 +389,7 @@ FocusScope {
                 Layout.fillWidth: true
                 Layout.preferredWidth: 1
                 text: qsTr("↺ Retry")
+                Accessible.name: qsTr("Retry") // a screen reader reads words, not the glyph
                 enabled: view.viewModel.canRetry
                 onClicked: view.viewModel.run()
             }
@@ -417,6 +444,7 @@ FocusScope {
                 Layout.fillWidth: true
                 Layout.preferredWidth: 1
                 text: qsTr("↵ Replace")
+                Accessible.name: qsTr("Replace")
                 enabled: view.viewModel.canReplace
                 onClicked: view.viewModel.replace()
             }

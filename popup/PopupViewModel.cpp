@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -69,14 +70,30 @@ void returnAndReplace(PopupHost *host, const QString &text)
 
 } // namespace
 
-PopupViewModel::PopupViewModel(
-    const QString &originalText, Rewriter &rewriter, PopupHost *host, QObject *parent)
+PopupViewModel::PopupViewModel(const QString &originalText, Rewriter &rewriter, PopupHost *host,
+    std::chrono::milliseconds stallDelay, QObject *parent)
     : QObject(parent)
     , m_originalText(originalText)
     , m_rewriter(rewriter)
     , m_host(host)
     , m_selectedTone(toneNames().first())
 {
+    m_stallTimer.setSingleShot(true);
+    m_stallTimer.setInterval(stallDelay);
+    connect(&m_stallTimer, &QTimer::timeout, this, [this] { setStalled(true); });
+    if (m_originalText.isEmpty())
+        setState(State::Notice, noTextMessage());
+}
+
+PopupViewModel::PopupViewModel(
+    const QString &originalText, Rewriter &rewriter, PopupHost *host, QObject *parent)
+    : PopupViewModel(originalText, rewriter, host, defaultStallDelay, parent)
+{
+}
+
+PopupViewModel::~PopupViewModel()
+{
+    stop();
 }
 
 const QStringList &PopupViewModel::toneNames()
@@ -85,18 +102,39 @@ const QStringList &PopupViewModel::toneNames()
     return names;
 }
 
+QString PopupViewModel::noTextMessage()
+{
+    return tr("Nothing to rewrite: select some text in any window, then press Ctrl+Alt+H.");
+}
+
+QString PopupViewModel::originalPreview() const
+{
+    if (m_originalText.size() <= previewLength)
+        return m_originalText;
+    // Never cut between the halves of a surrogate pair.
+    qsizetype end = previewLength;
+    if (m_originalText.at(end - 1).isHighSurrogate())
+        --end;
+    return m_originalText.first(end) + u"…"_s;
+}
+
 bool PopupViewModel::canRetry() const
 {
-    return !isBusy();
+    // A quiet stream can be given up on at once, without waiting for its timeout.
+    return !m_originalText.isEmpty() && m_state != State::Notice && (!isBusy() || m_stalled);
 }
 
 bool PopupViewModel::canCopy() const
 {
-    return !isBusy() && !m_resultText.isEmpty();
+    // After an error the partial text is not shown, so it is not offered either.
+    return m_state == State::Done && !m_resultText.isEmpty();
 }
 
 void PopupViewModel::run()
 {
+    if (m_state == State::Notice)
+        return;
+    stop();
     setState(State::Loading);
     if (!m_resultText.isEmpty()) {
         m_resultText.clear();
@@ -119,7 +157,17 @@ void PopupViewModel::run()
         if (self)
             self->setState(State::Error, message);
     };
-    m_rewriter.humanize(m_originalText, m_selectedTone, std::move(callbacks));
+    m_request = m_rewriter.humanize(m_originalText, m_selectedTone, std::move(callbacks));
+    if (isBusy())
+        m_stallTimer.start();
+}
+
+void PopupViewModel::stop()
+{
+    m_stallTimer.stop();
+    setStalled(false);
+    if (const std::shared_ptr<RewriteRequest> request = std::exchange(m_request, nullptr))
+        request->drop();
 }
 
 void PopupViewModel::selectTone(const QString &tone)
@@ -154,16 +202,26 @@ void PopupViewModel::replace()
     replace([this] { Q_EMIT closeRequested(); });
 }
 
-void PopupViewModel::setState(State state, const QString &errorMessage)
+void PopupViewModel::showNotice(const QString &message)
+{
+    stop();
+    setState(State::Notice, message);
+}
+
+void PopupViewModel::setState(State state, const QString &message)
 {
     // Every error is announced, even a second one with the same message.
-    if (m_state == state && state != State::Error)
+    if (m_state == state && state != State::Error && state != State::Notice)
         return;
     const bool wasBusy = isBusy();
     m_state = state;
-    m_errorMessage = errorMessage;
+    m_message = message;
+    if (!isBusy())
+        m_stallTimer.stop();
     Q_EMIT stateChanged();
-    if (wasBusy != isBusy())
+    if (m_stalled && !isBusy())
+        setStalled(false);
+    else if (wasBusy != isBusy() || state == State::Done || state == State::Notice)
         Q_EMIT actionsChanged();
 }
 
@@ -171,9 +229,20 @@ void PopupViewModel::appendFragment(const QString &fragment)
 {
     if (m_state == State::Loading)
         setState(State::Streaming);
+    if (isBusy())
+        m_stallTimer.start();
+    setStalled(false);
     const bool wasEmpty = m_resultText.isEmpty();
     m_resultText += fragment;
     Q_EMIT resultTextChanged();
     if (wasEmpty != m_resultText.isEmpty())
         Q_EMIT actionsChanged();
+}
+
+void PopupViewModel::setStalled(bool stalled)
+{
+    if (m_stalled == stalled)
+        return;
+    m_stalled = stalled;
+    Q_EMIT actionsChanged();
 }

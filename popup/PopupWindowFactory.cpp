@@ -23,7 +23,10 @@ namespace {
 class NoRewriter : public Rewriter
 {
 public:
-    void humanize(const QString &, const QString &, RewriteCallbacks) override { }
+    std::shared_ptr<RewriteRequest> humanize(const QString &, const QString &, RewriteCallbacks) override
+    {
+        return {};
+    }
 };
 
 NoRewriter noRewriter;

@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkRequest>
+#include <QPointer>
 #include <QTextBoundaryFinder>
 
 using namespace Qt::StringLiterals;
@@ -39,22 +40,19 @@ HumanizeService::HumanizeService(
 // The delegates are children: each stops its transfer thread as it goes.
 HumanizeService::~HumanizeService() = default;
 
-void HumanizeService::humanize(const QString &text, const QString &tone, RewriteCallbacks callbacks)
+std::shared_ptr<RewriteRequest> HumanizeService::humanize(
+    const QString &text, const QString &tone, RewriteCallbacks callbacks)
 {
+    auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
     Log::write(u"🚀"_s, tag, u"Starting humanize request..."_s);
     Log::write(u"📝"_s, tag, u"Text length: %1, Tone: %2"_s.arg(graphemeCount(text)).arg(tone));
-
-    if (m_currentTask)
-        m_currentTask->cancel();
-    m_currentTask = nullptr;
 
     const QString urlString = m_storage.apiBase() + u"/chat/completions"_s;
     const QUrl url(urlString, QUrl::StrictMode);
     if (!url.isValid() || url.isRelative() || url.host().isEmpty()) {
         Log::write(u"❌"_s, tag, u"Invalid API URL: "_s + urlString);
-        if (callbacks.onError)
-            callbacks.onError(u"Invalid API URL"_s);
-        return;
+        handle->fail(u"Invalid API URL"_s);
+        return handle;
     }
 
     QNetworkRequest request(url);
@@ -73,8 +71,18 @@ void HumanizeService::humanize(const QString &text, const QString &tone, Rewrite
         { u"messages"_s, QJsonArray { message } } };
     Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + url.toString());
 
+    // The delegate reports through the handle, which goes quiet once cancelled: what
+    // the transfer still had on its way is not delivered to a caller that said stop.
+    RewriteCallbacks reports;
+    reports.onToken = [handle](const QString &fragment) { handle->token(fragment); };
+    reports.onComplete = [handle] { handle->complete(); };
+    reports.onError = [handle](const QString &message) { handle->fail(message); };
     auto *task = new StreamDelegate(
-        request, QJsonDocument(body).toJson(QJsonDocument::Compact), std::move(callbacks), this);
+        request, QJsonDocument(body).toJson(QJsonDocument::Compact), std::move(reports), this);
     connect(task, &StreamDelegate::finished, task, &QObject::deleteLater);
-    m_currentTask = task;
+    handle->setAbort([task = QPointer<StreamDelegate>(task)] {
+        if (task)
+            task->cancel();
+    });
+    return handle;
 }

@@ -3,7 +3,6 @@
 #include "Rewriter.h"
 
 #include <QObject>
-#include <QPointer>
 
 #include <chrono>
 
@@ -11,7 +10,8 @@ class StorageManager;
 class StreamDelegate;
 
 // Sends a rewrite request to the service and hands its streamed reply to a
-// StreamDelegate. One rewrite at a time: a new request cancels the running one.
+// StreamDelegate. Requests are independent: the popup's rewrite and the settings'
+// connection test run side by side, and each ends only by its own handle.
 // Lives on the main thread.
 class HumanizeService : public QObject, public Rewriter
 {
@@ -23,10 +23,10 @@ public:
         QObject *parent = nullptr);
     ~HumanizeService() override;
 
-    void humanize(const QString &text, const QString &tone, RewriteCallbacks callbacks) override;
+    std::shared_ptr<RewriteRequest> humanize(
+        const QString &text, const QString &tone, RewriteCallbacks callbacks) override;
 
 private:
     StorageManager &m_storage;
     std::chrono::milliseconds m_idleTimeout;
-    QPointer<StreamDelegate> m_currentTask;
 };

@@ -137,6 +137,9 @@ void SettingsModel::download()
 void SettingsModel::testConnection()
 {
     const int attempt = ++m_connectionAttempt;
+    // Only our own earlier test is stopped; a rewrite in the popup goes on.
+    if (m_connectionRequest)
+        m_connectionRequest->drop();
     setConnection(ConnectionState::Testing, u"Testing…"_s);
     QPointer<SettingsModel> self(this);
     // Only the latest attempt may report: an earlier one was cancelled by the new request.
@@ -151,7 +154,7 @@ void SettingsModel::testConnection()
         if (current())
             self->setConnection(ConnectionState::Failed, message);
     };
-    m_rewriter.humanize(probeText, probeTone, std::move(callbacks));
+    m_connectionRequest = m_rewriter.humanize(probeText, probeTone, std::move(callbacks));
 }
 
 void SettingsModel::setConnection(ConnectionState state, const QString &message)

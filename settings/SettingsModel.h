@@ -8,9 +8,11 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 
 class Rewriter;
+class RewriteRequest;
 
 // What the settings window needs beyond plain bindings to the store: sample editing
 // by position, the update section's derived state, the connection test and the
@@ -100,4 +102,5 @@ private:
     ConnectionState m_connectionState = ConnectionState::Idle;
     QString m_connectionMessage;
     int m_connectionAttempt = 0;
+    std::shared_ptr<RewriteRequest> m_connectionRequest;
 };

@@ -4,8 +4,8 @@
 
 #include <QStringList>
 
-// Records what a rewrite reported, in order, as "token:<fragment>", "error:<message>"
-// and "complete", so a test compares one list.
+// Records what a rewrite reported, in order, as "token:<fragment>", "error:<message>",
+// "complete" and "cancelled", so a test compares one list.
 struct RewriteRecorder
 {
     QStringList calls;
@@ -14,7 +14,8 @@ struct RewriteRecorder
     {
         return { [this](const QString &fragment) { calls.append(QStringLiteral("token:") + fragment); },
             [this] { calls.append(QStringLiteral("complete")); },
-            [this](const QString &message) { calls.append(QStringLiteral("error:") + message); } };
+            [this](const QString &message) { calls.append(QStringLiteral("error:") + message); },
+            [this] { calls.append(QStringLiteral("cancelled")); } };
     }
 
     QStringList tokens() const

@@ -4,8 +4,9 @@
 
 #include <QList>
 
-// Records every rewrite asked for; a test plays the service by calling the callbacks
-// of the latest request.
+// Records every rewrite asked for; a test plays the service by reporting into the
+// latest request (or any earlier one). A cancelled request hears nothing more, as with
+// the real service.
 class FakeRewriter : public Rewriter
 {
 public:
@@ -13,18 +14,21 @@ public:
     {
         QString text;
         QString tone;
-        RewriteCallbacks callbacks;
+        std::shared_ptr<RewriteRequest> handle;
     };
 
     QList<Request> requests;
 
-    void humanize(const QString &text, const QString &tone, RewriteCallbacks callbacks) override
+    std::shared_ptr<RewriteRequest> humanize(
+        const QString &text, const QString &tone, RewriteCallbacks callbacks) override
     {
-        requests.append({ text, tone, std::move(callbacks) });
+        auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
+        requests.append({ text, tone, handle });
+        return handle;
     }
 
     Request &last() { return requests.last(); }
-    void token(const QString &fragment) { last().callbacks.onToken(fragment); }
-    void complete() { last().callbacks.onComplete(); }
-    void error(const QString &message) { last().callbacks.onError(message); }
+    void token(const QString &fragment) { last().handle->token(fragment); }
+    void complete() { last().handle->complete(); }
+    void error(const QString &message) { last().handle->fail(message); }
 };

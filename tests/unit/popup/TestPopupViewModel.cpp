@@ -20,6 +20,10 @@ private Q_SLOTS:
     void enableRules();
     void selectTone_data();
     void selectTone();
+    void nothingToRewrite_data();
+    void nothingToRewrite();
+    void quietStream_data();
+    void quietStream();
     void callbacksOfAGoneModelDoNothing();
     void copyPutsTheResultOnTheClipboard();
     void replaceReturnsThenReplacesTheTextAsItWas();
@@ -31,7 +35,15 @@ private Q_SLOTS:
 static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &script)
 {
     for (const QString &step : script) {
-        if (step == u"run")
+        if (step.startsWith(u"first:")) { // reported by the first request, however many followed
+            FakeRewriter::Request &first = rewriter.requests.first();
+            if (step == u"first:complete")
+                first.handle->complete();
+            else if (step.startsWith(u"first:token:"))
+                first.handle->token(step.sliced(12));
+            else
+                first.handle->fail(step.sliced(12));
+        } else if (step == u"run")
             vm.run();
         else if (step == u"complete")
             rewriter.complete();
@@ -78,12 +90,16 @@ void TestPopupViewModel::transitions_data()
     QTest::newRow("error keeps the partial text")
         << QStringList { u"token:part"_s, u"error:Server unreachable"_s } << State::Error << u"part"_s
         << u"Server unreachable"_s;
-    QTest::newRow("fragment after an error is appended")
-        << QStringList { u"error:boom"_s, u"token:late"_s } << State::Error << u"late"_s << u"boom"_s;
-    QTest::newRow("fragment after done is appended")
-        << QStringList { u"token:a"_s, u"complete"_s, u"token:b"_s } << State::Done << u"ab"_s << QString();
-    QTest::newRow("completion after an error wins")
-        << QStringList { u"error:boom"_s, u"complete"_s } << State::Done << QString() << QString();
+    // A request has one outcome: nothing it reports later reaches the popup.
+    QTest::newRow("fragment after an error is dropped")
+        << QStringList { u"error:boom"_s, u"token:late"_s } << State::Error << QString() << u"boom"_s;
+    QTest::newRow("fragment after done is dropped")
+        << QStringList { u"token:a"_s, u"complete"_s, u"token:b"_s } << State::Done << u"a"_s << QString();
+    QTest::newRow("completion after an error is dropped")
+        << QStringList { u"error:boom"_s, u"complete"_s } << State::Error << QString() << u"boom"_s;
+    QTest::newRow("the superseded request is silent") << QStringList { u"token:old"_s, u"run"_s,
+        u"first:token:stale"_s, u"first:error:stale"_s, u"token:new"_s }
+                                                      << State::Streaming << u"new"_s << QString();
     QTest::newRow("retry empties the result") << QStringList { u"token:old"_s, u"complete"_s, u"run"_s }
                                               << State::Loading << QString() << QString();
     QTest::newRow("retry after an error") << QStringList { u"error:boom"_s, u"run"_s, u"token:new"_s }
@@ -124,8 +140,9 @@ void TestPopupViewModel::enableRules_data()
     QTest::newRow("streaming") << QStringList { u"token:a"_s } << true << false << false;
     QTest::newRow("done") << QStringList { u"token:a"_s, u"complete"_s } << false << true << true;
     QTest::newRow("done, empty") << QStringList { u"complete"_s } << false << true << false;
+    // The partial text is hidden behind the message, so it is not offered either.
     QTest::newRow("error, partial text")
-        << QStringList { u"token:a"_s, u"error:x"_s } << false << true << true;
+        << QStringList { u"token:a"_s, u"error:x"_s } << false << true << false;
     QTest::newRow("error, nothing") << QStringList { u"error:x"_s } << false << true << false;
 }
 
@@ -185,6 +202,77 @@ void TestPopupViewModel::selectTone()
         QCOMPARE(vm.state(), State::Loading);
         QCOMPARE(vm.resultText(), QString());
     }
+}
+
+void TestPopupViewModel::nothingToRewrite_data()
+{
+    QTest::addColumn<QString>("original");
+    QTest::addColumn<QString>("refusal"); // what the controller says instead, if anything
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("no text selected") << QString() << QString() << PopupViewModel::noTextMessage();
+    QTest::newRow("a text refused") << u"text"_s << u"Too long"_s << u"Too long"_s;
+}
+
+// A message with what to do, never a spinner that waits for a request nobody sends.
+void TestPopupViewModel::nothingToRewrite()
+{
+    QFETCH(QString, original);
+    QFETCH(QString, refusal);
+
+    FakeRewriter rewriter;
+    PopupViewModel vm(original, rewriter, nullptr);
+    if (!refusal.isEmpty())
+        vm.showNotice(refusal);
+    vm.run();
+    vm.selectTone(u"warm"_s);
+
+    QCOMPARE(vm.state(), State::Notice);
+    QTEST(vm.message(), "message");
+    QCOMPARE(vm.errorMessage(), QString());
+    QVERIFY(!vm.isBusy());
+    QVERIFY(!vm.canRetry());
+    QVERIFY(!vm.canCopy());
+    QVERIFY(rewriter.requests.isEmpty());
+}
+
+void TestPopupViewModel::quietStream_data()
+{
+    QTest::addColumn<QStringList>("before"); // played before the stream goes quiet
+
+    QTest::newRow("quiet from the start") << QStringList {};
+    QTest::newRow("quiet after a fragment") << QStringList { u"token:half"_s };
+}
+
+// A stream that goes quiet says so and can be retried at once; a fragment ends the
+// stall, and the retry stops the quiet request.
+void TestPopupViewModel::quietStream()
+{
+    QFETCH(QStringList, before);
+
+    FakeRewriter rewriter;
+    PopupViewModel vm(u"text"_s, rewriter, nullptr, std::chrono::milliseconds(20));
+    vm.run();
+    play(rewriter, vm, before);
+    QVERIFY(!vm.canRetry());
+    QTRY_VERIFY(vm.isStalled());
+    QVERIFY(vm.isBusy());
+    QVERIFY(vm.canRetry());
+    QVERIFY(!vm.canCopy());
+
+    rewriter.token(u"more"_s);
+    QVERIFY(!vm.isStalled());
+    QVERIFY(!vm.canRetry());
+    QTRY_VERIFY(vm.canRetry());
+
+    vm.run();
+    QCOMPARE(rewriter.requests.size(), 2);
+    QCOMPARE(rewriter.requests.first().handle->outcome(), RewriteRequest::Outcome::Cancelled);
+    QVERIFY(!vm.isStalled());
+    rewriter.token(u"new"_s);
+    rewriter.complete();
+    QVERIFY(!vm.isStalled());
+    QCOMPARE(vm.resultText(), u"new"_s);
 }
 
 void TestPopupViewModel::callbacksOfAGoneModelDoNothing()

@@ -127,7 +127,9 @@ private Q_SLOTS:
     }
 
     // Retry in the popup starts a new request; the abandoned one must not keep the model busy.
-    void aNewRequestEndsTheUpstreamWorkOfTheOldOne()
+    // The popup cancels its running request before a retry; the server then ends its
+    // upstream work.
+    void aCancelledRequestEndsTheUpstreamWork()
     {
         UpstreamScript script;
         script.fragments = { u"first"_s, u"rest"_s };
@@ -138,8 +140,9 @@ private Q_SLOTS:
         const int abandonedBefore = m_upstream.abandonedReplies();
 
         Outcome first;
-        service.humanize(u"one"_s, u"natural"_s, recordInto(first));
+        const auto firstRequest = service.humanize(u"one"_s, u"natural"_s, recordInto(first));
         QTRY_COMPARE(first.tokens, QStringList { u"first"_s });
+        firstRequest->drop();
         Outcome second;
         service.humanize(u"two"_s, u"natural"_s, recordInto(second));
 

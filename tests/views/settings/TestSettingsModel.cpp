@@ -190,7 +190,8 @@ private Q_SLOTS:
         // A second press supersedes the first; the first's late outcome is not shown.
         f.model.testConnection();
         FakeRewriter::Request first = f.rewriter.requests.first();
-        first.callbacks.onError(u"cancelled one"_s);
+        QCOMPARE(first.handle->outcome(), RewriteRequest::Outcome::Cancelled);
+        first.handle->fail(u"cancelled one"_s);
         QCOMPARE(f.model.connectionState(), SettingsModel::ConnectionState::Testing);
 
         f.rewriter.token(u"Hi"_s);
