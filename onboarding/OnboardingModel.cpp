@@ -6,9 +6,11 @@
 
 using namespace Qt::StringLiterals;
 
-OnboardingModel::OnboardingModel(StorageManager &storage, QObject *parent)
+OnboardingModel::OnboardingModel(
+    StorageManager &storage, std::chrono::milliseconds completionDelay, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
+    , m_completionDelay(completionDelay)
 {
     connect(&m_storage, &StorageManager::apiKeyChanged, this, &OnboardingModel::needsApiKeyChanged);
 }
@@ -45,7 +47,7 @@ void OnboardingModel::finish()
     if (!isBlank(m_sampleText))
         m_storage.setExamples({ m_sampleText });
     setStep(Step::Done);
-    QTimer::singleShot(completionDelayMs, this, &OnboardingModel::completed);
+    QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed);
 }
 
 void OnboardingModel::setStep(Step step)

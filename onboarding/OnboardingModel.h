@@ -6,6 +6,8 @@
 #include <QString>
 #include <QtQml/qqmlregistration.h>
 
+#include <chrono>
+
 // The state of the first-run flow: which page shows, the sample being typed, and what
 // finishing stores. The flow only goes forward; completed() tells the controller, a
 // moment after the last page has appeared, that the window may close.
@@ -26,10 +28,11 @@ public:
     enum class Step { Welcome = 0, AddSample = 1, Done = 2 };
     Q_ENUM(Step)
 
-    // How long the closing page shows before completed().
-    static constexpr int completionDelayMs = 1600;
+    // How long the closing page shows before completed(), unless the caller says otherwise.
+    static constexpr std::chrono::milliseconds defaultCompletionDelay { 1600 };
 
-    explicit OnboardingModel(StorageManager &storage, QObject *parent = nullptr);
+    explicit OnboardingModel(StorageManager &storage,
+        std::chrono::milliseconds completionDelay = defaultCompletionDelay, QObject *parent = nullptr);
 
     Step currentStep() const { return m_step; }
     QString sampleText() const { return m_sampleText; }
@@ -58,6 +61,7 @@ private:
     void setStep(Step step);
 
     StorageManager &m_storage;
+    std::chrono::milliseconds m_completionDelay;
     Step m_step = Step::Welcome;
     QString m_sampleText;
 };

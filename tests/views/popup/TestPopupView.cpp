@@ -1,3 +1,4 @@
+// Faults: a button usable in the wrong state, a lost or stale result, dead keys or chips, a wrong layer.
 #include "FakePopupHost.h"
 #include "FakeRewriter.h"
 #include "ItemSearch.h"
@@ -28,14 +29,11 @@ class TestPopupView : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void windowIsAFixedFloatingToolWindow();
     void buttons_data();
     void buttons();
-    void emptyTextMakesNoRequest();
     void chipsSendTheirToneInLowerCase();
     void copyConfirmsForAWhile();
     void longOriginalIsCutToFourLines();
-    void errorHidesThePartialResult();
     void streamedTextReachesTheScreen();
     void keyboard();
     void ctrlCCopiesTheSelectedPartOfTheResult();
@@ -90,51 +88,55 @@ void TestPopupView::click(QQuickItem *target)
     QTest::mouseClick(m_popup->window(), Qt::LeftButton, {}, centre.toPoint());
 }
 
-void TestPopupView::windowIsAFixedFloatingToolWindow()
-{
-    open(sample);
-    QQuickWindow *window = m_popup->window();
-    QCOMPARE(window->size(), QSize(360, 500));
-    QVERIFY(window->flags().testFlag(Qt::Tool));
-    QVERIFY(window->flags().testFlag(Qt::FramelessWindowHint));
-    QVERIFY(window->flags().testFlag(Qt::WindowStaysOnTopHint));
-    QCOMPARE(window->minimumSize(), window->maximumSize());
-    // Shown means started: exactly one request, for the captured text.
-    QCOMPARE(m_rewriter.requests.size(), 1);
-    QCOMPARE(m_rewriter.last().text, sample);
-    QCOMPARE(m_rewriter.last().tone, u"natural"_s);
-}
-
 void TestPopupView::buttons_data()
 {
+    QTest::addColumn<QString>("original");
     QTest::addColumn<QStringList>("script");
     QTest::addColumn<bool>("retry");
     QTest::addColumn<bool>("copy");
     QTest::addColumn<bool>("replace");
+    QTest::addColumn<QString>("shown"); // the layer or text in view
 
-    QTest::newRow("loading") << QStringList {} << false << false << false;
-    QTest::newRow("streaming") << QStringList { u"token"_s } << false << false << false;
-    QTest::newRow("done") << QStringList { u"token"_s, u"complete"_s } << true << true << true;
-    QTest::newRow("done, empty") << QStringList { u"complete"_s } << true << false << false;
-    QTest::newRow("error after text") << QStringList { u"token"_s, u"error"_s } << true << true << true;
+    QTest::newRow("loading") << sample << QStringList {} << false << false << false << u"loadingLayer"_s;
+    QTest::newRow("streaming") << sample << QStringList { u"token"_s } << false << false << false
+                               << u"resultText"_s;
+    QTest::newRow("done") << sample << QStringList { u"token"_s, u"complete"_s } << true << true << true
+                          << u"resultText"_s;
+    QTest::newRow("done, empty") << sample << QStringList { u"complete"_s } << true << false << false
+                                 << u"resultText"_s;
+    // The error replaces the partial result, which stays available to copy and replace.
+    QTest::newRow("error after text")
+        << sample << QStringList { u"token"_s, u"error"_s } << true << true << true << u"errorLayer"_s;
+    QTest::newRow("no text selected")
+        << QString() << QStringList {} << false << false << false << u"loadingLayer"_s;
 }
 
 void TestPopupView::buttons()
 {
+    QFETCH(QString, original);
     QFETCH(QStringList, script);
     QFETCH(bool, retry);
     QFETCH(bool, copy);
     QFETCH(bool, replace);
+    QFETCH(QString, shown);
 
-    open(sample);
+    open(original);
     for (const QString &step : script) {
         if (step == u"token")
             m_rewriter.token(u"Please send the report by Friday."_s);
         else if (step == u"complete")
             m_rewriter.complete();
         else
-            m_rewriter.error(u"The service is not reachable."_s);
+            m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
     }
+    QVERIFY(item(qPrintable(shown))->isVisible());
+    if (shown == u"errorLayer"_s) {
+        QVERIFY(!item("resultText")->isVisible());
+        QCOMPARE(item("errorMessage")->property("text").toString(),
+            u"The service answered with HTTP 502 Bad Gateway."_s);
+    }
+    if (original.isEmpty())
+        QCOMPARE(item("originalText")->property("text").toString(), u"No text selected"_s);
 
     const struct
     {
@@ -152,19 +154,6 @@ void TestPopupView::buttons()
     const qsizetype before = m_rewriter.requests.size();
     click(item("retryButton"));
     QCOMPARE(m_rewriter.requests.size(), before + (retry ? 1 : 0));
-}
-
-void TestPopupView::emptyTextMakesNoRequest()
-{
-    open(QString());
-    QCOMPARE(item("originalText")->property("text").toString(), u"No text selected"_s);
-    QVERIFY(item("loadingLayer")->isVisible());
-    for (const char *name : { "retryButton", "copyButton", "replaceButton" })
-        QVERIFY(!item(name)->isEnabled());
-
-    click(item("tone-casual")); // changes the highlight only
-    QVERIFY(item("tone-casual")->property("selected").toBool());
-    QVERIFY(m_rewriter.requests.isEmpty());
 }
 
 void TestPopupView::chipsSendTheirToneInLowerCase()
@@ -221,17 +210,6 @@ void TestPopupView::longOriginalIsCutToFourLines()
     m_rewriter.token(longText);
     m_rewriter.complete();
     QTRY_VERIFY(item("resultText")->height() > 12 * 13);
-}
-
-void TestPopupView::errorHidesThePartialResult()
-{
-    open(sample);
-    m_rewriter.token(u"Partial"_s);
-    m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
-    QVERIFY(item("errorLayer")->isVisible());
-    QVERIFY(!item("resultText")->isVisible());
-    QCOMPARE(item("errorMessage")->property("text").toString(),
-        u"The service answered with HTTP 502 Bad Gateway."_s);
 }
 
 void TestPopupView::streamedTextReachesTheScreen()
