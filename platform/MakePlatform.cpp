@@ -22,7 +22,10 @@ Q_LOGGING_CATEGORY(lcPlatform, "tessary.platform")
 class NoWorkspace : public Workspace
 {
 public:
-    std::optional<RunningApplication> frontmostApplication() override { return std::nullopt; }
+    void frontmostApplication(std::function<void(std::optional<RunningApplication>)> done) override
+    {
+        done(std::nullopt);
+    }
     void activate(const RunningApplication &, std::function<void(bool)> done) override
     {
         if (done)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -21,8 +22,10 @@ constexpr int C = 8;
 constexpr int V = 9;
 constexpr quint64 Shift = 0x20000;
 constexpr quint64 Control = 0x40000;
-constexpr quint64 Option = 0x80000; // Alt
-constexpr quint64 Command = 0x100000; // Super; synthesized as Ctrl on Linux
+constexpr quint64 Alt = 0x80000;
+constexpr quint64 Super = 0x100000; // copy and paste are synthesized as Ctrl on Linux
+constexpr quint64 Option = Alt;
+constexpr quint64 Command = Super;
 } // namespace Keys
 
 // Error codes of accessibility calls; 0 is success, as the log lines print them.
@@ -39,6 +42,7 @@ struct RunningApplication
     qint64 pid = 0;
     QString name; // empty when it has none; callers print "Unknown"
     quint32 window = 0; // the top-level window that was active
+    QStringList windowClass; // the window's instance and class names (WM_CLASS)
 };
 
 // An accessible object of another application: its bus name and object path. An empty
@@ -55,11 +59,17 @@ struct FocusResult
     std::optional<Element> element;
 };
 
+// The calls below that take a callback ask another process (the X server, an application
+// over the accessibility bus). They never block the window thread: the callback runs
+// later on it, or at once, exactly once. Callers keep their own deadline as well, since
+// an application may take its time.
+
 class Workspace
 {
 public:
     virtual ~Workspace() = default;
-    virtual std::optional<RunningApplication> frontmostApplication() = 0;
+    // The window that receives keyboard input now, and its application.
+    virtual void frontmostApplication(std::function<void(std::optional<RunningApplication>)> done) = 0;
     // Asks the window manager to make the application's window active and reports,
     // within a short bound, whether it really became active.
     virtual void activate(const RunningApplication &app, std::function<void(bool active)> done) = 0;
@@ -74,9 +84,14 @@ public:
     // Whether other applications' text can be read and written at all; with prompt,
     // tells the user how to enable it when it cannot.
     virtual bool isTrusted(bool prompt) = 0;
-    virtual FocusResult focusedElement(const RunningApplication &app) = 0;
-    virtual std::optional<QString> selectedText(const Element &element) = 0;
-    virtual int setSelectedText(const Element &element, const QString &text) = 0;
+    // The element with the keyboard focus inside app's window in front.
+    virtual void focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done) = 0;
+    // nullopt when the element has no text to read; empty when nothing is selected.
+    virtual void selectedText(const Element &element, std::function<void(std::optional<QString>)> done) = 0;
+    // Writes text over the element's selection; answers an AxError code.
+    virtual void setSelectedText(
+        const Element &element, const QString &text, std::function<void(int error)> done)
+        = 0;
 };
 
 class KeySynth
@@ -118,6 +133,15 @@ public:
     virtual void restore(const Snapshot &snapshot) = 0;
 };
 
+// The PRIMARY selection: what the user last selected anywhere, without copying it.
+class PrimarySelection
+{
+public:
+    virtual ~PrimarySelection() = default;
+    // The selection's text while app's window holds it; nullopt when another one does.
+    virtual void text(const RunningApplication &app, std::function<void(std::optional<QString>)> done) = 0;
+};
+
 struct Platform
 {
     std::unique_ptr<Workspace> workspace;
@@ -125,4 +149,5 @@ struct Platform
     std::unique_ptr<KeyboardGrab> keyboardGrab;
     std::unique_ptr<KeySynth> keySynth;
     std::unique_ptr<Pasteboard> pasteboard;
+    std::unique_ptr<PrimarySelection> primarySelection;
 };

@@ -1,25 +1,28 @@
 #include "AccessibilityHelper.h"
 
 #include "Log.h"
+#include "Terminals.h"
 
+#include <QLoggingCategory>
 #include <QMimeData>
 #include <QPointer>
 #include <QTextBoundaryFinder>
 #include <QTimer>
 
+#include <limits>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 
+Q_LOGGING_CATEGORY(lcTextAccess, "tessary.textaccess", QtInfoMsg)
+
 namespace {
 
 const QString tag = u"AccessibilityHelper"_s;
-
-constexpr int clipboardPolls = 20;
-constexpr int pollPauseMs = 50;
-constexpr int pasteDelayMs = 100;
-constexpr int restoreDelayMs = 500;
 constexpr int logPrefixCharacters = 50;
+// What a write that was not answered in time reports: it may still happen later, so
+// nothing else may be written over the selection.
+constexpr int noAnswer = std::numeric_limits<int>::min();
 
 void logStep(const QString &message)
 {
@@ -41,9 +44,9 @@ QString firstCharacters(const QString &text, int count)
     return text.left(end);
 }
 
-QString nameOrUnknown(const RunningApplication &app)
+QString nameOrUnknown(const std::optional<RunningApplication> &app)
 {
-    return app.name.isEmpty() ? u"Unknown"_s : app.name;
+    return app && !app->name.isEmpty() ? app->name : u"Unknown"_s;
 }
 
 bool sameWindow(const RunningApplication &a, const RunningApplication &b)
@@ -51,25 +54,54 @@ bool sameWindow(const RunningApplication &a, const RunningApplication &b)
     return a.window == b.window && a.pid == b.pid;
 }
 
+bool sameElement(const Element &a, const Element &b)
+{
+    return a.service == b.service && a.path == b.path;
+}
+
 } // namespace
 
 AccessibilityHelper::AccessibilityHelper(Workspace &workspace, Accessibility &accessibility,
-    KeySynth &keySynth, Pasteboard &pasteboard, QObject *parent)
+    KeySynth &keySynth, Pasteboard &pasteboard, PrimarySelection *primarySelection, TextAccessTimings timings,
+    QObject *parent)
     : QObject(parent)
     , m_workspace(workspace)
     , m_accessibility(accessibility)
     , m_keySynth(keySynth)
     , m_pasteboard(pasteboard)
+    , m_primarySelection(primarySelection)
+    , m_timings(timings)
 {
 }
 
 AccessibilityHelper::AccessibilityHelper(Platform &platform, QObject *parent)
-    : AccessibilityHelper(
-        *platform.workspace, *platform.accessibility, *platform.keySynth, *platform.pasteboard, parent)
+    : AccessibilityHelper(*platform.workspace, *platform.accessibility, *platform.keySynth,
+        *platform.pasteboard, platform.primarySelection.get(), {}, parent)
 {
 }
 
 AccessibilityHelper::~AccessibilityHelper() = default;
+
+template<typename T>
+std::function<void(T)> AccessibilityHelper::deadline(
+    std::chrono::milliseconds wait, T fallback, std::function<void(T)> answer)
+{
+    auto pending = std::make_shared<std::function<void(T)>>(std::move(answer));
+    QTimer::singleShot(wait, this, [pending, fallback] {
+        if (auto late = std::exchange(*pending, nullptr)) {
+            qCDebug(lcTextAccess) << "no answer in time, going on without it";
+            late(fallback);
+        }
+    });
+    return [self = QPointer<AccessibilityHelper>(this), pending](T value) {
+        if (!self)
+            return;
+        if (auto answer = std::exchange(*pending, nullptr))
+            answer(std::move(value));
+    };
+}
+
+// Capture
 
 void AccessibilityHelper::captureSelectedText(CaptureCallback done)
 {
@@ -77,39 +109,71 @@ void AccessibilityHelper::captureSelectedText(CaptureCallback done)
     if (m_captureWaiting.size() > 1)
         return; // joins the capture already under way
 
-    if (const auto text = selectedTextViaAX()) {
-        finishCapture(text);
+    m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(
+        m_timings.answerDeadline, std::nullopt, [this](std::optional<RunningApplication> app) {
+            if (!app)
+                selectedTextViaClipboard(std::nullopt);
+            else if (isTerminal(*app))
+                selectedTextViaPrimary(*app);
+            else
+                selectedTextViaAX(*app);
+        }));
+}
+
+void AccessibilityHelper::selectedTextViaAX(const RunningApplication &app)
+{
+    const FocusResult noFocus { AxError::CannotComplete, std::nullopt };
+    m_accessibility.focusedElement(
+        app, deadline<FocusResult>(m_timings.answerDeadline, noFocus, [this, app](FocusResult focus) {
+            if (focus.error != AxError::Success || !focus.element) {
+                selectedTextViaClipboard(app);
+                return;
+            }
+            const Element element = *focus.element;
+            m_accessibility.selectedText(element,
+                deadline<std::optional<QString>>(m_timings.answerDeadline, std::nullopt,
+                    [this, app, element](std::optional<QString> text) {
+                        if (!text || text->isEmpty()) {
+                            selectedTextViaClipboard(app);
+                            return;
+                        }
+                        finishCapture(
+                            { text, { CaptureTarget::Method::Accessibility, app, element, *text } });
+                    }));
+        }));
+}
+
+void AccessibilityHelper::selectedTextViaPrimary(const RunningApplication &app)
+{
+    if (!m_primarySelection) {
+        finishCapture({ std::nullopt, { CaptureTarget::Method::None, app, std::nullopt, {} } });
         return;
     }
-    selectedTextViaClipboard();
+    m_primarySelection->text(app,
+        deadline<std::optional<QString>>(
+            m_timings.answerDeadline, std::nullopt, [this, app](std::optional<QString> text) {
+                if (!text || text->isEmpty()) {
+                    finishCapture({ std::nullopt, { CaptureTarget::Method::None, app, std::nullopt, {} } });
+                    return;
+                }
+                finishCapture({ text, { CaptureTarget::Method::Primary, app, std::nullopt, *text } });
+            }));
 }
 
-std::optional<QString> AccessibilityHelper::selectedTextViaAX()
+void AccessibilityHelper::selectedTextViaClipboard(const std::optional<RunningApplication> &app)
 {
-    const auto app = m_workspace.frontmostApplication();
-    if (!app)
-        return std::nullopt;
-    const FocusResult focus = m_accessibility.focusedElement(*app);
-    if (focus.error != AxError::Success || !focus.element)
-        return std::nullopt;
-    auto text = m_accessibility.selectedText(*focus.element);
-    if (!text || text->isEmpty())
-        return std::nullopt;
-    return text;
-}
-
-void AccessibilityHelper::selectedTextViaClipboard()
-{
+    m_captureTarget = { CaptureTarget::Method::Clipboard, app, std::nullopt, {} };
     m_captureSaved = m_pasteboard.snapshot();
     m_captureChangeCount = m_pasteboard.changeCount();
     // The clipboard is not emptied first: on X11 that stamps it with a time later than
     // the user's selection, and programs that claim the clipboard with the selection's
-    // own time (xterm) are then refused. The copy shows itself by raising the change
-    // count, even when it holds the same text as before.
+    // own time are then refused. The copy shows itself by raising the change count, even
+    // when it holds the same text as before.
     QPointer<AccessibilityHelper> self(this);
     m_keySynth.post(Keys::C, Keys::Command, [self] {
         if (self)
-            QTimer::singleShot(pollPauseMs, self, [self] { self->pollClipboard(clipboardPolls); });
+            QTimer::singleShot(self->m_timings.pollPause, self,
+                [self] { self->pollClipboard(self->m_timings.clipboardPolls); });
     });
 }
 
@@ -118,60 +182,169 @@ void AccessibilityHelper::pollClipboard(int pollsLeft)
     if (m_pasteboard.changeCount() != m_captureChangeCount) {
         const auto text = m_pasteboard.string();
         if (text && !text->isEmpty()) {
-            finishCapture(text);
+            CaptureTarget target = std::exchange(m_captureTarget, {});
+            target.selected = *text;
+            finishCapture({ text, target });
             return;
         }
     }
     if (pollsLeft > 1) {
-        QTimer::singleShot(pollPauseMs, this, [this, pollsLeft] { pollClipboard(pollsLeft - 1); });
+        QTimer::singleShot(m_timings.pollPause, this, [this, pollsLeft] { pollClipboard(pollsLeft - 1); });
         return;
     }
-    finishCapture(std::nullopt);
+    CaptureTarget target = std::exchange(m_captureTarget, {});
+    target.method = CaptureTarget::Method::None;
+    finishCapture({ std::nullopt, target });
 }
 
-void AccessibilityHelper::finishCapture(const std::optional<QString> &text)
+void AccessibilityHelper::finishCapture(const Capture &capture)
 {
     if (m_captureSaved)
         m_pasteboard.restore(std::exchange(m_captureSaved, nullptr));
     const auto waiting = std::exchange(m_captureWaiting, {});
     for (const auto &done : waiting) {
         if (done)
-            done(text);
+            done(capture);
     }
 }
 
-bool AccessibilityHelper::replaceSelectedText(
-    const QString &text, const std::optional<RunningApplication> &target)
+void AccessibilityHelper::captureHandedText(const QString &text, CaptureCallback done)
+{
+    const auto answer = [done = std::move(done), text](const std::optional<RunningApplication> &app,
+                            const std::optional<Element> &element) {
+        if (done)
+            done({ text, { CaptureTarget::Method::Handed, app, element, text } });
+    };
+    m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(
+        m_timings.answerDeadline, std::nullopt, [this, answer](std::optional<RunningApplication> app) {
+            if (!app || isTerminal(*app)) {
+                answer(app, std::nullopt);
+                return;
+            }
+            const FocusResult noFocus { AxError::CannotComplete, std::nullopt };
+            m_accessibility.focusedElement(*app,
+                deadline<FocusResult>(m_timings.answerDeadline, noFocus,
+                    [answer, app](FocusResult focus) { answer(app, focus.element); }));
+        }));
+}
+
+// Replacement
+
+void AccessibilityHelper::replaceSelectedText(
+    const QString &text, const CaptureTarget &target, ReplaceCallback done)
 {
     logStep(u"replaceSelectedText called with: "_s + firstCharacters(text, logPrefixCharacters) + u"..."_s);
+    if (target.method == CaptureTarget::Method::Primary) {
+        Log::write(
+            u"❌"_s, tag, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is a terminal"_s);
+        done(false);
+        return;
+    }
+    m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(m_timings.answerDeadline,
+        std::nullopt, [this, text, target, done = std::move(done)](std::optional<RunningApplication> front) {
+            replaceInFront(text, target, front, done);
+        }));
+}
 
-    const auto app = m_workspace.frontmostApplication();
-    if (!app) {
+void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarget &target,
+    const std::optional<RunningApplication> &front, ReplaceCallback done)
+{
+    if (!front) {
         Log::write(u"❌"_s, tag, u"No frontmost application"_s);
-        return false;
+        done(false);
+        return;
     }
-    logStep(u"Frontmost app: "_s + nameOrUnknown(*app));
-    if (target && !sameWindow(*app, *target)) {
-        leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(*target) + u" is not in front"_s);
-        return false;
+    logStep(u"Frontmost app: "_s + nameOrUnknown(front));
+    if (target.application && !sameWindow(*front, *target.application)) {
+        leaveOnClipboard(
+            text, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is not in front"_s);
+        done(false);
+        return;
     }
-
-    const FocusResult focus = m_accessibility.focusedElement(*app);
-    logStep(u"Focus result: "_s + QString::number(focus.error));
-    if (focus.error != AxError::Success || !focus.element) {
-        Log::write(u"❌"_s, tag, u"Failed to get focused element"_s);
-        return false;
-    }
-
-    logStep(u"Got focused element, attempting AX replace..."_s);
-    const int setResult = m_accessibility.setSelectedText(*focus.element, text);
-    logStep(u"AX replace result: "_s + QString::number(setResult));
-    if (setResult == AxError::Success) {
-        Log::write(u"✅"_s, tag, u"AX replace successful"_s);
-        return true;
+    if (isTerminal(*front)) {
+        leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(front) + u" is a terminal"_s);
+        done(false);
+        return;
     }
 
-    logStep(u"AX failed, using clipboard fallback..."_s);
+    const FocusResult noFocus { AxError::CannotComplete, std::nullopt };
+    m_accessibility.focusedElement(*front,
+        deadline<FocusResult>(m_timings.answerDeadline, noFocus,
+            [this, text, target, front = *front, done = std::move(done)](FocusResult focus) {
+                logStep(u"Focus result: "_s + QString::number(focus.error));
+                if (focus.error != AxError::Success || !focus.element) {
+                    Log::write(u"❌"_s, tag, u"Failed to get focused element"_s);
+                    done(false);
+                    return;
+                }
+                replaceInElement(text, target, front, focus, done);
+            }));
+}
+
+void AccessibilityHelper::replaceInElement(const QString &text, const CaptureTarget &target,
+    const RunningApplication &front, const FocusResult &focus, ReplaceCallback done)
+{
+    const bool checkSelection = target.method == CaptureTarget::Method::Accessibility
+        || target.method == CaptureTarget::Method::Handed;
+    if (!checkSelection) {
+        logStep(u"Got focused element, attempting AX replace..."_s);
+        writeElement(text, *focus.element, front, true, std::move(done));
+        return;
+    }
+
+    // Written only over the text that was captured (or handed to us): a selection the
+    // user has moved since holds other words.
+    const Element element = target.element.value_or(*focus.element);
+    const bool pasteAllowed = sameElement(element, *focus.element);
+    m_accessibility.selectedText(element,
+        deadline<std::optional<QString>>(m_timings.answerDeadline, std::nullopt,
+            [this, text, target, front, element, pasteAllowed, done = std::move(done)](
+                std::optional<QString> selected) {
+                if (selected != target.selected) {
+                    const QString message = u"Not replacing: the selection in "_s + nameOrUnknown(front)
+                        + u" is not the text it was"_s;
+                    if (target.method == CaptureTarget::Method::Handed)
+                        Log::write(u"❌"_s, tag, message);
+                    else
+                        leaveOnClipboard(text, message);
+                    done(false);
+                    return;
+                }
+                logStep(u"Got focused element, attempting AX replace..."_s);
+                writeElement(text, element, front, pasteAllowed, done);
+            }));
+}
+
+void AccessibilityHelper::writeElement(const QString &text, const Element &element,
+    const RunningApplication &front, bool pasteAllowed, ReplaceCallback done)
+{
+    m_accessibility.setSelectedText(element, text,
+        deadline<int>(m_timings.writeDeadline, noAnswer,
+            [this, text, front, pasteAllowed, done = std::move(done)](int error) {
+                const bool answered = error != noAnswer;
+                if (!answered)
+                    error = AxError::CannotComplete;
+                logStep(u"AX replace result: "_s + QString::number(error));
+                if (error == AxError::Success) {
+                    Log::write(u"✅"_s, tag, u"AX replace successful"_s);
+                    done(true);
+                    return;
+                }
+                if (!answered || !pasteAllowed) {
+                    leaveOnClipboard(text,
+                        u"Not pasting: "_s + nameOrUnknown(front)
+                            + (answered ? u" has moved its focus"_s : u" did not answer in time"_s));
+                    done(false);
+                    return;
+                }
+                logStep(u"AX failed, using clipboard fallback..."_s);
+                pasteFallback(text, front);
+                done(true);
+            }));
+}
+
+void AccessibilityHelper::pasteFallback(const QString &text, const RunningApplication &front)
+{
     // While an earlier fallback still waits to restore, the clipboard holds its rewrite,
     // not the user's contents: keep what that one saved.
     if (!m_restorePending)
@@ -181,31 +354,34 @@ bool AccessibilityHelper::replaceSelectedText(
     m_pasteboard.setString(text);
     logStep(u"Text set to clipboard"_s);
     QTimer::singleShot(
-        pasteDelayMs, this, [this, generation, app = *app, text] { paste(generation, app, text); });
-    return true;
+        m_timings.pasteDelay, this, [this, generation, front, text] { paste(generation, front, text); });
 }
 
 void AccessibilityHelper::paste(int generation, const RunningApplication &target, const QString &text)
 {
     // Ctrl+V goes to whichever window is in front now. If the user has moved on, the
     // rewrite must not land there; it stays on the clipboard for them instead.
-    const auto front = m_workspace.frontmostApplication();
-    if (!front || !sameWindow(*front, target)) {
-        const QString message = u"Not pasting: "_s + nameOrUnknown(target) + u" is no longer in front"_s;
-        if (generation == m_replaceGeneration)
-            leaveOnClipboard(text, message);
-        else // a later replacement has the clipboard now
-            Log::write(u"❌"_s, tag, message);
-        return;
-    }
-    logStep(u"Sending ⌘V"_s);
-    QPointer<AccessibilityHelper> self(this);
-    m_keySynth.post(Keys::V, Keys::Command, [self, generation] {
-        if (!self)
-            return;
-        logStep(u"⌘V sent"_s);
-        QTimer::singleShot(restoreDelayMs, self, [self, generation] { self->restoreAfterPaste(generation); });
-    });
+    m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(m_timings.answerDeadline,
+        std::nullopt, [this, generation, target, text](std::optional<RunningApplication> front) {
+            if (!front || !sameWindow(*front, target)) {
+                const QString message
+                    = u"Not pasting: "_s + nameOrUnknown(target) + u" is no longer in front"_s;
+                if (generation == m_replaceGeneration)
+                    leaveOnClipboard(text, message);
+                else // a later replacement has the clipboard now
+                    Log::write(u"❌"_s, tag, message);
+                return;
+            }
+            logStep(u"Sending ⌘V"_s);
+            QPointer<AccessibilityHelper> self(this);
+            m_keySynth.post(Keys::V, Keys::Command, [self, generation] {
+                if (!self)
+                    return;
+                logStep(u"⌘V sent"_s);
+                QTimer::singleShot(self->m_timings.restoreDelay, self,
+                    [self, generation] { self->restoreAfterPaste(generation); });
+            });
+        }));
 }
 
 void AccessibilityHelper::restoreAfterPaste(int generation)

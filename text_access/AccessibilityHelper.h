@@ -1,59 +1,100 @@
 #pragma once
 
+#include "Capture.h"
 #include "Platform.h"
 
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 
+// How long capture and replacement wait for things. Production uses the defaults; tests
+// shorten them.
+struct TextAccessTimings
+{
+    int clipboardPolls = 20;
+    std::chrono::milliseconds pollPause { 50 };
+    std::chrono::milliseconds pasteDelay { 100 };
+    std::chrono::milliseconds restoreDelay { 500 };
+    // One question to the window system or to an application over the accessibility bus.
+    // An application that answers later counts as one that has no answer.
+    std::chrono::milliseconds answerDeadline { 500 };
+    // Writing over a selection takes an application several calls.
+    std::chrono::milliseconds writeDeadline { 2000 };
+};
+
 // Reads the selection of the window in front and writes over it: through the
-// accessibility bus where the application supports it, otherwise through the
-// clipboard and a synthesized copy or paste, putting the user's clipboard back after.
+// accessibility bus where the application offers the text, from the PRIMARY selection in
+// terminals, otherwise through the clipboard and a synthesized copy or paste, putting
+// the user's clipboard back after.
 //
-// Everything runs on the main thread and nothing blocks it: capture answers through a
-// callback, replacement returns at once and finishes its paste and restore on timers.
+// Everything runs on the window thread and nothing blocks it: every question to another
+// process is answered through a callback, with a deadline after which the sequence goes
+// on as if the answer were empty.
 class AccessibilityHelper : public QObject
 {
     Q_OBJECT
 public:
-    using CaptureCallback = std::function<void(const std::optional<QString> &text)>;
+    using CaptureCallback = std::function<void(const Capture &capture)>;
+    using ReplaceCallback = std::function<void(bool replaced)>;
 
     AccessibilityHelper(Workspace &workspace, Accessibility &accessibility, KeySynth &keySynth,
-        Pasteboard &pasteboard, QObject *parent = nullptr);
+        Pasteboard &pasteboard, PrimarySelection *primarySelection, TextAccessTimings timings = {},
+        QObject *parent = nullptr);
     explicit AccessibilityHelper(Platform &platform, QObject *parent = nullptr);
     ~AccessibilityHelper() override;
 
-    // The selected text of the frontmost application, never empty when present.
-    // done is called once, later or at once; a call while a capture is still running
-    // shares that capture's answer instead of copying a second time.
+    // The selection of the window in front (the text never empty when present) and where
+    // it came from. done is called once, later or at once; a call while a capture is
+    // still running shares that capture's answer instead of copying a second time.
     void captureSelectedText(CaptureCallback done);
 
-    // true when the text was set through the accessibility bus or the clipboard
-    // fallback was started; false when there is no frontmost application, no focused
-    // element, or target (when given) is not the window in front. The text is written
-    // only into the window in front at the call: when another one is in front by the
-    // time of the paste, or at the call instead of target, nothing is typed and the
-    // text is left on the clipboard.
-    bool replaceSelectedText(
-        const QString &text, const std::optional<RunningApplication> &target = std::nullopt);
+    // Records where a text handed to us (over D-Bus) may be written back: the window in
+    // front and its focused element, while that same text is selected there.
+    void captureHandedText(const QString &text, CaptureCallback done);
+
+    // Writes text over the selection the target was captured from. replaced is true when
+    // the text was set through the accessibility bus or the paste fallback was started;
+    // false when target's window is not in front, its element cannot be had, the
+    // selection there has changed, or the target is a terminal (the caller copies then).
+    // Nothing is ever written into another window: when another one is in front by the
+    // time of the paste, nothing is typed and the text is left on the clipboard.
+    void replaceSelectedText(const QString &text, const CaptureTarget &target, ReplaceCallback done);
 
 private:
-    std::optional<QString> selectedTextViaAX();
-    void selectedTextViaClipboard();
+    void selectedTextViaAX(const RunningApplication &app);
+    void selectedTextViaPrimary(const RunningApplication &app);
+    void selectedTextViaClipboard(const std::optional<RunningApplication> &app);
     void pollClipboard(int pollsLeft);
-    void finishCapture(const std::optional<QString> &text);
+    void finishCapture(const Capture &capture);
+
+    void replaceInFront(const QString &text, const CaptureTarget &target,
+        const std::optional<RunningApplication> &front, ReplaceCallback done);
+    void replaceInElement(const QString &text, const CaptureTarget &target, const RunningApplication &front,
+        const FocusResult &focus, ReplaceCallback done);
+    void writeElement(const QString &text, const Element &element, const RunningApplication &front,
+        bool pasteAllowed, ReplaceCallback done);
+    void pasteFallback(const QString &text, const RunningApplication &front);
     void paste(int generation, const RunningApplication &target, const QString &text);
     void leaveOnClipboard(const QString &text, const QString &message);
     void restoreAfterPaste(int generation);
+
+    // Runs answer with the reply, or with fallback once the deadline passes; only once.
+    template<typename T>
+    std::function<void(T)> deadline(
+        std::chrono::milliseconds wait, T fallback, std::function<void(T)> answer);
 
     Workspace &m_workspace;
     Accessibility &m_accessibility;
     KeySynth &m_keySynth;
     Pasteboard &m_pasteboard;
+    PrimarySelection *m_primarySelection;
+    const TextAccessTimings m_timings;
 
     QList<CaptureCallback> m_captureWaiting;
+    CaptureTarget m_captureTarget;
     Pasteboard::Snapshot m_captureSaved;
     int m_captureChangeCount = 0;
 

@@ -20,6 +20,8 @@ struct CaptureTarget
     Method method = Method::None;
     std::optional<RunningApplication> application; // the window the text came from
     std::optional<Element> element; // the focused element, when read over the bus
+    // The text selected there at capture: written over only while it is still selected.
+    QString selected;
 };
 
 struct Capture

@@ -29,8 +29,8 @@ double medianCaptureMs(AccessibilityHelper &helper, bool &allFound)
         std::optional<QString> text;
         QElapsedTimer clock;
         clock.start();
-        helper.captureSelectedText([&](const std::optional<QString> &result) {
-            text = result;
+        helper.captureSelectedText([&](const Capture &capture) {
+            text = capture.text;
             answered = true;
         });
         while (!answered)
@@ -72,7 +72,7 @@ int main(int argc, char **argv)
     X11KeySynth keys(x11);
     AtspiAccessibility accessibility;
     ClipboardPasteboard pasteboard(QGuiApplication::clipboard());
-    AccessibilityHelper helper(workspace, accessibility, keys, pasteboard);
+    AccessibilityHelper helper(workspace, accessibility, keys, pasteboard, nullptr);
 
     bool allFound = true;
     const double viaAccessibility = benchmark(true, helper, allFound);

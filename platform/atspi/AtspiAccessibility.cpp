@@ -351,3 +351,20 @@ int AtspiAccessibility::setSelectedText(const Element &element, const QString &r
     m_capturedSelections.remove(elementKey(element));
     return AxError::Success;
 }
+
+void AtspiAccessibility::focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done)
+{
+    done(focusedElement(app));
+}
+
+void AtspiAccessibility::selectedText(
+    const Element &element, std::function<void(std::optional<QString>)> done)
+{
+    done(selectedText(element));
+}
+
+void AtspiAccessibility::setSelectedText(
+    const Element &element, const QString &text, std::function<void(int)> done)
+{
+    done(setSelectedText(element, text));
+}

@@ -21,9 +21,9 @@ public:
     ~AtspiAccessibility() override;
 
     bool isTrusted(bool prompt) override;
-    FocusResult focusedElement(const RunningApplication &app) override;
-    std::optional<QString> selectedText(const Element &element) override;
-    int setSelectedText(const Element &element, const QString &text) override;
+    void focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done) override;
+    void selectedText(const Element &element, std::function<void(std::optional<QString>)> done) override;
+    void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
 
 private Q_SLOTS:
     void onStateChanged(const QDBusMessage &message);
@@ -41,6 +41,9 @@ private:
     std::optional<quint32> pidOf(const QString &busName);
     std::optional<quint64> states(const Element &element);
     bool isFocused(const Element &element);
+    FocusResult focusedElement(const RunningApplication &app);
+    std::optional<QString> selectedText(const Element &element);
+    int setSelectedText(const Element &element, const QString &text);
     std::optional<Element> focusedOnBus(const RunningApplication &app);
     std::optional<Element> findFocused(const Element &root, int &budget);
     std::optional<Selection> selection(const Element &element);

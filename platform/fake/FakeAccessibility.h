@@ -6,6 +6,8 @@
 #include <QStringList>
 
 // Scripted trust, focused element and selection; records what was asked and written.
+// Answers at once, after answerDelayMs on a timer, or (silent) never, like an
+// application that hangs.
 class FakeAccessibility : public Accessibility
 {
 public:
@@ -13,13 +15,19 @@ public:
     FocusResult focus { AxError::Success, Element { QStringLiteral("app"), QStringLiteral("/focused") } };
     std::optional<QString> selection;
     int setError = AxError::Success;
+    bool silent = false;
+    bool writesHang = false; // reads are answered, writes never
+    int answerDelayMs = -1; // < 0: at once
 
     QList<bool> trustQueries; // the prompt argument of every isTrusted call
     int focusQueries = 0;
     QStringList written;
 
     bool isTrusted(bool prompt) override;
-    FocusResult focusedElement(const RunningApplication &) override;
-    std::optional<QString> selectedText(const Element &) override { return selection; }
-    int setSelectedText(const Element &element, const QString &text) override;
+    void focusedElement(const RunningApplication &, std::function<void(FocusResult)> done) override;
+    void selectedText(const Element &, std::function<void(std::optional<QString>)> done) override;
+    void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
+
+private:
+    void answer(std::function<void()> reply);
 };

@@ -19,11 +19,13 @@ X11Workspace::X11Workspace(std::shared_ptr<X11Connection> x11, QObject *parent)
 {
 }
 
-std::optional<RunningApplication> X11Workspace::frontmostApplication()
+void X11Workspace::frontmostApplication(std::function<void(std::optional<RunningApplication>)> done)
 {
     const xcb_window_t window = m_x11->activeWindow();
-    if (window == XCB_NONE)
-        return std::nullopt;
+    if (window == XCB_NONE) {
+        done(std::nullopt);
+        return;
+    }
     RunningApplication app;
     app.window = window;
     app.pid = m_x11->windowPid(window).value_or(0);
@@ -36,7 +38,9 @@ std::optional<RunningApplication> X11Workspace::frontmostApplication()
         if (windowClass)
             m_namesByClass.insert(key, app.name);
     }
-    return app;
+    if (windowClass)
+        app.windowClass = { windowClass->instance, windowClass->className };
+    done(app);
 }
 
 void X11Workspace::activate(const RunningApplication &app, std::function<void(bool)> done)

@@ -13,7 +13,7 @@ class X11Workspace : public QObject, public Workspace
 public:
     explicit X11Workspace(std::shared_ptr<X11Connection> x11, QObject *parent = nullptr);
 
-    std::optional<RunningApplication> frontmostApplication() override;
+    void frontmostApplication(std::function<void(std::optional<RunningApplication>)> done) override;
     void activate(const RunningApplication &app, std::function<void(bool active)> done) override;
     void activateSelf(QWindow *window) override;
 

@@ -2,8 +2,10 @@
 #include "FakeAccessibility.h"
 #include "FakeKeySynth.h"
 #include "FakePasteboard.h"
+#include "FakePrimarySelection.h"
 #include "FakeWorkspace.h"
 #include "StdoutCapture.h"
+#include "Terminals.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -14,7 +16,10 @@ using namespace Qt::StringLiterals;
 using Formats = FakePasteboard::Formats;
 using Key = FakeKeySynth::Key;
 Q_DECLARE_METATYPE(Formats)
+using Method = CaptureTarget::Method;
 Q_DECLARE_METATYPE(std::optional<QString>)
+Q_DECLARE_METATYPE(Method)
+Q_DECLARE_METATYPE(std::optional<RunningApplication>)
 
 namespace {
 
@@ -25,6 +30,13 @@ const Formats richUserClipboard { { u"text/plain"_s, "user text" }, { u"text/htm
     { u"image/png"_s, QByteArray("\x89PNG\r\n\x1a\n", 8) } };
 const Formats imageOnly { { u"image/png"_s, QByteArray("\x89PNG\r\n\x1a\n", 8) } };
 const Formats emptyText { { u"text/plain"_s, QByteArray() } };
+
+// Short enough to keep the suite quick, in the same proportions as in production.
+const TextAccessTimings fast { 20, std::chrono::milliseconds(5), std::chrono::milliseconds(10),
+    std::chrono::milliseconds(50), std::chrono::milliseconds(60), std::chrono::milliseconds(120) };
+
+const RunningApplication mousepad { 4242, u"Mousepad"_s, 0x1200007, { u"mousepad"_s, u"Mousepad"_s } };
+const RunningApplication xterm { 5151, u"XTerm"_s, 0x1600022, { u"xterm"_s, u"XTerm"_s } };
 
 Formats ourText(const QString &text)
 {
@@ -45,36 +57,45 @@ private Q_SLOTS:
     void capture();
     void captureWaitsForLateCopy();
     void secondCaptureJoinsTheFirst();
+    void terminals_data();
+    void terminals();
 
     void replace_data();
     void replace();
     void replaceLogsFirstFiftyCharacters_data();
     void replaceLogsFirstFiftyCharacters();
     void quickSuccessiveReplacementsRestoreUserClipboard();
-    void replaceOnlyIntoTheTargetWindow_data();
-    void replaceOnlyIntoTheTargetWindow();
+    void replaceOnlyIntoTheTarget_data();
+    void replaceOnlyIntoTheTarget();
 
 private:
-    std::optional<QString> captureNow();
+    Capture captureNow();
+    std::optional<bool> replaceNow(const QString &text, const CaptureTarget &target);
     // Makes the frontmost application copy `copied` when it receives Ctrl+C; a null
     // string means it ignores the key.
     void applicationCopies(const QString &copied, int afterMs = 0);
+    // Lets every timer the helper may still have set go off: one more restore delay on
+    // top of the longest sequence.
+    void settle();
 
     std::unique_ptr<FakeWorkspace> m_workspace;
     std::unique_ptr<FakeAccessibility> m_accessibility;
     std::unique_ptr<FakeKeySynth> m_keys;
     std::unique_ptr<FakePasteboard> m_pasteboard;
+    std::unique_ptr<FakePrimarySelection> m_primary;
     std::unique_ptr<AccessibilityHelper> m_helper;
 };
 
 void TestAccessibilityHelper::init()
 {
     m_workspace = std::make_unique<FakeWorkspace>();
-    m_workspace->frontmost = RunningApplication { 4242, u"Mousepad"_s, 0x1200007 };
+    m_workspace->frontmost = mousepad;
     m_accessibility = std::make_unique<FakeAccessibility>();
     m_keys = std::make_unique<FakeKeySynth>();
     m_pasteboard = std::make_unique<FakePasteboard>();
-    m_helper = std::make_unique<AccessibilityHelper>(*m_workspace, *m_accessibility, *m_keys, *m_pasteboard);
+    m_primary = std::make_unique<FakePrimarySelection>();
+    m_helper = std::make_unique<AccessibilityHelper>(
+        *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get(), fast);
 }
 
 void TestAccessibilityHelper::cleanup()
@@ -82,17 +103,40 @@ void TestAccessibilityHelper::cleanup()
     m_helper.reset();
 }
 
-std::optional<QString> TestAccessibilityHelper::captureNow()
+Capture TestAccessibilityHelper::captureNow()
 {
-    bool answered = false;
-    std::optional<QString> result;
-    m_helper->captureSelectedText([&](const std::optional<QString> &text) {
-        QVERIFY(!answered);
-        answered = true;
-        result = text;
+    int answers = 0;
+    Capture result;
+    m_helper->captureSelectedText([&](const Capture &capture) {
+        ++answers;
+        result = capture;
     });
-    [&] { QTRY_VERIFY_WITH_TIMEOUT(answered, 3000); }();
+    [&] { QTRY_COMPARE_WITH_TIMEOUT(answers, 1, 3000); }();
+    settle();
+    [&] { QCOMPARE(answers, 1); }();
     return result;
+}
+
+std::optional<bool> TestAccessibilityHelper::replaceNow(const QString &text, const CaptureTarget &target)
+{
+    int answers = 0;
+    std::optional<bool> result;
+    m_helper->replaceSelectedText(text, target, [&](bool replaced) {
+        ++answers;
+        result = replaced;
+    });
+    [&] { QTRY_COMPARE_WITH_TIMEOUT(answers, 1, 3000); }();
+    return result;
+}
+
+void TestAccessibilityHelper::settle()
+{
+    // A marker set after every timer of the helper: timers of equal or shorter delay
+    // that were started earlier fire before it.
+    bool passed = false;
+    QTimer::singleShot(
+        fast.writeDeadline + fast.pasteDelay + fast.restoreDelay, this, [&] { passed = true; });
+    QTRY_VERIFY(passed);
 }
 
 void TestAccessibilityHelper::applicationCopies(const QString &copied, int afterMs)
@@ -108,73 +152,114 @@ void TestAccessibilityHelper::applicationCopies(const QString &copied, int after
 
 void TestAccessibilityHelper::capture_data()
 {
-    QTest::addColumn<bool>("frontmost");
+    QTest::addColumn<std::optional<RunningApplication>>("frontmost");
+    QTest::addColumn<QString>("hang"); // "", "window system", "application", "late application"
     QTest::addColumn<int>("focusError");
     QTest::addColumn<std::optional<QString>>("axSelection");
     QTest::addColumn<QString>("copied"); // null: the application ignores Ctrl+C
     QTest::addColumn<Formats>("userClipboard");
     QTest::addColumn<std::optional<QString>>("expected");
+    QTest::addColumn<Method>("method");
     QTest::addColumn<Formats>("clipboardAfter");
 
     const auto none = std::optional<QString>();
     const auto text = [](const QString &s) { return std::optional<QString>(s); };
+    const auto app = std::optional<RunningApplication>(mousepad);
     const QString ignores;
 
     // The accessibility bus answers: the clipboard is never touched.
     QTest::newRow("selection through accessibility")
-        << true << 0 << text(u"B"_s) << u"never"_s << richUserClipboard << text(u"B"_s) << richUserClipboard;
+        << app << QString() << 0 << text(u"B"_s) << u"never"_s << richUserClipboard << text(u"B"_s)
+        << Method::Accessibility << richUserClipboard;
     QTest::newRow("blank selection returned untrimmed")
-        << true << 0 << text(u"  \n "_s) << ignores << richUserClipboard << text(u"  \n "_s)
-        << richUserClipboard;
+        << app << QString() << 0 << text(u"  \n "_s) << ignores << richUserClipboard << text(u"  \n "_s)
+        << Method::Accessibility << richUserClipboard;
 
     // It does not: copy, and put back everything the user had.
     QTest::newRow("empty accessible selection")
-        << true << 0 << text(QString()) << u"B"_s << richUserClipboard << text(u"B"_s) << richUserClipboard;
-    QTest::newRow("no text interface")
-        << true << 0 << none << u"B"_s << imageOnly << text(u"B"_s) << imageOnly;
-    QTest::newRow("focus unavailable")
-        << true << AxError::Failure << text(u"stale"_s) << u"B"_s << emptyText << text(u"B"_s) << emptyText;
+        << app << QString() << 0 << text(QString()) << u"B"_s << richUserClipboard << text(u"B"_s)
+        << Method::Clipboard << richUserClipboard;
+    QTest::newRow("no text interface") << app << QString() << 0 << none << u"B"_s << imageOnly << text(u"B"_s)
+                                       << Method::Clipboard << imageOnly;
+    QTest::newRow("focus unavailable") << app << QString() << AxError::Failure << text(u"stale"_s) << u"B"_s
+                                       << emptyText << text(u"B"_s) << Method::Clipboard << emptyText;
     QTest::newRow("no frontmost application")
-        << false << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s) << richUserClipboard;
+        << std::optional<RunningApplication>() << QString() << 0 << text(u"X"_s) << u"B"_s
+        << richUserClipboard << text(u"B"_s) << Method::Clipboard << richUserClipboard;
     QTest::newRow("selection equals clipboard text")
-        << true << 0 << none << u"user text"_s << richUserClipboard << text(u"user text"_s)
-        << richUserClipboard;
-    QTest::newRow("copy ignored") << true << 0 << none << ignores << richUserClipboard << none
-                                  << richUserClipboard;
+        << app << QString() << 0 << none << u"user text"_s << richUserClipboard << text(u"user text"_s)
+        << Method::Clipboard << richUserClipboard;
+    QTest::newRow("copy ignored") << app << QString() << 0 << none << ignores << richUserClipboard << none
+                                  << Method::None << richUserClipboard;
     QTest::newRow("application copies nothing")
-        << true << 0 << none << QString(u""_s) << richUserClipboard << none << richUserClipboard;
+        << app << QString() << 0 << none << QString(u""_s) << richUserClipboard << none << Method::None
+        << richUserClipboard;
 
     // With nothing of the user's to restore, the copy stays where it landed.
     QTest::newRow("empty clipboard keeps the copy")
-        << true << 0 << none << u"B"_s << Formats() << text(u"B"_s) << Formats { { u"text/plain"_s, "B" } };
+        << app << QString() << 0 << none << u"B"_s << Formats() << text(u"B"_s) << Method::Clipboard
+        << Formats { { u"text/plain"_s, "B" } };
     QTest::newRow("empty clipboard, copy ignored")
-        << true << 0 << none << ignores << Formats() << none << Formats();
+        << app << QString() << 0 << none << ignores << Formats() << none << Method::None << Formats();
+
+    // Whoever does not answer in time is passed over; capture goes on by its deadline.
+    QTest::newRow("application never answers")
+        << app << u"application"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
+        << Method::Clipboard << richUserClipboard;
+    QTest::newRow("application answers after the deadline")
+        << app << u"late application"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
+        << Method::Clipboard << richUserClipboard;
+    QTest::newRow("window system never answers")
+        << app << u"window system"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
+        << Method::Clipboard << richUserClipboard;
+
+    // A terminal is never sent Ctrl+C: it would interrupt the job running in it.
+    const auto terminal = std::optional<RunningApplication>(xterm);
+    QTest::newRow("terminal: its PRIMARY selection")
+        << terminal << QString() << 0 << none << u"B"_s << richUserClipboard << text(u"ls -l"_s)
+        << Method::Primary << richUserClipboard;
+    QTest::newRow("terminal that selected nothing")
+        << terminal << u"other owner"_s << 0 << none << u"B"_s << richUserClipboard << none << Method::None
+        << richUserClipboard;
 }
 
 void TestAccessibilityHelper::capture()
 {
-    QFETCH(bool, frontmost);
+    QFETCH(std::optional<RunningApplication>, frontmost);
+    QFETCH(QString, hang);
     QFETCH(int, focusError);
     QFETCH(std::optional<QString>, axSelection);
     QFETCH(QString, copied);
     QFETCH(Formats, userClipboard);
     QFETCH(std::optional<QString>, expected);
+    QFETCH(Method, method);
     QFETCH(Formats, clipboardAfter);
 
-    if (!frontmost)
-        m_workspace->frontmost.reset();
+    m_workspace->frontmost = frontmost;
+    m_workspace->silent = hang == u"window system";
+    m_accessibility->silent = hang == u"application";
+    if (hang == u"late application")
+        m_accessibility->answerDelayMs = int(fast.answerDeadline.count()) * 2;
     m_accessibility->focus.error = focusError;
     m_accessibility->selection = axSelection;
+    m_primary->selection = u"ls -l"_s;
+    m_primary->owner = hang == u"other owner" ? mousepad.window : xterm.window;
     applicationCopies(copied);
     m_pasteboard->setContents(userClipboard);
     const int countBefore = m_pasteboard->changeCount();
 
-    QCOMPARE(captureNow(), expected);
+    const Capture capture = captureNow();
+    QCOMPARE(capture.text, expected);
+    QCOMPARE(capture.target.method, method);
     QCOMPARE(m_pasteboard->contents(), clipboardAfter);
+    if (capture.text && !m_workspace->silent)
+        QCOMPARE(capture.target.application.value_or(RunningApplication {}).window, frontmost->window);
+    if (method == Method::Accessibility)
+        QCOMPARE(capture.target.element.value_or(Element {}).path, m_accessibility->focus.element->path);
 
-    const bool viaAccessibility = frontmost && focusError == 0 && axSelection && !axSelection->isEmpty();
-    QCOMPARE(m_keys->keys, viaAccessibility ? QList<Key>() : QList<Key> { copyKey });
-    if (viaAccessibility)
+    const bool typesCopy = method == Method::Clipboard || (method == Method::None && !isTerminal(*frontmost));
+    QCOMPARE(m_keys->keys, typesCopy ? QList<Key> { copyKey } : QList<Key>());
+    if (!typesCopy)
         QCOMPARE(m_pasteboard->changeCount(), countBefore);
 }
 
@@ -184,16 +269,16 @@ void TestAccessibilityHelper::captureWaitsForLateCopy()
     // saved until then, and the caller must not be answered before.
     m_accessibility->selection.reset();
     m_pasteboard->setContents(richUserClipboard);
-    applicationCopies(u"late"_s, 400);
+    applicationCopies(u"late"_s, int(fast.pollPause.count()) * 8);
     bool answered = false;
-    std::optional<QString> result;
-    m_helper->captureSelectedText([&](const std::optional<QString> &text) {
+    Capture result;
+    m_helper->captureSelectedText([&](const Capture &capture) {
         answered = true;
-        result = text;
+        result = capture;
     });
     QVERIFY(!answered);
     QTRY_VERIFY(answered);
-    QCOMPARE(result, std::optional<QString>(u"late"_s));
+    QCOMPARE(result.text, std::optional<QString>(u"late"_s));
     QCOMPARE(m_pasteboard->contents(), richUserClipboard);
 }
 
@@ -201,10 +286,10 @@ void TestAccessibilityHelper::secondCaptureJoinsTheFirst()
 {
     m_accessibility->selection.reset();
     m_pasteboard->setContents(richUserClipboard);
-    applicationCopies(u"B"_s, 100);
+    applicationCopies(u"B"_s, int(fast.pollPause.count()) * 2);
     QList<std::optional<QString>> answers;
-    m_helper->captureSelectedText([&](const auto &text) { answers.append(text); });
-    m_helper->captureSelectedText([&](const auto &text) { answers.append(text); });
+    m_helper->captureSelectedText([&](const Capture &capture) { answers.append(capture.text); });
+    m_helper->captureSelectedText([&](const Capture &capture) { answers.append(capture.text); });
     QTRY_COMPARE(answers.size(), 2);
     QCOMPARE(answers.at(0), std::optional<QString>(u"B"_s));
     QCOMPARE(answers.at(1), std::optional<QString>(u"B"_s));
@@ -212,8 +297,42 @@ void TestAccessibilityHelper::secondCaptureJoinsTheFirst()
     QCOMPARE(m_pasteboard->contents(), richUserClipboard);
 
     // Finished captures do not swallow the next one.
-    QCOMPARE(captureNow(), std::optional<QString>(u"B"_s));
+    QCOMPARE(captureNow().text, std::optional<QString>(u"B"_s));
     QCOMPARE(m_keys->keys.size(), 2);
+}
+
+void TestAccessibilityHelper::terminals_data()
+{
+    QTest::addColumn<QStringList>("windowClass");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("terminal");
+
+    QTest::newRow("xterm") << QStringList { u"xterm"_s, u"XTerm"_s } << u"XTerm"_s << true;
+    QTest::newRow("urxvt") << QStringList { u"urxvt"_s, u"URxvt"_s } << u"URxvt"_s << true;
+    QTest::newRow("gnome-terminal") << QStringList { u"gnome-terminal-server"_s, u"Gnome-terminal"_s }
+                                    << u"Terminal"_s << true;
+    QTest::newRow("konsole") << QStringList { u"konsole"_s, u"konsole"_s } << u"Konsole"_s << true;
+    QTest::newRow("xfce4-terminal") << QStringList { u"xfce4-terminal"_s, u"Xfce4-terminal"_s }
+                                    << u"Xfce Terminal"_s << true;
+    QTest::newRow("alacritty") << QStringList { u"Alacritty"_s, u"Alacritty"_s } << u"Alacritty"_s << true;
+    QTest::newRow("kitty") << QStringList { u"kitty"_s, u"kitty"_s } << u"kitty"_s << true;
+    QTest::newRow("foot") << QStringList { u"foot"_s, u"foot"_s } << u"Foot"_s << true;
+    QTest::newRow("tilix") << QStringList { u"tilix"_s, u"Tilix"_s } << u"Tilix"_s << true;
+    QTest::newRow("terminator") << QStringList { u"terminator"_s, u"Terminator"_s } << u"Terminator"_s
+                                << true;
+    QTest::newRow("no class, known by name") << QStringList() << u"Konsole"_s << true;
+    QTest::newRow("mousepad") << QStringList { u"mousepad"_s, u"Mousepad"_s } << u"Mousepad"_s << false;
+    QTest::newRow("firefox") << QStringList { u"Navigator"_s, u"firefox-esr"_s } << u"Firefox ESR"_s << false;
+    QTest::newRow("an editor named after a terminal word")
+        << QStringList { u"termpad"_s, u"Termpad"_s } << u"Termpad"_s << false;
+}
+
+void TestAccessibilityHelper::terminals()
+{
+    QFETCH(QStringList, windowClass);
+    QFETCH(QString, name);
+    QFETCH(bool, terminal);
+    QCOMPARE(isTerminal({ 1, name, 2, windowClass }), terminal);
 }
 
 void TestAccessibilityHelper::replace_data()
@@ -293,7 +412,8 @@ void TestAccessibilityHelper::replace()
     m_keys->onPost = [&](int, quint64) { clipboardAtPaste = m_pasteboard->contents(); };
 
     StdoutCapture out;
-    QCOMPARE(m_helper->replaceSelectedText(u"new text"_s), expected);
+    // No target recorded: whatever window is in front, as the original did.
+    QCOMPARE(replaceNow(u"new text"_s, CaptureTarget {}), std::optional<bool>(expected));
     const bool fallback = expected && setError != 0;
     // The result is known before any paste happens.
     QVERIFY(m_keys->keys.isEmpty());
@@ -301,10 +421,8 @@ void TestAccessibilityHelper::replace()
         QCOMPARE(m_pasteboard->contents(), ourText(u"new text"_s));
         QTRY_COMPARE(m_keys->keys, QList<Key> { pasteKey });
         QCOMPARE(clipboardAtPaste, ourText(u"new text"_s));
-        QTRY_COMPARE(m_pasteboard->contents(), clipboardAfter);
-        // Let a restore that should not happen have its chance to show up.
-        QTest::qWait(700);
     }
+    settle();
     QCOMPARE(out.lines(), log);
     QCOMPARE(m_pasteboard->contents(), clipboardAfter);
     QCOMPARE(m_accessibility->written.size(), frontmost && focusError == 0 ? 1 : 0);
@@ -331,7 +449,7 @@ void TestAccessibilityHelper::replaceLogsFirstFiftyCharacters()
     QFETCH(QString, text);
     QFETCH(QString, logged);
     StdoutCapture out;
-    QVERIFY(m_helper->replaceSelectedText(text));
+    QCOMPARE(replaceNow(text, CaptureTarget {}), std::optional<bool>(true));
     QCOMPARE(out.lines().value(0),
         u"🔧 [AccessibilityHelper] replaceSelectedText called with: "_s + logged + u"..."_s);
 }
@@ -342,22 +460,23 @@ void TestAccessibilityHelper::quickSuccessiveReplacementsRestoreUserClipboard()
     m_pasteboard->setContents(richUserClipboard);
     QList<Formats> pasted;
     m_keys->onPost = [&](int, quint64) { pasted.append(m_pasteboard->contents()); };
+    const CaptureTarget target { Method::Clipboard, mousepad, std::nullopt, u"old"_s };
 
-    QVERIFY(m_helper->replaceSelectedText(u"first"_s));
+    QCOMPARE(replaceNow(u"first"_s, target), std::optional<bool>(true));
     QTRY_COMPARE(pasted.size(), 1);
-    QVERIFY(m_helper->replaceSelectedText(u"second"_s));
+    QCOMPARE(replaceNow(u"second"_s, target), std::optional<bool>(true));
     QTRY_COMPARE(pasted.size(), 2);
     QCOMPARE(pasted, (QList<Formats> { ourText(u"first"_s), ourText(u"second"_s) }));
     QTRY_COMPARE(m_pasteboard->contents(), richUserClipboard);
 
     // The second paste is still waiting for the user's keys when the first one's restore
     // comes due: that restore must not pull the rewrite from under it.
-    QVERIFY(m_helper->replaceSelectedText(u"third"_s));
+    QCOMPARE(replaceNow(u"third"_s, target), std::optional<bool>(true));
     QTRY_COMPARE(pasted.size(), 3);
     m_keys->holdPosts = true;
-    QVERIFY(m_helper->replaceSelectedText(u"fourth"_s));
+    QCOMPARE(replaceNow(u"fourth"_s, target), std::optional<bool>(true));
     QTRY_COMPARE(pasted.size(), 4);
-    QTest::qWait(700);
+    settle();
     QCOMPARE(m_pasteboard->contents(), ourText(u"fourth"_s));
     m_keys->finishPosts();
     QTRY_COMPARE(m_pasteboard->contents(), richUserClipboard);
@@ -365,64 +484,118 @@ void TestAccessibilityHelper::quickSuccessiveReplacementsRestoreUserClipboard()
 
     // Once everything is restored, a new replacement saves the clipboard afresh.
     m_pasteboard->setContents(imageOnly);
-    QVERIFY(m_helper->replaceSelectedText(u"fifth"_s));
+    QCOMPARE(replaceNow(u"fifth"_s, target), std::optional<bool>(true));
     QTRY_COMPARE(pasted.size(), 5);
     QTRY_COMPARE(m_pasteboard->contents(), imageOnly);
 }
 
-void TestAccessibilityHelper::replaceOnlyIntoTheTargetWindow_data()
+void TestAccessibilityHelper::replaceOnlyIntoTheTarget_data()
 {
-    QTest::addColumn<bool>("targetInFrontAtCall");
-    QTest::addColumn<bool>("focusMovesBeforePaste");
+    QTest::addColumn<Method>("method");
+    QTest::addColumn<QString>("change"); // what happens between capture and Replace
     QTest::addColumn<int>("setError");
+    QTest::addColumn<bool>("expected");
+    QTest::addColumn<QStringList>("written");
+    QTest::addColumn<bool>("pasted");
     QTest::addColumn<QString>("lastLine");
     QTest::addColumn<Formats>("clipboardAfter");
 
     const Formats plainRewrite { { u"text/plain"_s, "new text" } };
-    QTest::newRow("target in front, pasted")
-        << true << false << AxError::AttributeUnsupported << u"🔧 [AccessibilityHelper] Clipboard restored"_s
-        << richUserClipboard;
+    const QStringList once { u"new text"_s };
+    const QString success = u"✅ [AccessibilityHelper] AX replace successful"_s;
+    const QString restored = u"🔧 [AccessibilityHelper] Clipboard restored"_s;
+    const QString notInFront
+        = u"❌ [AccessibilityHelper] Not replacing: Mousepad is not in front, the text is on the clipboard"_s;
+    const QString selectionMoved
+        = u"❌ [AccessibilityHelper] Not replacing: the selection in Mousepad is not the text it was"_s;
+
+    QTest::newRow("accessibility, untouched")
+        << Method::Accessibility << QString() << 0 << true << once << false << success << richUserClipboard;
+    QTest::newRow("accessibility refused, pasted")
+        << Method::Accessibility << QString() << AxError::AttributeUnsupported << true << once << true
+        << restored << richUserClipboard;
+    QTest::newRow("clipboard, pasted") << Method::Clipboard << QString() << AxError::AttributeUnsupported
+                                       << true << once << true << restored << richUserClipboard;
     QTest::newRow("another window in front, nothing written")
-        << false << false << AxError::Success
-        << u"❌ [AccessibilityHelper] Not replacing: Mousepad is not in front, the text is on the clipboard"_s
+        << Method::Accessibility << u"other window"_s << 0 << false << QStringList() << false << notInFront
         << plainRewrite;
     QTest::newRow("another window in front, nothing pasted")
-        << false << false << AxError::AttributeUnsupported
-        << u"❌ [AccessibilityHelper] Not replacing: Mousepad is not in front, the text is on the clipboard"_s
-        << plainRewrite;
+        << Method::Clipboard << u"other window"_s << AxError::AttributeUnsupported << false << QStringList()
+        << false << notInFront << plainRewrite;
     QTest::newRow("focus moves on before the paste")
-        << true << true << AxError::AttributeUnsupported
+        << Method::Clipboard << u"window changes before paste"_s << AxError::AttributeUnsupported << true
+        << once << false
         << u"❌ [AccessibilityHelper] Not pasting: Mousepad is no longer in front, the text is on the clipboard"_s
         << plainRewrite;
+    QTest::newRow("selection moved since capture")
+        << Method::Accessibility << u"selection"_s << 0 << false << QStringList() << false
+        << selectionMoved + u", the text is on the clipboard"_s << plainRewrite;
+    QTest::newRow("focus moved to another field, not pasted there")
+        << Method::Accessibility << u"focus"_s << AxError::AttributeUnsupported << false << once << false
+        << u"❌ [AccessibilityHelper] Not pasting: Mousepad has moved its focus, the text is on the clipboard"_s
+        << plainRewrite;
+    QTest::newRow("write never answered, nothing pasted on top")
+        << Method::Accessibility << u"write hangs"_s << 0 << false << once << false
+        << u"❌ [AccessibilityHelper] Not pasting: Mousepad did not answer in time, the text is on the clipboard"_s
+        << plainRewrite;
+
+    // Handed over D-Bus: only where that same text is still selected; else the caller copies.
+    QTest::newRow("handed, still selected")
+        << Method::Handed << QString() << 0 << true << once << false << success << richUserClipboard;
+    QTest::newRow("handed, selection changed")
+        << Method::Handed << u"selection"_s << 0 << false << QStringList() << false << selectionMoved
+        << richUserClipboard;
+
+    // A terminal: Replace is a copy the caller makes; nothing is written or typed.
+    QTest::newRow("terminal") << Method::Primary << QString() << 0 << false << QStringList() << false
+                              << u"❌ [AccessibilityHelper] Not replacing: Mousepad is a terminal"_s
+                              << richUserClipboard;
 }
 
-void TestAccessibilityHelper::replaceOnlyIntoTheTargetWindow()
+void TestAccessibilityHelper::replaceOnlyIntoTheTarget()
 {
-    QFETCH(bool, targetInFrontAtCall);
-    QFETCH(bool, focusMovesBeforePaste);
+    QFETCH(Method, method);
+    QFETCH(QString, change);
     QFETCH(int, setError);
+    QFETCH(bool, expected);
+    QFETCH(QStringList, written);
+    QFETCH(bool, pasted);
     QFETCH(QString, lastLine);
     QFETCH(Formats, clipboardAfter);
 
-    const RunningApplication target = *m_workspace->frontmost;
+    const Element captured { u":1.42"_s, u"/org/a11y/atspi/accessible/7"_s };
+    const CaptureTarget target { method, mousepad,
+        method == Method::Clipboard ? std::nullopt : std::optional<Element>(captured), u"old text"_s };
     // Same program, another of its windows: still not where the text belongs.
-    const RunningApplication other { target.pid, target.name, target.window + 1 };
-    if (!targetInFrontAtCall)
+    const RunningApplication other { mousepad.pid, mousepad.name, mousepad.window + 1, mousepad.windowClass };
+    m_accessibility->focus.element = captured;
+    m_accessibility->selection = u"old text"_s;
+    if (change == u"other window")
         m_workspace->frontmost = other;
+    else if (change == u"selection")
+        m_accessibility->selection = u"other words"_s;
+    else if (change == u"focus")
+        m_accessibility->focus.element = Element { captured.service, u"/org/a11y/atspi/accessible/9"_s };
     m_accessibility->setError = setError;
+    m_accessibility->writesHang = change == u"write hangs";
     m_pasteboard->setContents(richUserClipboard);
+    if (change == u"window changes before paste")
+        m_keys->onPost = [&](int, quint64) { QFAIL("typed into another window"); };
 
     StdoutCapture out;
-    const bool replaced = m_helper->replaceSelectedText(u"new text"_s, target);
-    QCOMPARE(replaced, targetInFrontAtCall);
-    if (focusMovesBeforePaste)
-        m_workspace->frontmost = other;
-    QTRY_COMPARE(out.lines().value(out.lines().size() - 1), lastLine);
-    // Nothing late may type or restore.
-    QTest::qWait(700);
-    QCOMPARE(out.lines().constLast(), lastLine);
-    QCOMPARE(m_keys->keys.isEmpty(), !targetInFrontAtCall || focusMovesBeforePaste);
-    QCOMPARE(m_accessibility->written.size(), targetInFrontAtCall ? 1 : 0);
+    int answers = 0;
+    m_helper->replaceSelectedText(u"new text"_s, target, [&](bool replaced) {
+        ++answers;
+        QCOMPARE(replaced, expected);
+        if (change == u"window changes before paste")
+            m_workspace->frontmost = other;
+    });
+    QTRY_COMPARE(answers, 1);
+    settle();
+    QCOMPARE(answers, 1);
+    QCOMPARE(out.lines().value(out.lines().size() - 1), lastLine);
+    QCOMPARE(m_accessibility->written, written);
+    QCOMPARE(m_keys->keys, pasted ? QList<Key> { pasteKey } : QList<Key>());
     QCOMPARE(m_pasteboard->contents(), clipboardAfter);
 }
 
