@@ -1,3 +1,4 @@
+// Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due.
 #include "FixtureServer.h"
 #include "StorageManager.h"
 
@@ -113,17 +114,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("samplesLine");
         QTest::addColumn<QStringList>("entries");
 
-        QTest::newRow("fresh") << QString() << QStringList()
-                               << u"StorageManager.shared.examples.isEmpty true"_s
-                               << QStringList { u"Welcome to Tessary"_s };
         QTest::newRow("samples but no key")
             << QString() << QStringList { u"mine"_s } << u"StorageManager.shared.examples.isEmpty false"_s
             << QStringList { u"Welcome to Tessary"_s };
-        QTest::newRow("key stored") << u"sk-test"_s << QStringList()
-                                    << u"StorageManager.shared.examples.isEmpty true"_s << QStringList();
-        QTest::newRow("key and samples")
-            << u"sk-test"_s << QStringList { u"a"_s, u"b"_s }
-            << u"StorageManager.shared.examples.isEmpty false"_s << QStringList();
+        QTest::newRow("key but no samples")
+            << u"sk-test"_s << QStringList() << u"StorageManager.shared.examples.isEmpty true"_s
+            << QStringList();
     }
     void firstWindow()
     {
@@ -138,7 +134,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(run.lines.size() >= 2, 10000);
         QCOMPARE(run.lines.mid(0, 2), (QStringList { u">>> LAUNCHED"_s, samplesLine }));
         if (entries.isEmpty()) {
-            // Give a window that should not come the time it would take to come.
+            // Nothing marks a window that never comes: give it the time one would take.
             QTest::qWait(1500);
             QCOMPARE(taskBarEntries(run.process.processId()), entries);
         } else {
@@ -154,11 +150,10 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<QDateTime>>("lastCheck");
         QTest::addColumn<bool>("asked");
 
+        // When a check is due is TestUpdateService::due's; these rows see that launch asks it.
         const QDateTime now = QDateTime::currentDateTime();
-        QTest::newRow("never checked") << true << std::optional<QDateTime>() << true;
         QTest::newRow("checked two days ago") << true << std::optional(now.addDays(-2)) << true;
         QTest::newRow("checked an hour ago") << true << std::optional(now.addSecs(-3600)) << false;
-        QTest::newRow("checks off") << false << std::optional<QDateTime>() << false;
     }
     void versionCheck()
     {
@@ -192,8 +187,9 @@ private Q_SLOTS:
             const qint64 delay = requestedAt - run.launchedAt;
             QVERIFY2(delay >= 1900, qPrintable(u"asked %1 ms after launch"_s.arg(delay)));
         } else {
-            QTest::qWait(3500);
-            QCOMPARE(requestedAt, -1);
+            // Nothing marks a check that never comes: give it well past its 2 s.
+            QSignalSpy asked(&service, &FixtureServer::requestReceived);
+            QVERIFY(!asked.wait(3500));
         }
         stop(run);
     }
