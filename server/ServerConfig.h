@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArrayView>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -15,11 +17,16 @@ struct ServerConfig
     QString listenAddress = QStringLiteral("127.0.0.1");
     int port = 8787;
     QString clientToken; // what Tessary must send; filled from the token file when unset
+    bool noClientToken = false; // only ever on a loopback address: every local client is let in
     int sampleBudget = 6000; // characters of writing samples put into one prompt
     qint64 maxBodyBytes = 512 * 1024;
     int maxHeaderBytes = 16 * 1024;
     int maxStreams = 256; // rewrites streamed at the same time
     int idleTimeoutSeconds = 60; // a client connection with nothing moving is closed
+    int requestHeadSeconds = 10; // a request's line and headers must arrive whole within this
+    int maxHeaderFields = 100;
+    int maxConnections = 512; // open client connections, refused with 503 beyond this
+    int maxConnectionsPerAddress = 256; // from one client address
     int upstreamTimeoutSeconds = 300; // a model may take long to load before its first token
     QString releaseVersion; // served on /version; empty: this server's own version
     QString releaseDownloadUrl;
@@ -41,16 +48,23 @@ struct ConfigResult
 // command-line flags: each later source wins. `environment` is in "NAME=value" form.
 ConfigResult loadServerConfig(const QStringList &arguments, const QStringList &environment);
 
+// Applies a config file's settings to `config`: TOML, top-level keys with the options'
+// names. Returns an error naming `source` and the line, or nothing when all was read.
+// The names of the settings found are added to `found`.
+QString readConfigText(
+    QByteArrayView text, const QString &source, ServerConfig &config, QSet<QString> &found);
+
 // $XDG_CONFIG_HOME/tessary-server (or ~/.config/tessary-server).
 QString defaultConfigDirectory(const QStringList &environment);
 
 struct TokenResult
 {
-    QString token;
-    bool created = false;
+    bool created = false; // a new token was generated and written
     QString error;
 };
 
-// Reads the client token from `path`, or creates it there (32 random bytes, mode 0600)
-// when the file does not exist yet.
-TokenResult loadOrCreateClientToken(const QString &path);
+// Makes `path` hold the token the server will accept, so Tessary on this machine can pair
+// by reading it: a configured token is written there (mode 0600); without one, the token
+// is read from the file, or generated (32 random bytes) when there is none yet. Nothing
+// happens when the server runs without a token.
+TokenResult settleClientToken(ServerConfig &config, const QString &path);

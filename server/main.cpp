@@ -29,23 +29,23 @@ int main(int argc, char *argv[])
     }
     ServerConfig config = *loaded.config;
 
-    if (config.clientToken.isEmpty()) {
-        const QString tokenPath = defaultConfigDirectory(environment) + u"/client-token"_s;
-        const TokenResult token = loadOrCreateClientToken(tokenPath);
-        if (!token.error.isEmpty()) {
-            std::fprintf(stderr, "tessary-server: %s\n", qPrintable(token.error));
-            return 1;
-        }
-        config.clientToken = token.token;
-        if (token.created) {
-            // Shown this once; afterwards it is in the file for whoever owns it.
-            std::printf("\ntessary-server created a client token for Tessary:\n\n    %s\n\n"
-                        "Open Tessary's Settings and paste it as the API key. It is kept in %s\n"
-                        "(readable by you only); delete that file to get a new one.\n\n",
-                qPrintable(token.token), qPrintable(tokenPath));
-            std::fflush(stdout);
-        }
+    const QString tokenPath = defaultConfigDirectory(environment) + u"/client-token"_s;
+    const TokenResult token = settleClientToken(config, tokenPath);
+    if (!token.error.isEmpty()) {
+        std::fprintf(stderr, "tessary-server: %s\n", qPrintable(token.error));
+        return 1;
     }
+    if (token.created) {
+        // Said once; the token itself stays in the file, out of terminals and logs.
+        std::printf("\ntessary-server created the client token Tessary must send, in\n\n    %s\n\n"
+                    "(readable by you only). Tessary on this machine reads it from there; elsewhere,\n"
+                    "enter it as the API key in Tessary's Settings. Delete the file to get a new one.\n\n",
+            qPrintable(tokenPath));
+        std::fflush(stdout);
+    }
+    if (config.noClientToken)
+        serverLog(
+            u"warning: running without a client token: every program on this machine may use the model"_s);
 
     // Threads started from here on leave SIGINT and SIGTERM to the main thread, which waits
     // for them and stops the server as ordinary code, not inside a signal handler.

@@ -1,4 +1,4 @@
-// Where tessary-server's settings come from.
+// Where tessary-server's settings come from, and the client token it keeps for Tessary.
 
 #include "ServerConfig.h"
 
@@ -7,30 +7,45 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// A fresh $XDG_CONFIG_HOME per case, holding tessary-server/config.toml with `text`.
+struct ConfigHome
+{
+    QTemporaryDir dir;
+
+    explicit ConfigHome(const QByteArray &text, const QString &name = u"config.toml"_s)
+    {
+        QDir(dir.path()).mkpath(u"tessary-server"_s);
+        QFile file(dir.filePath(u"tessary-server/"_s + name));
+        if (!text.isNull() && file.open(QIODevice::WriteOnly))
+            file.write(text);
+    }
+    QString path(const QString &name) const { return dir.filePath(u"tessary-server/"_s + name); }
+    ConfigResult load(const QStringList &arguments = {}, const QStringList &environment = {}) const
+    {
+        return loadServerConfig(QStringList { u"tessary-server"_s } + arguments,
+            QStringList { u"XDG_CONFIG_HOME="_s + dir.path() } + environment);
+    }
+};
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
 
 class TestServerConfig : public QObject
 {
     Q_OBJECT
 
-private:
-    QTemporaryDir m_dir;
-
-    QStringList environmentWith(const QStringList &extra) const
-    {
-        return QStringList { u"XDG_CONFIG_HOME="_s + m_dir.path() } + extra;
-    }
-
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_dir.isValid());
-        QDir(m_dir.path()).mkpath(u"tessary-server"_s);
-        QFile file(m_dir.filePath(u"tessary-server/config.ini"_s));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("upstream_url = http://file:1/v1\nmodel = from-file\nport = 9000\n");
-    }
-
     void laterSourcesWin_data()
     {
         QTest::addColumn<QStringList>("environment");
@@ -52,8 +67,8 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, environment);
         QFETCH(QStringList, arguments);
-        const ConfigResult result
-            = loadServerConfig(QStringList { u"tessary-server"_s } + arguments, environmentWith(environment));
+        const ConfigHome home("upstream_url = \"http://file:1/v1\"\nmodel = 'from-file'\nport = 9000\n");
+        const ConfigResult result = home.load(arguments, environment);
         QVERIFY2(result.config, qPrintable(result.error));
         QTEST(result.config->upstreamUrl, "upstreamUrl");
         QTEST(result.config->model, "model");
@@ -61,29 +76,186 @@ private Q_SLOTS:
         QCOMPARE(result.config->listenAddress, u"127.0.0.1"_s);
     }
 
+    // Keys, tokens and URLs hold any character; the value read is the value written.
+    void fileValuesReadBackAsWritten_data()
+    {
+        QTest::addColumn<QByteArray>("entry");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("semicolon") << QByteArray("\"secretpart;rest\"") << u"secretpart;rest"_s;
+        QTest::newRow("commas") << QByteArray("\"a,b,,c\"") << u"a,b,,c"_s;
+        QTest::newRow("hash, then a comment") << QByteArray("\"k#1\" # the lab's key") << u"k#1"_s;
+        QTest::newRow("quotes and a backslash")
+            << QByteArray("\"say \\\"hi\\\" \\\\ ok\"") << u"say \"hi\" \\ ok"_s;
+        QTest::newRow("literal string keeps backslashes") << QByteArray("'C:\\x\\n'") << u"C:\\x\\n"_s;
+        QTest::newRow("non-ASCII") << QByteArray("\"cl\xC3\xA9-\xE2\x82\xAC-\xF0\x9F\x94\x91\"")
+                                   << u"clé-€-🔑"_s;
+        QTest::newRow("blanks around kept") << QByteArray("\"  padded \"") << u"  padded "_s;
+        QTest::newRow("equals signs") << QByteArray("\"a=b==\"") << u"a=b=="_s;
+    }
+    void fileValuesReadBackAsWritten()
+    {
+        QFETCH(QByteArray, entry);
+        QFETCH(QString, value);
+        const ConfigHome home(
+            "client_token = " + entry + "\nupstream_key = " + entry + "\n\nupstream_url = " + entry + "\n");
+        const ConfigResult result = home.load();
+        QVERIFY2(result.config, qPrintable(result.error));
+        QCOMPARE(result.config->clientToken, value);
+        QCOMPARE(result.config->upstreamKey, value);
+        QCOMPARE(result.config->upstreamUrl, value);
+    }
+
     void badValuesNameTheirSource_data()
     {
+        QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QStringList>("environment");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("error");
+        const QByteArray good = "model = \"m\"\n";
         QTest::newRow("port out of range")
-            << QStringList() << QStringList { u"--port=70000"_s } << u"--port: port"_s;
+            << good << QStringList() << QStringList { u"--port=70000"_s } << u"--port: port"_s;
         QTest::newRow("not a number in the environment")
-            << QStringList { u"TESSARY_SERVER_MAX_STREAMS=lots"_s } << QStringList()
+            << good << QStringList { u"TESSARY_SERVER_MAX_STREAMS=lots"_s } << QStringList()
             << u"TESSARY_SERVER_MAX_STREAMS: max_streams"_s;
-        QTest::newRow("unknown flag") << QStringList() << QStringList { u"--upstream"_s } << u"upstream"_s;
+        QTest::newRow("unknown flag")
+            << good << QStringList() << QStringList { u"--upstream"_s } << u"upstream"_s;
         QTest::newRow("missing config file named on the command line")
-            << QStringList() << QStringList { u"--config=/nonexistent/x.ini"_s } << u"does not exist"_s;
+            << good << QStringList() << QStringList { u"--config=/nonexistent/x.toml"_s }
+            << u"does not exist"_s;
+        // The file's own faults name the file and the line.
+        QTest::newRow("unquoted text, as the old format had it")
+            << QByteArray("model = \"m\"\nclient_token = secretpart;rest\n") << QStringList() << QStringList()
+            << u"config.toml:2: "_s;
+        QTest::newRow("unknown setting")
+            << QByteArray("model = \"m\"\n\nupstream = \"http://x\"\n") << QStringList() << QStringList()
+            << u"config.toml:3: unknown setting \"upstream\""_s;
+        QTest::newRow("number in quotes") << QByteArray("port = \"8080\"\n") << QStringList() << QStringList()
+                                          << u"config.toml:1: port: expected a whole number"_s;
+        QTest::newRow("number out of range") << QByteArray("\n\nmax_streams = 0\n") << QStringList()
+                                             << QStringList() << u"config.toml:3: max_streams: expected"_s;
+        QTest::newRow("boolean as text") << QByteArray("release_force_update = \"yes\"\n") << QStringList()
+                                         << QStringList() << u"config.toml:1: release_force_update"_s;
+        QTest::newRow("a section") << QByteArray("model = \"m\"\n[upstream]\nurl = \"x\"\n") << QStringList()
+                                   << QStringList() << u"config.toml:2: unknown setting \"upstream\""_s;
+        QTest::newRow("set twice") << QByteArray("model = \"a\"\nmodel = \"b\"\n") << QStringList()
+                                   << QStringList() << u"config.toml:2: "_s;
+        QTest::newRow("not UTF-8") << QByteArray("model = \"\xFF\"\n") << QStringList() << QStringList()
+                                   << u"config.toml:1: "_s;
+        // Every client would get in: only when asked for, and only from this machine.
+        QTest::newRow("empty client token in the file")
+            << QByteArray("client_token = \"\"\n") << QStringList() << QStringList()
+            << u"client_token is empty"_s;
+        QTest::newRow("empty client token in the environment")
+            << good << QStringList { u"TESSARY_SERVER_CLIENT_TOKEN="_s } << QStringList()
+            << u"client_token is empty"_s;
+        QTest::newRow("no client token on a public address")
+            << good << QStringList() << QStringList { u"--no-client-token"_s, u"--listen-address=0.0.0.0"_s }
+            << u"only on a loopback"_s;
+        QTest::newRow("no client token, yet one given")
+            << QByteArray("no_client_token = true\n") << QStringList()
+            << QStringList { u"--client-token=abc"_s } << u"both set"_s;
     }
     void badValuesNameTheirSource()
     {
+        QFETCH(QByteArray, file);
         QFETCH(QStringList, environment);
         QFETCH(QStringList, arguments);
         QFETCH(QString, error);
-        const ConfigResult result
-            = loadServerConfig(QStringList { u"tessary-server"_s } + arguments, environmentWith(environment));
+        const ConfigHome home(file);
+        const ConfigResult result = home.load(arguments, environment);
         QVERIFY(!result.config);
         QVERIFY2(result.error.contains(error), qPrintable(result.error));
+    }
+
+    void runsWithoutTokenOnlyOnLoopback_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("flag") << QStringList { u"--no-client-token"_s };
+        QTest::newRow("IPv6 loopback") << QStringList { u"--no-client-token"_s, u"--listen-address=::1"_s };
+        QTest::newRow("localhost") << QStringList { u"--no-client-token"_s, u"--listen-address=localhost"_s };
+    }
+    void runsWithoutTokenOnlyOnLoopback()
+    {
+        QFETCH(QStringList, arguments);
+        const ConfigHome home("model = \"m\"\n");
+        ConfigResult result = home.load(arguments);
+        QVERIFY2(result.config, qPrintable(result.error));
+        QVERIFY(result.config->noClientToken);
+        const TokenResult token = settleClientToken(*result.config, home.path(u"client-token"_s));
+        QVERIFY(token.error.isEmpty());
+        QVERIFY(result.config->clientToken.isEmpty());
+        QVERIFY(!QFile::exists(home.path(u"client-token"_s)));
+    }
+
+    // Settings written for the old format are not silently left behind.
+    void oldConfigFileIsNamed()
+    {
+        const ConfigHome home("upstream_url = http://localhost:11434/v1\n", u"config.ini"_s);
+        const ConfigResult result = home.load();
+        QVERIFY(!result.config);
+        QVERIFY2(result.error.contains(home.path(u"config.ini"_s)) && result.error.contains(u"config.toml"_s),
+            qPrintable(result.error));
+    }
+
+    // The token file always holds the token the server accepts: Tessary pairs by reading it.
+    void tokenFileHoldsTheAcceptedToken_data()
+    {
+        QTest::addColumn<QString>("configured");
+        QTest::addColumn<QByteArray>("stored"); // null: no file yet
+        QTest::addColumn<QString>("accepted"); // empty: a new random one
+        QTest::addColumn<bool>("created");
+        QTest::newRow("first start") << QString() << QByteArray() << QString() << true;
+        QTest::newRow("later start") << QString() << QByteArray("kept-token\n") << u"kept-token"_s << false;
+        QTest::newRow("configured, no file yet") << u"x;y,#é"_s << QByteArray() << u"x;y,#é"_s << false;
+        QTest::newRow("configured replaces another")
+            << u"new-token"_s << QByteArray("old-token\n") << u"new-token"_s << false;
+    }
+    void tokenFileHoldsTheAcceptedToken()
+    {
+        QFETCH(QString, configured);
+        QFETCH(QByteArray, stored);
+        QFETCH(QString, accepted);
+        QFETCH(bool, created);
+        const ConfigHome home("model = \"m\"\n");
+        const QString path = home.path(u"client-token"_s);
+        if (!stored.isNull()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(stored);
+        }
+        ServerConfig config;
+        config.clientToken = configured;
+
+        const TokenResult token = settleClientToken(config, path);
+        QVERIFY2(token.error.isEmpty(), qPrintable(token.error));
+        QCOMPARE(token.created, created);
+        if (accepted.isEmpty())
+            QCOMPARE(
+                QByteArray::fromBase64(config.clientToken.toLatin1(), QByteArray::Base64UrlEncoding).size(),
+                32);
+        else
+            QCOMPARE(config.clientToken, accepted);
+        QCOMPARE(QString::fromUtf8(contents(path)).trimmed(), config.clientToken);
+        if (stored.isNull() || !configured.isEmpty()) { // the server wrote the file
+            struct stat status
+            {
+            };
+            QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
+            QCOMPARE(status.st_mode & 0777, 0600u); // it is a password: readable by its owner only
+        }
+    }
+
+    void emptyTokenFileIsRefused()
+    {
+        const ConfigHome home("model = \"m\"\n");
+        QFile file(home.path(u"client-token"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("\n");
+        file.close();
+        ServerConfig config;
+        const TokenResult token = settleClientToken(config, file.fileName());
+        QVERIFY2(token.error.contains(u"is empty"_s), qPrintable(token.error));
+        QVERIFY(config.clientToken.isEmpty());
     }
 };
 
