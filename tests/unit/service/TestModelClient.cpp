@@ -1,0 +1,236 @@
+#include "FixtureServer.h"
+#include "HumanizeService.h"
+#include "RewriteRecorder.h"
+#include "StorageManager.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Provider = StorageManager::Provider;
+
+FixtureReply reply(int status, const QByteArray &body, const QByteArray &type = "application/json")
+{
+    FixtureReply reply;
+    reply.status = status;
+    reply.headers = { { "Content-Type", type } };
+    reply.body = body;
+    return reply;
+}
+
+FixtureReply stream(const QList<QByteArray> &fragments)
+{
+    QByteArray body;
+    for (const QByteArray &fragment : fragments)
+        body += R"(data: {"choices":[{"delta":{"content":")" + fragment + "\"}}]}\n\n";
+    return reply(200, body + "data: [DONE]\n\n", "text/event-stream");
+}
+
+quint16 closedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    const quint16 port = server.serverPort();
+    server.close();
+    return port;
+}
+
+} // namespace
+
+// The direct path to a model server, and what the user reads when any path fails.
+class TestModelClient : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    int m_stores = 0;
+
+    std::unique_ptr<StorageManager> newStorage(const QString &apiBase)
+    {
+        return std::make_unique<StorageManager>(
+            m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores)), apiBase);
+    }
+
+    static void chooseModel(StorageManager &storage, Provider provider, const QString &base,
+        const QString &model, const QString &key = {})
+    {
+        storage.setProvider(provider);
+        storage.setModelBase(base);
+        storage.setModel(model);
+        storage.setModelKey(key);
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    // The program builds the prompt itself and streams from the model server.
+    void directRequest_data()
+    {
+        QTest::addColumn<int>("provider");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("basePath");
+        QTest::newRow("local model, no key") << int(Provider::LocalModel) << QString() << u"/v1"_s;
+        QTest::newRow("service with a key, base with a slash")
+            << int(Provider::ModelService) << u"sk-test"_s << u"/v1/"_s;
+    }
+
+    void directRequest()
+    {
+        QFETCH(int, provider);
+        QFETCH(QString, key);
+        QFETCH(QString, basePath);
+
+        FixtureServer server;
+        QVERIFY(server.listen());
+        server.route("/v1/chat/completions", stream({ "Hi", " there" }));
+        auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
+        chooseModel(
+            *storage, Provider(provider), server.url(basePath.toUtf8()).toString(), u"llama3.1:8b"_s, key);
+        storage->setExamples({ u"Cheers, Sam"_s, u"See you at noon!"_s });
+
+        HumanizeService service(*storage);
+        RewriteRecorder recorder;
+        const auto request
+            = service.humanize(u"Dear sir, the meeting is moved."_s, u"casual"_s, recorder.callbacks());
+        QTRY_COMPARE(recorder.calls, (QStringList { u"token:Hi"_s, u"token: there"_s, u"complete"_s }));
+
+        QCOMPARE(server.requests().size(), 1);
+        const FixtureRequest sent = server.requests().first();
+        QCOMPARE(sent.method, QByteArray("POST"));
+        QCOMPARE(sent.path, QByteArray("/v1/chat/completions"));
+        QCOMPARE(sent.header("authorization"), key.isEmpty() ? QByteArray() : "Bearer " + key.toUtf8());
+        const QJsonObject body = QJsonDocument::fromJson(sent.body).object();
+        QCOMPARE(body.value("model"_L1).toString(), u"llama3.1:8b"_s);
+        QCOMPARE(body.value("stream"_L1).toBool(), true);
+        const QJsonArray messages = body.value("messages"_L1).toArray();
+        QCOMPARE(messages.size(), 2);
+        const QString system = messages.at(0).toObject().value("content"_L1).toString();
+        QVERIFY(system.contains("Cheers, Sam"_L1));
+        QVERIFY(system.contains("See you at noon!"_L1));
+        QVERIFY(system.contains("casual:"_L1));
+        QCOMPARE(messages.at(1).toObject().value("role"_L1).toString(), u"user"_s);
+        QCOMPARE(
+            messages.at(1).toObject().value("content"_L1).toString(), u"Dear sir, the meeting is moved."_s);
+        QVERIFY(!body.contains("examples"_L1)); // the Tessary service's format is not sent here
+    }
+
+    // Every failure ends in a sentence saying what to do.
+    void failureMessages_data()
+    {
+        QTest::addColumn<int>("provider");
+        QTest::addColumn<QString>("server"); // what answers: "closed", "tls", "stall", or a scripted reply
+        QTest::addColumn<FixtureReply>("answer");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("message"); // %1: host:port of the server
+
+        const FixtureReply none;
+        QTest::newRow("tessary service: nothing listening")
+            << int(Provider::TessaryService) << u"closed"_s << none << QString()
+            << u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick a "
+               "language model in Settings."_s;
+        QTest::newRow("local model: nothing listening")
+            << int(Provider::LocalModel) << u"closed"_s << none << u"llama3.1"_s
+            << u"Tessary can't reach the model server at %1. Start it again (Ollama: `ollama serve`), or "
+               u"pick "
+               "another model in Settings."_s;
+        QTest::newRow("no model chosen")
+            << int(Provider::LocalModel) << u"reply"_s << stream({ "x" }) << QString()
+            << u"No language model is chosen yet. Pick one in Settings."_s;
+        QTest::newRow("model unknown to the server")
+            << int(Provider::LocalModel) << u"reply"_s
+            << reply(404, "{\"error\":{\"message\":\"model 'llama9' not found, try pulling it first\"}}")
+            << u"llama9"_s
+            << u"The model server at %1 has no model named “llama9”. Pick one of its models in Settings."_s;
+        QTest::newRow("wrong key")
+            << int(Provider::ModelService) << u"reply"_s
+            << reply(401,
+                   R"({"error":{"message":"Incorrect API key provided: sk-ab***yz.","type":"invalid_request_error","code":"invalid_api_key"}})")
+            << u"gpt-4o-mini"_s << u"%1 refused the API key. Enter the right key in Settings."_s;
+        QTest::newRow("quota spent")
+            << int(Provider::ModelService) << u"reply"_s
+            << reply(429,
+                   R"({"error":{"message":"You exceeded your current quota.","type":"insufficient_quota"}})")
+            << u"gpt-4o-mini"_s
+            << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
+               "Wait a moment and retry, or check the plan with the provider."_s;
+        QTest::newRow("tessary service: rate limited, no body")
+            << int(Provider::TessaryService) << u"reply"_s << reply(429, {}, "text/plain") << QString()
+            << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
+               "Wait a moment and retry, or check the plan with the provider."_s;
+        QTest::newRow("tessary service: its own key message stays")
+            << int(Provider::TessaryService) << u"reply"_s
+            << reply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})")
+            << QString() << u"Invalid API key. Please check your token in Settings."_s;
+        QTest::newRow("tessary service: its streamed words stay")
+            << int(Provider::TessaryService) << u"reply"_s
+            << reply(200, "data: {\"error\":{\"message\":\"The model server is not running\"}}\n\n",
+                   "text/event-stream")
+            << QString() << u"The model server is not running"_s;
+        QTest::newRow("timeout")
+            << int(Provider::LocalModel) << u"stall"_s << none << u"llama3.1"_s
+            << u"%1 stopped answering before the rewrite was done. Retry; a model that is "
+               "still loading may need a moment."_s;
+        QTest::newRow("tls to a plain server")
+            << int(Provider::ModelService) << u"tls"_s << stream({ "x" }) << u"gpt-4o-mini"_s
+            << u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
+               "this machine usually takes http://, not https://)."_s;
+    }
+
+    void failureMessages()
+    {
+        QFETCH(int, provider);
+        QFETCH(QString, server);
+        QFETCH(FixtureReply, answer);
+        QFETCH(QString, model);
+        QFETCH(QString, message);
+
+        FixtureServer fixture;
+        QVERIFY(fixture.listen());
+        quint16 port = fixture.port();
+        // A plain HTTP server meeting a TLS greeting answers with an error in plain text.
+        QTcpServer plain;
+        if (server == "tls"_L1) {
+            QVERIFY(plain.listen(QHostAddress::LocalHost));
+            port = plain.serverPort();
+            connect(&plain, &QTcpServer::newConnection, &plain, [&plain] {
+                QTcpSocket *socket = plain.nextPendingConnection();
+                socket->write("HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n");
+                socket->disconnectFromHost();
+            });
+        } else if (server == "closed"_L1) {
+            port = closedPort();
+        } else if (server == "stall"_L1) {
+            FixtureReply stalled = stream({ "Hel", "lo" });
+            stalled.framing = FixtureReply::Framing::Chunked;
+            stalled.end = FixtureReply::End::Stall;
+            stalled.stopAt = 0;
+            answer = stalled;
+        }
+        fixture.route("/v1/chat/completions", answer);
+        fixture.route("/api/v1/chat/completions", answer);
+
+        const QString scheme = server == "tls"_L1 ? u"https"_s : u"http"_s;
+        auto storage = newStorage(u"%1://127.0.0.1:%2/api/v1"_s.arg(scheme).arg(port));
+        if (Provider(provider) != Provider::TessaryService)
+            chooseModel(*storage, Provider(provider), u"%1://127.0.0.1:%2/v1"_s.arg(scheme).arg(port), model);
+
+        HumanizeService service(*storage, 300ms);
+        RewriteRecorder recorder;
+        const auto request = service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
+        QTRY_VERIFY(!recorder.calls.isEmpty() && !recorder.calls.last().startsWith("token:"_L1));
+        QCOMPARE(recorder.calls.last(), u"error:"_s + message.arg(u"127.0.0.1:%1"_s.arg(port)));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModelClient)
+#include "TestModelClient.moc"
