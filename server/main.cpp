@@ -1,3 +1,4 @@
+#include "ModelProbe.h"
 #include "RewriteServer.h"
 #include "ServerConfig.h"
 #include "ServerLog.h"
@@ -12,6 +13,41 @@
 #include <pthread.h>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Without an upstream of its own the server takes a model server it finds on this
+// machine (the configured model where one has it, else the first model listed), so
+// that a machine with Ollama rewrites without any setting.
+void adoptLocalModelServer(ServerConfig &config)
+{
+    ModelProbe probe(ModelProbe::candidatesFromEnvironment());
+    QObject::connect(&probe, &ModelProbe::finished, QCoreApplication::instance(), &QCoreApplication::quit);
+    probe.start();
+    QCoreApplication::exec(); // until the probe is done; nothing else runs yet
+    const QList<ModelList> found = probe.found();
+    const ModelList *chosen = nullptr;
+    for (const ModelList &server : found) {
+        if (!config.model.isEmpty() && server.models.contains(config.model)) {
+            chosen = &server;
+            break;
+        }
+        if (!chosen && !server.models.isEmpty())
+            chosen = &server;
+    }
+    if (!chosen) {
+        serverLog(u"no upstream_url set and no model server with a model found on this machine"_s);
+        return;
+    }
+    config.upstreamUrl = chosen->base.toString();
+    if (!chosen->models.contains(config.model))
+        config.model = chosen->models.first();
+    serverLog(u"upstream found on this machine: %1 at %2, model %3"_s.arg(
+        chosen->serverName.isEmpty() ? u"a model server"_s : chosen->serverName, config.upstreamUrl,
+        config.model));
+}
+
+} // namespace
 
 int main(int argc, char *argv[])
 {
@@ -54,6 +90,8 @@ int main(int argc, char *argv[])
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    if (config.upstreamUrl.isEmpty())
+        adoptLocalModelServer(config);
     RewriteServer server(config);
     if (!server.bind()) {
         std::fprintf(stderr, "tessary-server: %s\n", qPrintable(server.error()));
