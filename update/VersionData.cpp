@@ -5,6 +5,7 @@
 #include <QJsonParseError>
 #include <QList>
 #include <QStringList>
+#include <QVersionNumber>
 
 using namespace Qt::StringLiterals;
 
@@ -73,6 +74,22 @@ QList<qint64> versionNumbers(const QString &version)
     return numbers;
 }
 
+// A place may be any 64-bit number, negatives included, while QVersionNumber compares
+// best with non-negative ints (it subtracts them): each place, moved into the unsigned
+// range, becomes three places of at most 31 bits, which order as the number does.
+// Missing places count as 0, so both sides get the same number of places.
+QVersionNumber comparableVersion(QList<qint64> numbers, qsizetype places)
+{
+    numbers.resize(places, 0);
+    QList<int> segments;
+    segments.reserve(places * 3);
+    for (const qint64 number : numbers) {
+        const quint64 bits = quint64(number) ^ (quint64(1) << 63);
+        segments << int(bits >> 62) << int((bits >> 31) & 0x7fffffff) << int(bits & 0x7fffffff);
+    }
+    return QVersionNumber(std::move(segments));
+}
+
 } // namespace
 
 std::optional<VersionResponse> VersionResponse::decode(const QByteArray &body, QString *why)
@@ -117,11 +134,6 @@ bool isNewerVersion(const QString &remote, const QString &current)
 {
     const QList<qint64> r = versionNumbers(remote);
     const QList<qint64> c = versionNumbers(current);
-    for (qsizetype i = 0; i < std::max(r.size(), c.size()); ++i) {
-        const qint64 a = r.value(i, 0);
-        const qint64 b = c.value(i, 0);
-        if (a != b)
-            return a > b;
-    }
-    return false;
+    const qsizetype places = std::max(r.size(), c.size());
+    return comparableVersion(r, places) > comparableVersion(c, places);
 }

@@ -37,6 +37,11 @@ void TestVersionData::comparison_data()
     QTest::newRow("blank inside a piece drops it") << u" 2.0"_s << u"1.0"_s << false;
     QTest::newRow("beyond 64 bits drops the piece") << u"99999999999999999999.1"_s << u"1.0"_s << false;
     QTest::newRow("largest 64-bit piece") << u"9223372036854775807"_s << u"1"_s << true;
+    QTest::newRow("largest over smallest") << u"9223372036854775807"_s << u"-9223372036854775808"_s << true;
+    QTest::newRow("smallest under zero") << u"-9223372036854775808"_s << u"0"_s << false;
+    QTest::newRow("places past 32 bits") << u"1.4294967297"_s << u"1.4294967296"_s << true;
+    QTest::newRow("negative place after a zero") << u"1.0.-1"_s << u"1"_s << false;
+    QTest::newRow("zero place after a zero") << u"1.0.0"_s << u"1"_s << false;
     QTest::newRow("nothing numeric") << u"latest"_s << u"0.0.1"_s << false;
     QTest::newRow("empty remote") << QString() << u"0"_s << false;
 }
