@@ -4,49 +4,37 @@
 
 #include <QString>
 
-#include <atomic>
 #include <memory>
-#include <thread>
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-} // namespace httplib
-class ClientWatch;
 
 // tessary-server's HTTP side: POST /api/v1/chat/completions streams a rewrite from the
 // upstream model, GET /api/v1/version answers with the release record.
+// One event loop serves every connection, so a connection costs memory, never a thread;
+// what a client may make it hold is bounded by the limits in ServerConfig.
 class RewriteServer
 {
 public:
-    // config.clientToken must be set: every rewrite request has to present it.
+    // Every rewrite request has to present config.clientToken, unless config.noClientToken.
     explicit RewriteServer(ServerConfig config);
     ~RewriteServer();
 
+    RewriteServer(const RewriteServer &) = delete;
+    RewriteServer &operator=(const RewriteServer &) = delete;
+
     // Binds to the configured address; port 0 picks a free one. On failure error() says why.
     bool bind();
-    int port() const { return m_port; }
-    QString error() const { return m_error; }
+    int port() const;
+    QString error() const;
 
     // Serves until stop(); run() blocks, start() serves on a thread of its own.
     void run();
     bool start();
     void stop();
 
-    int activeStreams() const { return m_activeStreams; }
+    int activeStreams() const;
+
+    class Session;
+    struct Shared;
 
 private:
-    void handleRewrite(const httplib::Request &request, httplib::Response &response);
-    void handleVersion(const httplib::Request &request, httplib::Response &response);
-    bool authorized(const httplib::Request &request) const;
-
-    ServerConfig m_config;
-    std::unique_ptr<httplib::Server> m_server;
-    std::unique_ptr<ClientWatch> m_watch;
-    std::thread m_thread;
-    std::atomic<int> m_activeStreams { 0 };
-    std::atomic<quint64> m_nextRequestId { 1 };
-    int m_port = -1;
-    QString m_error;
+    std::unique_ptr<Shared> d;
 };

@@ -1,14 +1,35 @@
 #include "Upstream.h"
 
 #include "EventStream.h"
+#include "HttpMessageReader.h"
 
 #include <QUrl>
 
-#include <httplib.h>
+#include <boost/asio/connect.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/http/write.hpp>
+#include <boost/beast/ssl/ssl_stream.hpp>
+#include <optional>
+#include <variant>
 
 using namespace Qt::StringLiterals;
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+using tcp = asio::ip::tcp;
 
 namespace {
+
+constexpr int maxResponseFields = 100;
+constexpr qsizetype maxErrorReplyBytes = 64 * 1024;
+constexpr qsizetype maxPlainReplyBytes = 1024 * 1024;
 
 // The part of an upstream's error body worth showing, when it is JSON or short text.
 QString upstreamErrorText(const QByteArray &body)
@@ -39,29 +60,346 @@ QString statusAdvice(int status)
     }
 }
 
-QString transportMessage(httplib::Error error, const QString &url, int timeoutSeconds)
+// Where a transfer failed decides what the user is told to do about it.
+enum class Stage { Connecting, SecureConnecting, Sending, Receiving };
+
+} // namespace
+
+struct UpstreamCall::State : std::enable_shared_from_this<State>
 {
-    switch (error) {
-    case httplib::Error::Connection:
-    case httplib::Error::ConnectionTimeout:
-        return u"tessary-server cannot reach the language model server at %1. Start the model server, "
-               "or correct upstream_url in tessary-server's config."_s.arg(url);
-    case httplib::Error::Read:
-        return u"The language model server at %1 stopped answering (nothing for %2 seconds, or the "
-               "connection was lost). Try again."_s.arg(url)
-                   .arg(timeoutSeconds);
-    case httplib::Error::SSLConnection:
-    case httplib::Error::SSLLoadingCerts:
-    case httplib::Error::SSLServerVerification:
-        return u"tessary-server could not set up a secure connection to %1: %2. Check upstream_url and "
-               "the system's certificates."_s.arg(url, QString::fromStdString(httplib::to_string(error)));
-    default:
-        return u"The request to the language model server at %1 failed: %2."_s.arg(
-            url, QString::fromStdString(httplib::to_string(error)));
+    State(asio::io_context &io, Settings settings)
+        : settings(std::move(settings))
+        , resolver(io)
+        , io(io)
+    {
+    }
+
+    using PlainStream = beast::tcp_stream;
+    using SecureStream = beast::ssl_stream<beast::tcp_stream>;
+
+    Settings settings;
+    QString shownUrl;
+    tcp::resolver resolver;
+    asio::io_context &io;
+    std::optional<asio::ssl::context> tls;
+    std::variant<std::monostate, PlainStream, SecureStream> stream;
+    http::request<http::string_body> request;
+    beast::flat_buffer buffer;
+    std::optional<HttpMessageReader<false>> reader;
+
+    FragmentHandler onFragment;
+    DoneHandler onDone;
+    UpstreamOutcome outcome;
+    bool cancelled = false;
+    bool finished = false;
+
+    EventStreamParser parser;
+    qint64 lineBytes = 0; // since the last line end
+    bool lineTooLong = false;
+    QByteArray plainReply; // a reply that turns out not to be an event stream, bounded
+    QByteArray errorReply; // kept only for an error status, bounded
+    bool stopped = false; // by the client or by an error event
+    bool done = false;
+    QString streamedError;
+
+    beast::tcp_stream &tcpStream()
+    {
+        if (auto *plain = std::get_if<PlainStream>(&stream))
+            return *plain;
+        return beast::get_lowest_layer(std::get<SecureStream>(stream));
+    }
+
+    template<typename Operation> void withStream(Operation &&operation)
+    {
+        if (auto *plain = std::get_if<PlainStream>(&stream))
+            operation(*plain);
+        else
+            operation(std::get<SecureStream>(stream));
+    }
+
+    void begin(const QByteArray &body);
+    void connect(const tcp::resolver::results_type &endpoints, const std::string &host);
+    void send();
+    void receive();
+    bool takeBody(std::string_view bytes);
+    void onEvent(const UpstreamEvent &event);
+    void failTransport(Stage stage, const beast::error_code &error);
+    void conclude();
+    void finish(UpstreamOutcome::Result result, const QString &message = {});
+    void cancel();
+};
+
+void UpstreamCall::State::begin(const QByteArray &body)
+{
+    if (const QString problem = upstreamUrlProblem(settings.baseUrl); !problem.isEmpty())
+        return finish(UpstreamOutcome::Result::Failed, problem);
+    const QUrl url(settings.baseUrl);
+    shownUrl = shownUpstreamUrl(settings.baseUrl);
+    const bool secure = url.scheme() == "https"_L1;
+
+    QString target = url.path(QUrl::FullyEncoded);
+    while (target.endsWith(u'/'))
+        target.chop(1);
+    target += "/chat/completions"_L1;
+    // Some hosted services take their key or API version in the query string.
+    if (url.hasQuery())
+        target += u'?' + url.query(QUrl::FullyEncoded);
+
+    request.method(http::verb::post);
+    request.target(target.toStdString());
+    request.version(11);
+    request.set(
+        http::field::host, url.adjusted(QUrl::RemoveUserInfo).authority(QUrl::FullyEncoded).toStdString());
+    request.set(http::field::content_type, "application/json");
+    request.set(http::field::accept, "text/event-stream");
+    request.set(http::field::connection, "close");
+    if (!settings.key.isEmpty())
+        request.set(http::field::authorization, "Bearer " + settings.key.toStdString());
+    request.body() = body.toStdString();
+    request.prepare_payload();
+
+    const std::string host = url.host(QUrl::FullyEncoded).toStdString();
+    if (secure) {
+        tls.emplace(asio::ssl::context::tls_client);
+        tls->set_default_verify_paths();
+        tls->set_verify_mode(asio::ssl::verify_peer);
+        stream.emplace<SecureStream>(io, *tls);
+    } else {
+        stream.emplace<PlainStream>(io);
+    }
+    resolver.async_resolve(host, std::to_string(url.port(secure ? 443 : 80)),
+        [self = shared_from_this(), host](
+            const beast::error_code &error, tcp::resolver::results_type endpoints) {
+            if (self->cancelled)
+                return self->finish(UpstreamOutcome::Result::Cancelled);
+            if (error)
+                return self->failTransport(Stage::Connecting, error);
+            self->connect(endpoints, host);
+        });
+}
+
+void UpstreamCall::State::connect(const tcp::resolver::results_type &endpoints, const std::string &host)
+{
+    tcpStream().expires_after(std::chrono::seconds(10));
+    tcpStream().async_connect(
+        endpoints, [self = shared_from_this(), host](const beast::error_code &error, const tcp::endpoint &) {
+            if (self->cancelled)
+                return self->finish(UpstreamOutcome::Result::Cancelled);
+            if (error)
+                return self->failTransport(Stage::Connecting, error);
+            self->tcpStream().socket().set_option(tcp::no_delay(true));
+            auto *secure = std::get_if<SecureStream>(&self->stream);
+            if (!secure)
+                return self->send();
+            // The name the certificate must carry, sent so that shared hosts pick the right one.
+            SSL_set_tlsext_host_name(secure->native_handle(), host.c_str());
+            secure->set_verify_callback(asio::ssl::host_name_verification(host));
+            secure->async_handshake(asio::ssl::stream_base::client, [self](const beast::error_code &error) {
+                if (self->cancelled)
+                    return self->finish(UpstreamOutcome::Result::Cancelled);
+                if (error)
+                    return self->failTransport(Stage::SecureConnecting, error);
+                self->send();
+            });
+        });
+}
+
+void UpstreamCall::State::send()
+{
+    tcpStream().expires_after(std::chrono::seconds(30));
+    withStream([this](auto &stream) {
+        http::async_write(
+            stream, request, [self = shared_from_this()](const beast::error_code &error, size_t) {
+                if (self->cancelled)
+                    return self->finish(UpstreamOutcome::Result::Cancelled);
+                if (error)
+                    return self->failTransport(Stage::Sending, error);
+                self->request = {}; // the prompt is not needed any more
+                self->reader.emplace(maxResponseFields);
+                self->reader->header_limit(std::uint32_t(self->settings.maxHeaderBytes));
+                self->reader->body_limit(boost::none); // a stream is as long as the model writes
+                self->reader->onBody(
+                    [self = self.get()](std::string_view bytes) { return self->takeBody(bytes); });
+                self->receive();
+            });
+    });
+}
+
+void UpstreamCall::State::receive()
+{
+    tcpStream().expires_after(std::chrono::seconds(settings.timeoutSeconds));
+    withStream([this](auto &stream) {
+        http::async_read_some(
+            stream, buffer, *reader, [self = shared_from_this()](const beast::error_code &error, size_t) {
+                if (self->cancelled || self->finished)
+                    return self->finish(UpstreamOutcome::Result::Cancelled);
+                if (self->stopped || self->done || self->lineTooLong || self->reader->is_done())
+                    return self->conclude();
+                if (error == http::error::header_limit)
+                    return self->finish(UpstreamOutcome::Result::Failed,
+                        u"The language model server at %1 sent a reply head larger than tessary-server "
+                        "accepts (%2 bytes, %3 fields)."_s.arg(self->shownUrl)
+                            .arg(self->settings.maxHeaderBytes)
+                            .arg(maxResponseFields));
+                if (error)
+                    return self->failTransport(Stage::Receiving, error);
+                self->receive();
+            });
+    });
+}
+
+bool UpstreamCall::State::takeBody(std::string_view bytes)
+{
+    const QByteArrayView data(bytes.data(), qsizetype(bytes.size()));
+    if (reader->status() >= 400) {
+        if (errorReply.size() < maxErrorReplyBytes)
+            errorReply.append(data.first(qMin(data.size(), maxErrorReplyBytes - errorReply.size())));
+        return true;
+    }
+    // The parser keeps an unfinished line whole: a line that never ends must not grow forever.
+    for (const char byte : data) {
+        if (byte == '\n' || byte == '\r')
+            lineBytes = 0;
+        else if (++lineBytes > settings.maxLineBytes)
+            lineTooLong = true;
+    }
+    if (lineTooLong)
+        return false;
+    parser.feed(data, [this](QByteArrayView payload) { onEvent(interpretPayload(payload)); });
+    if (!parser.sawDataLine() && plainReply.size() < maxPlainReplyBytes)
+        plainReply.append(data.first(qMin(data.size(), maxPlainReplyBytes - plainReply.size())));
+    return !stopped && !done;
+}
+
+void UpstreamCall::State::onEvent(const UpstreamEvent &event)
+{
+    if (stopped || done)
+        return;
+    switch (event.kind) {
+    case UpstreamEvent::Kind::Fragment:
+        ++outcome.fragments;
+        if (!onFragment(event.text))
+            stopped = true;
+        break;
+    case UpstreamEvent::Kind::Error:
+        streamedError = event.text;
+        stopped = true;
+        break;
+    case UpstreamEvent::Kind::Done:
+        done = true;
+        break;
+    case UpstreamEvent::Kind::Ignored:
+        break;
     }
 }
 
-} // namespace
+void UpstreamCall::State::failTransport(Stage stage, const beast::error_code &error)
+{
+    QString message;
+    switch (stage) {
+    case Stage::Connecting:
+        message = u"tessary-server cannot reach the language model server at %1. Start the model server, "
+                  "or correct upstream_url in tessary-server's config."_s.arg(shownUrl);
+        break;
+    case Stage::SecureConnecting:
+        message = u"tessary-server could not set up a secure connection to %1: %2. Check upstream_url and "
+                  "the system's certificates."_s.arg(shownUrl, QString::fromStdString(error.message()));
+        break;
+    case Stage::Sending:
+    case Stage::Receiving:
+        message = u"The language model server at %1 stopped answering (nothing for %2 seconds, or the "
+                  "connection was lost). Try again."_s.arg(shownUrl)
+                      .arg(stage == Stage::Sending ? 30 : settings.timeoutSeconds);
+        break;
+    }
+    finish(UpstreamOutcome::Result::Failed, message);
+}
+
+void UpstreamCall::State::conclude()
+{
+    if (stopped && streamedError.isEmpty())
+        return finish(UpstreamOutcome::Result::Cancelled);
+    if (lineTooLong)
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model server at %1 sent a line longer than tessary-server accepts (%2 bytes)."_s
+                .arg(shownUrl)
+                .arg(settings.maxLineBytes));
+    if (!streamedError.isEmpty())
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model server reported an error: %1"_s.arg(streamedError));
+    const int status = reader->status();
+    if (status >= 400) {
+        const QString detail = upstreamErrorText(errorReply);
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model server at %1 answered HTTP %2%3.%4"_s.arg(shownUrl)
+                .arg(status)
+                .arg(detail.isEmpty() ? QString() : u": "_s + detail)
+                .arg(statusAdvice(status)));
+    }
+    parser.finish([this](QByteArrayView payload) { onEvent(interpretPayload(payload)); });
+    if (!parser.sawDataLine())
+        onEvent(interpretWholeBody(plainReply));
+    if (stopped && streamedError.isEmpty())
+        return finish(UpstreamOutcome::Result::Cancelled);
+    if (!streamedError.isEmpty())
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model server reported an error: %1"_s.arg(streamedError));
+    if (outcome.fragments == 0)
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model at %1 returned no text. Try again, or check model in "
+            "tessary-server's config."_s.arg(shownUrl));
+    finish(UpstreamOutcome::Result::Finished);
+}
+
+void UpstreamCall::State::finish(UpstreamOutcome::Result result, const QString &message)
+{
+    if (finished)
+        return;
+    finished = true;
+    outcome.result = result;
+    outcome.message = message;
+    beast::error_code ignored;
+    if (!std::holds_alternative<std::monostate>(stream))
+        tcpStream().socket().close(ignored);
+    // The handlers may own the caller; letting go of them here breaks that cycle.
+    const DoneHandler report = std::move(onDone);
+    onFragment = nullptr;
+    onDone = nullptr;
+    if (report)
+        report(outcome);
+}
+
+void UpstreamCall::State::cancel()
+{
+    if (finished || cancelled)
+        return;
+    cancelled = true;
+    resolver.cancel();
+    // Closing ends whatever operation is pending; its handler reports the cancellation.
+    beast::error_code ignored;
+    if (!std::holds_alternative<std::monostate>(stream))
+        tcpStream().socket().close(ignored);
+}
+
+UpstreamCall::UpstreamCall(std::shared_ptr<State> state)
+    : m_state(std::move(state))
+{
+}
+
+std::shared_ptr<UpstreamCall> UpstreamCall::start(asio::io_context &io, Settings settings,
+    const QByteArray &body, FragmentHandler onFragment, DoneHandler onDone)
+{
+    auto state = std::make_shared<State>(io, std::move(settings));
+    state->onFragment = std::move(onFragment);
+    state->onDone = std::move(onDone);
+    asio::post(io, [state, body] { state->begin(body); });
+    return std::shared_ptr<UpstreamCall>(new UpstreamCall(state));
+}
+
+void UpstreamCall::cancel()
+{
+    m_state->cancel();
+}
 
 QString upstreamUrlProblem(const QString &baseUrl)
 {
@@ -71,165 +409,15 @@ QString upstreamUrlProblem(const QString &baseUrl)
     const QUrl url(baseUrl, QUrl::StrictMode);
     if (!url.isValid() || (url.scheme() != "http"_L1 && url.scheme() != "https"_L1) || url.host().isEmpty())
         return u"upstream_url \"%1\" is not an http:// or https:// address. Set it to the model server's "
-               "OpenAI-compatible base, for example http://localhost:11434/v1 for Ollama."_s.arg(baseUrl);
+               "OpenAI-compatible base, for example http://localhost:11434/v1 for Ollama."_s.arg(
+                   baseUrl.section(u'?', 0, 0));
     return {};
 }
 
-UpstreamCall::UpstreamCall(Settings settings)
-    : m_settings(std::move(settings))
+QString shownUpstreamUrl(const QString &baseUrl)
 {
-}
-
-UpstreamCall::~UpstreamCall() = default;
-
-void UpstreamCall::cancel()
-{
-    m_cancelled = true;
-    std::lock_guard lock(m_clientMutex);
-    if (m_client)
-        m_client->stop();
-}
-
-UpstreamOutcome UpstreamCall::run(
-    const QByteArray &body, const std::function<bool(const QString &)> &onFragment)
-{
-    UpstreamOutcome outcome;
-    if (const QString problem = upstreamUrlProblem(m_settings.baseUrl); !problem.isEmpty()) {
-        outcome.message = problem;
-        return outcome;
-    }
-    const QUrl url(m_settings.baseUrl);
-    QString path = url.path(QUrl::FullyEncoded);
-    while (path.endsWith(u'/'))
-        path.chop(1);
-    path += "/chat/completions"_L1;
-    const QString origin
-        = url.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment | QUrl::RemoveUserInfo)
-              .toString();
-    const QString shownUrl = url.adjusted(QUrl::RemoveUserInfo).toString();
-
-    httplib::Client client(origin.toStdString());
-    client.set_tcp_nodelay(true);
-    client.set_connection_timeout(10);
-    client.set_read_timeout(m_settings.timeoutSeconds);
-    client.set_write_timeout(30);
-    client.set_keep_alive(false);
-    {
-        std::lock_guard lock(m_clientMutex);
-        if (m_cancelled) {
-            outcome.result = UpstreamOutcome::Result::Cancelled;
-            return outcome;
-        }
-        m_client = &client;
-    }
-
-    httplib::Request request;
-    request.method = "POST";
-    request.path = path.toStdString();
-    request.headers = {
-        { "Content-Type", "application/json" },
-        { "Accept", "text/event-stream" },
-    };
-    if (!m_settings.key.isEmpty())
-        request.headers.emplace("Authorization", "Bearer " + m_settings.key.toStdString());
-    request.body = body.toStdString();
-
-    int status = 0;
-    QByteArray errorReply; // kept only for an error status, bounded
-    QByteArray plainReply; // a reply that turns out not to be an event stream
-    EventStreamParser parser;
-    bool stopped = false; // by the client or by an error event
-    bool done = false;
-    QString streamedError;
-
-    const auto onData = [&](QByteArrayView payload) {
-        if (stopped || done)
-            return;
-        const UpstreamEvent event = interpretPayload(payload);
-        switch (event.kind) {
-        case UpstreamEvent::Kind::Fragment:
-            ++outcome.fragments;
-            if (!onFragment(event.text))
-                stopped = true;
-            break;
-        case UpstreamEvent::Kind::Error:
-            streamedError = event.text;
-            stopped = true;
-            break;
-        case UpstreamEvent::Kind::Done:
-            done = true;
-            break;
-        case UpstreamEvent::Kind::Ignored:
-            break;
-        }
-    };
-
-    request.response_handler = [&](const httplib::Response &response) {
-        status = response.status;
-        return true;
-    };
-    request.content_receiver = [&](const char *data, size_t length, uint64_t, uint64_t) {
-        if (m_cancelled)
-            return false;
-        if (status >= 400) {
-            if (errorReply.size() < 64 * 1024)
-                errorReply.append(data, qsizetype(length));
-            return true;
-        }
-        parser.feed(QByteArrayView(data, qsizetype(length)), onData);
-        if (!parser.sawDataLine() && plainReply.size() < 1024 * 1024)
-            plainReply.append(data, qsizetype(length));
-        return !stopped && !done;
-    };
-
-    httplib::Response response;
-    httplib::Error error = httplib::Error::Success;
-    const bool sent = client.send(request, response, error);
-    {
-        std::lock_guard lock(m_clientMutex);
-        m_client = nullptr;
-    }
-
-    if (m_cancelled || (stopped && streamedError.isEmpty())) {
-        outcome.result = UpstreamOutcome::Result::Cancelled;
-        return outcome;
-    }
-    if (!streamedError.isEmpty()) {
-        outcome.message = u"The language model server reported an error: %1"_s.arg(streamedError);
-        return outcome;
-    }
-    if (!sent && !done) {
-        outcome.message = transportMessage(error, shownUrl, m_settings.timeoutSeconds);
-        return outcome;
-    }
-    if (status >= 400) {
-        const QString detail = upstreamErrorText(errorReply);
-        outcome.message = u"The language model server at %1 answered HTTP %2%3.%4"_s.arg(shownUrl)
-                              .arg(status)
-                              .arg(detail.isEmpty() ? QString() : u": "_s + detail)
-                              .arg(statusAdvice(status));
-        return outcome;
-    }
-    parser.finish(onData);
-    if (!parser.sawDataLine()) {
-        const UpstreamEvent whole = interpretWholeBody(plainReply);
-        if (whole.kind == UpstreamEvent::Kind::Error) {
-            outcome.message = u"The language model server reported an error: %1"_s.arg(whole.text);
-            return outcome;
-        }
-        if (whole.kind == UpstreamEvent::Kind::Fragment) {
-            ++outcome.fragments;
-            if (!onFragment(whole.text)) {
-                outcome.result = UpstreamOutcome::Result::Cancelled;
-                return outcome;
-            }
-        }
-    }
-    if (outcome.fragments == 0) {
-        outcome.message = u"The language model at %1 returned no text. Try again, or check model in "
-                          "tessary-server's config."_s.arg(shownUrl);
-        return outcome;
-    }
-    outcome.result = UpstreamOutcome::Result::Finished;
-    return outcome;
+    const QUrl url(baseUrl);
+    if (!url.isValid())
+        return baseUrl.section(u'?', 0, 0);
+    return url.adjusted(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment).toString();
 }

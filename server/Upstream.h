@@ -3,13 +3,11 @@
 #include <QByteArray>
 #include <QString>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 
-namespace httplib {
-class Client;
+namespace boost::asio {
+class io_context;
 }
 
 struct UpstreamOutcome
@@ -20,7 +18,8 @@ struct UpstreamOutcome
     int fragments = 0;
 };
 
-// One streamed /chat/completions request to the OpenAI-compatible upstream.
+// One streamed /chat/completions request to the OpenAI-compatible upstream, run on the
+// server's event loop without a thread of its own.
 class UpstreamCall
 {
 public:
@@ -29,25 +28,32 @@ public:
         QString baseUrl;
         QString key;
         int timeoutSeconds = 300;
+        // What the upstream may send: one event-stream line, and the reply's head.
+        int maxLineBytes = 1024 * 1024;
+        int maxHeaderBytes = 64 * 1024;
     };
+    // Gets each piece of text as it arrives; returning false (the client has gone) drops
+    // the upstream request at once.
+    using FragmentHandler = std::function<bool(const QString &)>;
+    using DoneHandler = std::function<void(const UpstreamOutcome &)>;
 
-    explicit UpstreamCall(Settings settings);
-    ~UpstreamCall();
+    // `onDone` runs exactly once, on `io`'s thread, after start() has returned.
+    static std::shared_ptr<UpstreamCall> start(boost::asio::io_context &io, Settings settings,
+        const QByteArray &body, FragmentHandler onFragment, DoneHandler onDone);
 
-    // Blocks until the upstream has answered in full, failed, or was cancelled.
-    // `onFragment` gets each piece of text as it arrives; when it returns false (the
-    // client has gone) the upstream request is dropped at once.
-    UpstreamOutcome run(const QByteArray &body, const std::function<bool(const QString &)> &onFragment);
-
-    // From any thread: drop the upstream connection now.
+    // On `io`'s thread: drop the upstream connection now; onDone reports Cancelled.
     void cancel();
 
+    struct State;
+
 private:
-    Settings m_settings;
-    std::atomic<bool> m_cancelled { false };
-    std::mutex m_clientMutex;
-    httplib::Client *m_client = nullptr; // while run() is in progress
+    explicit UpstreamCall(std::shared_ptr<State> state);
+    std::shared_ptr<State> m_state;
 };
 
 // The first thing to check when the upstream URL is unusable; empty when it is fine.
 QString upstreamUrlProblem(const QString &baseUrl);
+
+// The upstream URL as messages and logs may show it: without user name, password or
+// query string, which often carry a key.
+QString shownUpstreamUrl(const QString &baseUrl);

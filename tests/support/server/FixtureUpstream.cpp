@@ -38,11 +38,20 @@ FixtureUpstream::FixtureUpstream(int threads)
             UpstreamScript script;
             {
                 std::lock_guard lock(m_mutex);
-                m_requests.append({ QString::fromStdString(request.get_header_value("Authorization")),
+                QString target = QString::fromStdString(request.path);
+                if (!request.params.empty()) {
+                    QStringList query;
+                    for (const auto &[name, value] : request.params)
+                        query << QString::fromStdString(name + '=' + value);
+                    target += u'?' + query.join(u'&');
+                }
+                m_requests.append({ QString::fromStdString(request.get_header_value("Authorization")), target,
                     QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object() });
                 script = m_script;
             }
             response.status = script.status;
+            for (int i = 0; i < script.extraHeaders; ++i)
+                response.set_header("X-Filler-" + std::to_string(i), std::string(40, 'f'));
             if (!script.wholeBody.isEmpty()) {
                 response.set_content(script.wholeBody.toStdString(), "application/json");
                 ++m_finished;
@@ -50,6 +59,17 @@ FixtureUpstream::FixtureUpstream(int threads)
             }
             response.set_chunked_content_provider(
                 "text/event-stream", [this, script](size_t, httplib::DataSink &sink) {
+                    for (qsizetype at = 0; at < script.rawStream.size(); at += 64 * 1024) {
+                        if (!send(sink, script.rawStream.mid(at, 64 * 1024))) {
+                            ++m_abandoned;
+                            return false;
+                        }
+                    }
+                    if (!script.rawStream.isEmpty()) {
+                        ++m_finished;
+                        sink.done();
+                        return true;
+                    }
                     const int count
                         = script.stampFragments ? script.fragmentCount : int(script.fragments.size());
                     for (int i = 0; i < count; ++i) {

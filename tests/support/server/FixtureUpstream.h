@@ -34,11 +34,15 @@ struct UpstreamScript
     int stallAfter = -1;
     QByteArray errorEvent; // a payload sent after the fragments, e.g. {"error":{...}}
     bool sendDone = true;
+    // Sent as they are, in pieces of 64 KiB, instead of fragments when not empty.
+    QByteArray rawStream;
+    int extraHeaders = 0; // sent with the reply, "X-Filler-<n>: ..." each
 };
 
 struct UpstreamRequest
 {
     QString authorization;
+    QString target; // path and query
     QJsonObject body;
 };
 

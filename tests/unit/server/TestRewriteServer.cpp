@@ -9,7 +9,11 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
+#include <QSignalSpy>
+#include <QTcpSocket>
 #include <QTest>
+
+#include <sys/socket.h>
 
 using namespace Qt::StringLiterals;
 
@@ -89,6 +93,39 @@ private:
     }
     qsizetype m_consumed = 0;
 };
+
+// A client speaking raw HTTP, for what a well-behaved HTTP library would never send.
+class RawClient : public QObject
+{
+public:
+    explicit RawClient(int port, const QString &from = u"127.0.0.1"_s)
+    {
+        socket.bind(QHostAddress(from));
+        connect(&socket, &QTcpSocket::readyRead, this, [this] { received += socket.readAll(); });
+        socket.connectToHost(QHostAddress(u"127.0.0.1"_s), quint16(port));
+    }
+
+    bool connected() const { return socket.state() == QAbstractSocket::ConnectedState; }
+    bool closed() const { return socket.state() == QAbstractSocket::UnconnectedState; }
+    // The status of the reply, 0 before (or without) one.
+    int status() const { return received.startsWith("HTTP/1.1 ") ? received.mid(9, 3).toInt() : 0; }
+    // Ends our side of the connection once everything is sent, as `curl -T` or a shell
+    // pipe would; the reply must still come.
+    void halfClose() { ::shutdown(int(socket.socketDescriptor()), SHUT_WR); }
+
+    QTcpSocket socket;
+    QByteArray received;
+};
+
+QByteArray chunked(const QByteArray &body)
+{
+    QByteArray framed;
+    for (qsizetype at = 0; at < body.size(); at += 1000) {
+        const QByteArray piece = body.mid(at, 1000);
+        framed += QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n";
+    }
+    return framed + "0\r\n\r\n";
+}
 
 } // namespace
 
@@ -287,6 +324,16 @@ private Q_SLOTS:
             << u"reported an error: model overloaded"_s;
         QTest::newRow("upstream answers without text")
             << fixture << UpstreamScript() << QStringList() << u"returned no text"_s;
+        UpstreamScript endlessLine;
+        endlessLine.rawStream = "data: " + QByteArray(2 * 1024 * 1024, 'x');
+        QTest::newRow("upstream line without an end")
+            << fixture << endlessLine << QStringList() << u"sent a line longer than tessary-server accepts"_s;
+        UpstreamScript heavyHead;
+        heavyHead.fragments = { u"never"_s };
+        heavyHead.extraHeaders = 2000;
+        QTest::newRow("upstream reply head without bounds")
+            << fixture << heavyHead << QStringList()
+            << u"sent a reply head larger than tessary-server accepts"_s;
     }
     void upstreamFailuresAreStreamedErrors()
     {
@@ -359,6 +406,126 @@ private Q_SLOTS:
         QFETCH(QString, message);
         QVERIFY2(error.value("message"_L1).toString().contains(message), reply->body.constData());
         QCOMPARE(m_upstream.requests().size(), upstreamRequestsBefore);
+    }
+
+    // Some hosted services take their key in the query string: it must reach them, and
+    // never the messages users see and paste into bug reports.
+    void upstreamQueryReachesOnlyTheUpstream()
+    {
+        UpstreamScript script;
+        script.status = 401;
+        script.wholeBody = R"({"error":{"message":"Incorrect API key provided"}})";
+        m_upstream.setScript(script);
+        auto server = startServer(configFor(m_upstream.baseUrl() + u"?api-key=s3cret"_s));
+        QVERIFY(server);
+
+        StreamReader *reply = post(*server, rewriteBody(u"text"_s));
+        QTRY_VERIFY(reply->finished);
+        QCOMPARE(reply->errors.size(), 1);
+        QVERIFY2(reply->errors.first().contains(u"answered HTTP 401"_s), qPrintable(reply->errors.first()));
+        QVERIFY2(!reply->errors.first().contains(u"s3cret"_s), qPrintable(reply->errors.first()));
+        QCOMPARE(m_upstream.requests().last().target, u"/v1/chat/completions?api-key=s3cret"_s);
+    }
+
+    // What hostile clients sent to exhaust the server, each refused before it costs more
+    // than a moment; and what a legitimate but unusual client does, served.
+    void hostileRequestsAreCutShort_data()
+    {
+        QTest::addColumn<QString>("serverToken");
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<bool>("halfClose");
+        QTest::addColumn<int>("status"); // 0: closed without a reply
+        QTest::addColumn<QByteArray>("reply"); // contained in the reply
+
+        const QByteArray head = "POST /api/v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                "Connection: close\r\nContent-Type: application/json\r\n";
+        const QByteArray bearer = "Authorization: Bearer " + token.toUtf8() + "\r\n";
+        const QByteArray body = rewriteBody(u"text"_s);
+        const QByteArray length = "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n";
+        QByteArray tinyHeaders;
+        for (int i = 0; i < 1000; ++i)
+            tinyHeaders += "a:b\r\n";
+
+        QTest::newRow("a thousand tiny headers") << token << head + tinyHeaders + length + body << false
+                                                 << 431 << QByteArray("request headers are larger");
+        QTest::newRow("chunked body over the limit")
+            << token
+            << head + bearer + "Transfer-Encoding: chunked\r\n\r\n"
+                + chunked(rewriteBody(QString(70 * 1024, u'a')))
+            << false << 413 << QByteArray("larger than tessary-server accepts");
+        QTest::newRow("ten gigabytes announced, none sent")
+            << token << head + bearer + "Content-Length: 10000000000\r\n\r\n"
+            << false << 413 << QByteArray("larger than tessary-server accepts");
+        QTest::newRow("token percent-encoded") << token
+                                               << head + "Authorization: Bearer "
+                + token.toUtf8().toPercentEncoding("", "-") + "\r\n" + length + body
+                                               << false << 401 << QByteArray("Invalid API key");
+        QTest::newRow("server without a token")
+            << QString() << head + "Authorization: Bearer x\r\n" + length + body << false << 401
+            << QByteArray("Invalid API key");
+        QTest::newRow("request head never finished")
+            << token << QByteArray("POST /api/v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1\r\n") << false
+            << 0 << QByteArray();
+        QTest::newRow("half-closed after the request")
+            << token << head + bearer + length + body << true << 200 << QByteArray("data: [DONE]");
+    }
+    void hostileRequestsAreCutShort()
+    {
+        QFETCH(QString, serverToken);
+        QFETCH(QByteArray, request);
+        QFETCH(bool, halfClose);
+        UpstreamScript script;
+        script.fragments = { u"Hey"_s };
+        m_upstream.setScript(script);
+        ServerConfig config = configFor(m_upstream.baseUrl());
+        config.clientToken = serverToken;
+        config.requestHeadSeconds = 1;
+        auto server = startServer(config);
+        QVERIFY(server);
+
+        RawClient client(server->port());
+        client.socket.write(request);
+        QTRY_COMPARE(client.socket.bytesToWrite(), 0);
+        if (halfClose)
+            client.halfClose();
+        QTRY_VERIFY(client.closed());
+        QTEST(client.status(), "status");
+        QFETCH(QByteArray, reply);
+        QVERIFY2(client.received.contains(reply), client.received.left(2000).constData());
+    }
+
+    // Connections beyond the caps are answered at once, not left waiting for a turn.
+    void connectionsBeyondTheCapsAreRefused_data()
+    {
+        QTest::addColumn<int>("maxConnections");
+        QTest::addColumn<int>("maxPerAddress");
+        QTest::addColumn<QString>("thirdFrom");
+        QTest::addColumn<int>("status");
+        QTest::newRow("beyond the cap per address") << 100 << 2 << u"127.0.0.1"_s << 503;
+        QTest::newRow("beyond the cap in total") << 2 << 100 << u"127.0.0.2"_s << 503;
+        QTest::newRow("another address is not held back") << 100 << 2 << u"127.0.0.2"_s << 200;
+    }
+    void connectionsBeyondTheCapsAreRefused()
+    {
+        QFETCH(int, maxConnections);
+        QFETCH(int, maxPerAddress);
+        QFETCH(QString, thirdFrom);
+        ServerConfig config = configFor(m_upstream.baseUrl());
+        config.maxConnections = maxConnections;
+        config.maxConnectionsPerAddress = maxPerAddress;
+        auto server = startServer(config);
+        QVERIFY(server);
+
+        // Two that connect and say nothing, accepted before the third in the order they came.
+        RawClient first(server->port());
+        RawClient second(server->port());
+        QTRY_VERIFY(first.connected() && second.connected());
+        // Written while connecting: a refusal may come, and the connection end, at once.
+        RawClient third(server->port(), thirdFrom);
+        third.socket.write("GET /api/v1/version HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+        QTRY_VERIFY(third.closed());
+        QTEST(third.status(), "status");
+        QVERIFY(!first.closed() && !second.closed());
     }
 
     void versionNeedsNoTokenAndServesTheConfiguredRelease()
