@@ -4,9 +4,11 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
+#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -29,14 +31,10 @@ constexpr int stateShowing = 25;
 
 // Long enough for a busy editor, short enough that the user barely notices a hung one.
 constexpr int callTimeoutMs = 250;
+constexpr int stateDefunct = 6;
 // Bounds the fallback search of an application's tree (large documents, long lists).
 constexpr int treeWalkBudget = 600;
 constexpr int treeWalkMs = 400;
-
-QString elementKey(const Element &element)
-{
-    return element.service + u'\n' + element.path;
-}
 
 struct ObjectReference
 {
@@ -120,8 +118,11 @@ bool AtspiAccessibility::isTrusted(bool prompt)
         // GTK applications join the bus even when the desktop's switch is off; if any
         // did, reading and writing their text works.
         if (!enabled) {
-            const auto apps = call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s);
-            enabled = apps && !readReferences(apps->arguments().value(0)).isEmpty();
+            const QDBusMessage apps = m_bus->call(QDBusMessage::createMethodCall(registryService, rootPath,
+                                                      accessibleInterface, u"GetChildren"_s),
+                QDBus::Block, callTimeoutMs);
+            enabled = apps.type() == QDBusMessage::ReplyMessage
+                && !readReferences(apps.arguments().value(0)).isEmpty();
         }
     }
     if (!enabled && prompt)
@@ -130,19 +131,26 @@ bool AtspiAccessibility::isTrusted(bool prompt)
     return enabled;
 }
 
-std::optional<QDBusMessage> AtspiAccessibility::call(const Element &element, const QString &interface,
-    const QString &method, const QVariantList &arguments, int timeoutMs)
+void AtspiAccessibility::call(const Element &element, const QString &interface, const QString &method,
+    const QVariantList &arguments, Reply answer)
 {
-    if (!m_bus)
-        return std::nullopt;
+    if (!m_bus || element.service.isEmpty() || element.path.isEmpty()) {
+        answer(std::nullopt);
+        return;
+    }
     QDBusMessage request = QDBusMessage::createMethodCall(element.service, element.path, interface, method);
     request.setArguments(arguments);
-    const QDBusMessage reply = m_bus->call(request, QDBus::Block, timeoutMs > 0 ? timeoutMs : callTimeoutMs);
-    if (reply.type() != QDBusMessage::ReplyMessage) {
-        qCDebug(lcAtspi) << method << "failed:" << reply.errorName();
-        return std::nullopt;
-    }
-    return reply;
+    auto *watcher = new QDBusPendingCallWatcher(m_bus->asyncCall(request, callTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, method, answer = std::move(answer)] {
+        watcher->deleteLater();
+        const QDBusMessage reply = watcher->reply();
+        if (reply.type() != QDBusMessage::ReplyMessage) {
+            qCDebug(lcAtspi) << method << "failed:" << reply.errorName();
+            answer(std::nullopt);
+            return;
+        }
+        answer(reply);
+    });
 }
 
 void AtspiAccessibility::onStateChanged(const QDBusMessage &message)
@@ -150,221 +158,315 @@ void AtspiAccessibility::onStateChanged(const QDBusMessage &message)
     const QVariantList args = message.arguments();
     if (args.size() < 2 || args.at(0).toString() != u"focused")
         return;
-    // A loss is not forgotten: when the application's window comes back to the front
-    // (our popup closing), focus returns to the same element, and a rewrite asked for at
-    // that moment may come before the event saying so. Every candidate is checked for
-    // the focused state when it is used.
-    if (args.at(1).toInt() != 0)
-        m_focusedPaths.insert(message.service(), message.path());
+    // A loss is not forgotten: while the shortcut's key grab is active, and while our
+    // popup is in front, the element gives the focus up and takes it back later. What
+    // counts is the last element that had it in the application that is in front.
+    if (args.at(1).toInt() == 0)
+        return;
+    m_focusedPaths.insert(message.service(), message.path());
+    m_focusOrder.removeAll(message.service());
+    m_focusOrder.prepend(message.service());
 }
 
-std::optional<quint32> AtspiAccessibility::pidOf(const QString &busName)
+void AtspiAccessibility::pidOf(const QString &busName, std::function<void(std::optional<quint32>)> answer)
 {
-    if (const auto known = m_pids.constFind(busName); known != m_pids.cend())
-        return *known;
-    const auto reply = call({ u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s },
-        u"org.freedesktop.DBus"_s, u"GetConnectionUnixProcessID"_s, { busName });
-    if (!reply || reply->arguments().isEmpty())
-        return std::nullopt;
-    const quint32 pid = reply->arguments().constFirst().toUInt();
-    m_pids.insert(busName, pid);
-    return pid;
-}
-
-std::optional<quint64> AtspiAccessibility::states(const Element &element)
-{
-    const auto reply = call(element, accessibleInterface, u"GetState"_s);
-    if (!reply || reply->arguments().isEmpty())
-        return std::nullopt;
-    const auto argument = reply->arguments().constFirst().value<QDBusArgument>();
-    QList<quint32> words;
-    argument >> words;
-    quint64 bits = 0;
-    for (int i = 0; i < words.size() && i < 2; ++i)
-        bits |= quint64(words.at(i)) << (32 * i);
-    return bits;
-}
-
-bool AtspiAccessibility::isFocused(const Element &element)
-{
-    const auto bits = states(element);
-    return bits && (*bits & (quint64(1) << stateFocused));
-}
-
-FocusResult AtspiAccessibility::focusedElement(const RunningApplication &app)
-{
-    if (auto found = focusedOnBus(app))
-        return { AxError::Success, found };
-    // Terminals and applications started without accessibility are not on the bus, yet
-    // keys typed still reach their window: answer with the window as a whole, which has
-    // no text to read or set, so that callers go on to the clipboard and keystrokes.
-    return { AxError::Success, Element {} };
-}
-
-std::optional<Element> AtspiAccessibility::focusedOnBus(const RunningApplication &app)
-{
-    if (!connectBus())
-        return std::nullopt;
-
-    // The focus events we have seen, checked against the application's process.
-    for (auto it = m_focusedPaths.cbegin(); it != m_focusedPaths.cend(); ++it) {
-        const Element candidate { it.key(), it.value() };
-        if (pidOf(candidate.service) == quint32(app.pid) && isFocused(candidate)) {
-            qCDebug(lcAtspi) << "focus from events:" << candidate.path;
-            return candidate;
-        }
+    if (const auto known = m_pids.constFind(busName); known != m_pids.cend()) {
+        answer(*known);
+        return;
     }
-
-    // Focus that moved before we listened: search the application's active window.
-    const auto apps = call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s);
-    if (!apps)
-        return std::nullopt;
-    QElapsedTimer clock;
-    clock.start();
-    for (const ObjectReference &reference : readReferences(apps->arguments().value(0))) {
-        if (pidOf(reference.service) != quint32(app.pid))
-            continue;
-        int budget = treeWalkBudget;
-        if (auto found = findFocused({ reference.service, reference.path.path() }, budget)) {
-            qCDebug(lcAtspi) << "focus from the tree:" << found->path;
-            m_focusedPaths.insert(found->service, found->path);
-            return found;
-        }
-        if (clock.elapsed() > treeWalkMs)
-            break;
-    }
-    return std::nullopt;
+    call({ u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s }, u"org.freedesktop.DBus"_s,
+        u"GetConnectionUnixProcessID"_s, { busName },
+        [this, busName, answer = std::move(answer)](const std::optional<QDBusMessage> &reply) {
+            if (!reply || reply->arguments().isEmpty()) {
+                answer(std::nullopt);
+                return;
+            }
+            const quint32 pid = reply->arguments().constFirst().toUInt();
+            m_pids.insert(busName, pid);
+            answer(pid);
+        });
 }
 
-std::optional<Element> AtspiAccessibility::findFocused(const Element &root, int &budget)
+void AtspiAccessibility::states(const Element &element, std::function<void(std::optional<quint64>)> answer)
 {
-    const auto children = call(root, accessibleInterface, u"GetChildren"_s);
-    if (!children)
-        return std::nullopt;
-    for (const ObjectReference &reference : readReferences(children->arguments().value(0))) {
-        if (--budget < 0)
-            return std::nullopt;
-        const Element child { reference.service, reference.path.path() };
-        if (child.path == nullPath)
-            continue;
-        const auto bits = states(child);
-        if (!bits)
-            continue;
-        if (*bits & (quint64(1) << stateFocused))
-            return child;
-        // Hidden parts (closed menus, other tabs) cannot hold the keyboard focus; of
-        // the application's windows only the active one can.
-        const bool isWindow = root.path == rootPath;
-        if (!(*bits & (quint64(1) << stateShowing)) || (isWindow && !(*bits & (quint64(1) << stateActive))))
-            continue;
-        if (auto found = findFocused(child, budget))
-            return found;
-    }
-    return std::nullopt;
-}
-
-std::optional<AtspiAccessibility::Selection> AtspiAccessibility::selection(const Element &element)
-{
-    const auto count = call(element, textInterface, u"GetNSelections"_s);
-    if (!count || count->arguments().isEmpty())
-        return std::nullopt;
-    if (count->arguments().constFirst().toInt() < 1)
-        return Selection {};
-    const auto range = call(element, textInterface, u"GetSelection"_s, { 0 });
-    if (!range || range->arguments().size() < 2)
-        return std::nullopt;
-    const int start = range->arguments().at(0).toInt();
-    const int end = range->arguments().at(1).toInt();
-    return Selection { qMin(start, end), qMax(start, end) };
-}
-
-std::optional<QString> AtspiAccessibility::text(const Element &element, int start, int end)
-{
-    const auto reply = call(element, textInterface, u"GetText"_s, { start, end });
-    if (!reply || reply->arguments().isEmpty())
-        return std::nullopt;
-    return reply->arguments().constFirst().toString();
-}
-
-std::optional<QString> AtspiAccessibility::selectedText(const Element &element)
-{
-    if (element.path.isEmpty())
-        return std::nullopt;
-    const auto range = selection(element);
-    if (!range)
-        return std::nullopt;
-    if (range->start == range->end)
-        return QString();
-    auto selected = text(element, range->start, range->end);
-    if (selected)
-        m_capturedSelections.insert(elementKey(element), *selected);
-    return selected;
-}
-
-int AtspiAccessibility::setSelectedText(const Element &element, const QString &replacement)
-{
-    if (element.path.isEmpty())
-        return AxError::AttributeUnsupported;
-    const auto bits = states(element);
-    if (!bits)
-        return AxError::CannotComplete;
-    if (!(*bits & (quint64(1) << stateEditable)))
-        return AxError::AttributeUnsupported;
-    const auto range = selection(element);
-    if (!range)
-        return AxError::AttributeUnsupported;
-
-    int start = range->start;
-    if (range->start == range->end) {
-        // Nothing selected: the text goes in at the caret, as typing would put it.
-        const auto caret = call(
-            element, u"org.freedesktop.DBus.Properties"_s, u"Get"_s, { textInterface, u"CaretOffset"_s });
-        if (!caret || caret->arguments().isEmpty())
-            return AxError::CannotComplete;
-        start = caret->arguments().constFirst().value<QDBusVariant>().variant().toInt();
-    } else {
-        // The user may have moved the selection since it was read; writing over a
-        // different text than the one rewritten would destroy it.
-        const auto captured = m_capturedSelections.constFind(elementKey(element));
-        if (captured != m_capturedSelections.cend() && text(element, range->start, range->end) != *captured)
-            return AxError::CannotComplete;
-        const auto deleted
-            = call(element, editableTextInterface, u"DeleteText"_s, { range->start, range->end });
-        if (!deleted || !deleted->arguments().value(0).toBool())
-            return AxError::AttributeUnsupported;
-    }
-
-    // GTK counts this length in bytes of UTF-8, other toolkits in characters; the byte
-    // count is never shorter, so it is right for both.
-    const auto inserted = call(element, editableTextInterface, u"InsertText"_s,
-        { start, replacement, int(replacement.toUtf8().size()) });
-    if (!inserted || !inserted->arguments().value(0).toBool())
-        return AxError::CannotComplete;
-
-    // Offsets count characters (code points) in GTK; some toolkits count UTF-16 units.
-    const int codePoints = int(replacement.toUcs4().size());
-    const auto written = text(element, start, start + codePoints);
-    if (written != replacement && text(element, start, start + int(replacement.size())) != replacement) {
-        qCDebug(lcAtspi) << "replacement not found where it was inserted";
-        return AxError::CannotComplete;
-    }
-    m_capturedSelections.remove(elementKey(element));
-    return AxError::Success;
+    call(element, accessibleInterface, u"GetState"_s, {},
+        [answer = std::move(answer)](const std::optional<QDBusMessage> &reply) {
+            if (!reply || reply->arguments().isEmpty()) {
+                answer(std::nullopt);
+                return;
+            }
+            const auto argument = reply->arguments().constFirst().value<QDBusArgument>();
+            QList<quint32> words;
+            argument >> words;
+            quint64 bits = 0;
+            for (int i = 0; i < words.size() && i < 2; ++i)
+                bits |= quint64(words.at(i)) << (32 * i);
+            answer(bits);
+        });
 }
 
 void AtspiAccessibility::focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done)
 {
-    done(focusedElement(app));
+    if (!m_bus) {
+        // Without the bus keys typed still reach the window: answer with the window as a
+        // whole, which has no text to read or set, so callers go on to the clipboard.
+        done({ AxError::Success, Element {} });
+        return;
+    }
+    checkRemembered(app, m_focusOrder, std::move(done));
+}
+
+void AtspiAccessibility::checkRemembered(
+    const RunningApplication &app, QStringList services, std::function<void(FocusResult)> done)
+{
+    if (services.isEmpty()) {
+        searchTree(app, std::move(done));
+        return;
+    }
+    const Element candidate { services.takeFirst(), {} };
+    const Element remembered { candidate.service, m_focusedPaths.value(candidate.service) };
+    pidOf(remembered.service,
+        [this, app, services, remembered, done = std::move(done)](std::optional<quint32> pid) mutable {
+            if (pid != quint32(app.pid)) {
+                checkRemembered(app, services, std::move(done));
+                return;
+            }
+            // The application in front: its last focused element, unless it is gone.
+            states(remembered, [this, app, services, remembered, done](std::optional<quint64> bits) mutable {
+                const bool usable = bits && !(*bits & (quint64(1) << stateDefunct))
+                    && (*bits & ((quint64(1) << stateShowing) | (quint64(1) << stateFocused)));
+                if (usable) {
+                    qCDebug(lcAtspi) << "focus from events:" << remembered.path;
+                    done({ AxError::Success, remembered });
+                    return;
+                }
+                checkRemembered(app, services, std::move(done));
+            });
+        });
+}
+
+struct AtspiAccessibility::Walk
+{
+    RunningApplication app;
+    QList<std::pair<Element, int>> stack; // element and depth: 0 application, 1 its windows
+    int budget = treeWalkBudget;
+    QElapsedTimer clock;
+    std::function<void(FocusResult)> done;
+};
+
+void AtspiAccessibility::searchTree(const RunningApplication &app, std::function<void(FocusResult)> done)
+{
+    auto search = std::make_shared<Walk>();
+    search->app = app;
+    search->done = std::move(done);
+    search->clock.start();
+    call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
+        [this, search](const std::optional<QDBusMessage> &apps) {
+            if (!apps) {
+                search->done({ AxError::Success, Element {} });
+                return;
+            }
+            // Which of the applications on the bus is the one in front: ask each its process.
+            auto candidates
+                = std::make_shared<QList<ObjectReference>>(readReferences(apps->arguments().value(0)));
+            auto next = std::make_shared<std::function<void()>>();
+            *next = [this, search, candidates, next] {
+                if (candidates->isEmpty()) {
+                    // Dropping the function breaks its reference cycle and destroys this
+                    // lambda's captures: work on copies from here.
+                    AtspiAccessibility *self = this;
+                    const auto found = search;
+                    *next = nullptr;
+                    self->walk(found);
+                    return;
+                }
+                const ObjectReference reference = candidates->takeFirst();
+                pidOf(reference.service, [search, reference, next](std::optional<quint32> pid) {
+                    if (pid == quint32(search->app.pid))
+                        search->stack.append({ Element { reference.service, reference.path.path() }, 0 });
+                    if (*next)
+                        (*next)();
+                });
+            };
+            (*next)();
+        });
+}
+
+void AtspiAccessibility::walk(std::shared_ptr<Walk> search)
+{
+    if (search->stack.isEmpty() || --search->budget < 0 || search->clock.elapsed() > treeWalkMs) {
+        search->done({ AxError::Success, Element {} });
+        return;
+    }
+    const auto [node, depth] = search->stack.takeLast();
+    const auto descend = [this, search, node = node, depth = depth] {
+        call(node, accessibleInterface, u"GetChildren"_s, {},
+            [this, search, depth](const std::optional<QDBusMessage> &children) {
+                if (children) {
+                    const auto references = readReferences(children->arguments().value(0));
+                    // Last pushed is visited first: push in reverse to keep the tree's order.
+                    for (auto it = references.crbegin(); it != references.crend(); ++it) {
+                        if (it->path.path() != nullPath)
+                            search->stack.append({ Element { it->service, it->path.path() }, depth + 1 });
+                    }
+                }
+                walk(search);
+            });
+    };
+    if (depth == 0) {
+        descend();
+        return;
+    }
+    states(node, [this, search, node = node, depth = depth, descend](std::optional<quint64> bits) {
+        if (!bits) {
+            walk(search);
+            return;
+        }
+        if (*bits & (quint64(1) << stateFocused)) {
+            qCDebug(lcAtspi) << "focus from the tree:" << node.path;
+            m_focusedPaths.insert(node.service, node.path);
+            m_focusOrder.removeAll(node.service);
+            m_focusOrder.prepend(node.service);
+            search->done({ AxError::Success, node });
+            return;
+        }
+        // Hidden parts (closed menus, other tabs) cannot hold the keyboard focus; of
+        // the application's windows only the active one can.
+        const bool isWindow = depth == 1;
+        if (!(*bits & (quint64(1) << stateShowing)) || (isWindow && !(*bits & (quint64(1) << stateActive)))) {
+            walk(search);
+            return;
+        }
+        descend();
+    });
+}
+
+void AtspiAccessibility::selection(
+    const Element &element, std::function<void(std::optional<Selection>)> answer)
+{
+    call(element, textInterface, u"GetNSelections"_s, {},
+        [this, element, answer = std::move(answer)](const std::optional<QDBusMessage> &count) {
+            if (!count || count->arguments().isEmpty()) {
+                answer(std::nullopt);
+                return;
+            }
+            if (count->arguments().constFirst().toInt() < 1) {
+                answer(Selection {});
+                return;
+            }
+            call(element, textInterface, u"GetSelection"_s, { 0 },
+                [answer](const std::optional<QDBusMessage> &range) {
+                    if (!range || range->arguments().size() < 2) {
+                        answer(std::nullopt);
+                        return;
+                    }
+                    const int start = range->arguments().at(0).toInt();
+                    const int end = range->arguments().at(1).toInt();
+                    answer(Selection { qMin(start, end), qMax(start, end) });
+                });
+        });
+}
+
+void AtspiAccessibility::text(
+    const Element &element, int start, int end, std::function<void(std::optional<QString>)> answer)
+{
+    call(element, textInterface, u"GetText"_s, { start, end },
+        [answer = std::move(answer)](const std::optional<QDBusMessage> &reply) {
+            if (!reply || reply->arguments().isEmpty())
+                answer(std::nullopt);
+            else
+                answer(reply->arguments().constFirst().toString());
+        });
 }
 
 void AtspiAccessibility::selectedText(
     const Element &element, std::function<void(std::optional<QString>)> done)
 {
-    done(selectedText(element));
+    selection(element, [this, element, done = std::move(done)](std::optional<Selection> range) {
+        if (!range) {
+            done(std::nullopt);
+            return;
+        }
+        if (range->start == range->end) {
+            done(QString());
+            return;
+        }
+        text(element, range->start, range->end, done);
+    });
 }
 
 void AtspiAccessibility::setSelectedText(
-    const Element &element, const QString &text, std::function<void(int)> done)
+    const Element &element, const QString &replacement, std::function<void(int)> done)
 {
-    done(setSelectedText(element, text));
+    states(element, [this, element, replacement, done = std::move(done)](std::optional<quint64> bits) {
+        if (!bits) {
+            done(AxError::CannotComplete);
+            return;
+        }
+        if (!(*bits & (quint64(1) << stateEditable))) {
+            done(AxError::AttributeUnsupported);
+            return;
+        }
+        selection(element, [this, element, replacement, done](std::optional<Selection> range) {
+            if (!range) {
+                done(AxError::AttributeUnsupported);
+                return;
+            }
+            if (range->start == range->end) {
+                // Nothing selected: the text goes in at the caret, as typing would put it.
+                call(element, u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+                    { textInterface, u"CaretOffset"_s },
+                    [this, element, replacement, done](const std::optional<QDBusMessage> &caret) {
+                        if (!caret || caret->arguments().isEmpty()) {
+                            done(AxError::CannotComplete);
+                            return;
+                        }
+                        const int offset
+                            = caret->arguments().constFirst().value<QDBusVariant>().variant().toInt();
+                        insertAt(element, offset, replacement, done);
+                    });
+                return;
+            }
+            call(element, editableTextInterface, u"DeleteText"_s, { range->start, range->end },
+                [this, element, replacement, done, start = range->start](
+                    const std::optional<QDBusMessage> &deleted) {
+                    if (!deleted || !deleted->arguments().value(0).toBool()) {
+                        done(AxError::AttributeUnsupported);
+                        return;
+                    }
+                    insertAt(element, start, replacement, done);
+                });
+        });
+    });
+}
+
+void AtspiAccessibility::insertAt(
+    const Element &element, int start, const QString &replacement, std::function<void(int)> done)
+{
+    // GTK counts this length in bytes of UTF-8, other toolkits in characters; the byte
+    // count is never shorter, so it is right for both.
+    call(element, editableTextInterface, u"InsertText"_s,
+        { start, replacement, int(replacement.toUtf8().size()) },
+        [this, element, start, replacement, done = std::move(done)](
+            const std::optional<QDBusMessage> &inserted) {
+            if (!inserted || !inserted->arguments().value(0).toBool()) {
+                done(AxError::CannotComplete);
+                return;
+            }
+            // Offsets count characters (code points) in GTK; some toolkits count UTF-16 units.
+            const int codePoints = int(replacement.toUcs4().size());
+            text(element, start, start + codePoints,
+                [this, element, start, replacement, done](std::optional<QString> written) {
+                    if (written == replacement) {
+                        done(AxError::Success);
+                        return;
+                    }
+                    text(element, start, start + int(replacement.size()),
+                        [replacement, done](std::optional<QString> units) {
+                            if (units != replacement)
+                                qCDebug(lcAtspi) << "replacement not found where it was inserted";
+                            done(units == replacement ? AxError::Success : AxError::CannotComplete);
+                        });
+                });
+        });
 }

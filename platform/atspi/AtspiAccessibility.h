@@ -3,16 +3,18 @@
 #include "Platform.h"
 
 #include <QDBusConnection>
-#include <QDateTime>
 #include <QHash>
 #include <QObject>
+#include <QStringList>
 
 class QDBusMessage;
 
 // Other applications' focused text through the AT-SPI accessibility bus.
 //
-// Every call has a short timeout: an application that hangs must never freeze us, it
-// just counts as one that does not answer.
+// Every call is asynchronous and has a short timeout: an application that hangs never
+// freezes us, it just counts as one that does not answer. Where the focus is comes from
+// the focus events applications send, checked against the application in front when it
+// is needed; a search of the application's tree is the fallback.
 class AtspiAccessibility : public QObject, public Accessibility
 {
     Q_OBJECT
@@ -34,25 +36,25 @@ private:
         int start = 0;
         int end = 0;
     };
+    using Reply = std::function<void(const std::optional<QDBusMessage> &reply)>;
+    struct Walk;
 
     bool connectBus();
-    std::optional<QDBusMessage> call(const Element &element, const QString &interface, const QString &method,
-        const QVariantList &arguments = {}, int timeoutMs = 0);
-    std::optional<quint32> pidOf(const QString &busName);
-    std::optional<quint64> states(const Element &element);
-    bool isFocused(const Element &element);
-    FocusResult focusedElement(const RunningApplication &app);
-    std::optional<QString> selectedText(const Element &element);
-    int setSelectedText(const Element &element, const QString &text);
-    std::optional<Element> focusedOnBus(const RunningApplication &app);
-    std::optional<Element> findFocused(const Element &root, int &budget);
-    std::optional<Selection> selection(const Element &element);
-    std::optional<QString> text(const Element &element, int start, int end);
+    void call(const Element &element, const QString &interface, const QString &method,
+        const QVariantList &arguments, Reply answer);
+    void pidOf(const QString &busName, std::function<void(std::optional<quint32>)> answer);
+    void states(const Element &element, std::function<void(std::optional<quint64>)> answer);
+    void checkRemembered(
+        const RunningApplication &app, QStringList services, std::function<void(FocusResult)> done);
+    void searchTree(const RunningApplication &app, std::function<void(FocusResult)> done);
+    void walk(std::shared_ptr<Walk> walk);
+    void selection(const Element &element, std::function<void(std::optional<Selection>)> answer);
+    void text(const Element &element, int start, int end, std::function<void(std::optional<QString>)> answer);
+    void insertAt(const Element &element, int start, const QString &text, std::function<void(int)> done);
 
     std::optional<QDBusConnection> m_bus;
     QHash<QString, quint32> m_pids;
-    // The last element each application reported as focused.
+    // The element each application last reported as focused; the most recent first.
     QHash<QString, QString> m_focusedPaths;
-    // What selectedText last read per element, to notice a selection that moved since.
-    QHash<QString, QString> m_capturedSelections;
+    QStringList m_focusOrder;
 };
