@@ -195,7 +195,11 @@ private:
 
     void endMarker() override { log(u"🏁"_s, u"Stream completed"_s); }
 
-    void event(QByteArrayView json) override { log(u"📋"_s, u"Stream JSON: "_s + QString::fromUtf8(json)); }
+    // An event's data may span several lines; its log line stays one.
+    void event(QByteArrayView json) override
+    {
+        log(u"📋"_s, u"Stream JSON: "_s + oneLine(QString::fromUtf8(json)));
+    }
 
     void token(const QString &fragment) override
     {

@@ -295,7 +295,7 @@ private Q_SLOTS:
         QTest::newRow("invalid UTF-8")
             << sse("a\xff\xfe b") << QStringList { u"token:a\uFFFD\uFFFD b"_s, u"complete"_s };
         QTest::newRow("10,000 levels of nesting in an event")
-            << QByteArray("data: " + QByteArray(10000, '[') + QByteArray(10000, ']') + "\n" + sse("ok"))
+            << QByteArray("data: " + QByteArray(10000, '[') + QByteArray(10000, ']') + "\n\n" + sse("ok"))
             << QStringList { u"token:ok"_s, u"complete"_s };
         QTest::newRow("10,000 levels of nesting as the whole reply")
             << QByteArray("{\"error\":" + QByteArray(10000, '{') + QByteArray(10000, '}') + "}")
