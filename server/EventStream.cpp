@@ -6,44 +6,6 @@
 
 using namespace Qt::StringLiterals;
 
-void EventStreamParser::feed(QByteArrayView bytes, const DataHandler &onData)
-{
-    for (const char c : bytes) {
-        if (m_afterCarriageReturn) {
-            m_afterCarriageReturn = false;
-            if (c == '\n')
-                continue; // the second half of CRLF
-        }
-        if (c == '\r') {
-            m_afterCarriageReturn = true;
-            takeLine(onData);
-        } else if (c == '\n') {
-            takeLine(onData);
-        } else {
-            m_line.append(c);
-        }
-    }
-}
-
-void EventStreamParser::finish(const DataHandler &onData)
-{
-    if (!m_line.isEmpty())
-        takeLine(onData);
-}
-
-void EventStreamParser::takeLine(const DataHandler &onData)
-{
-    QByteArrayView line(m_line);
-    if (line.startsWith("data:")) {
-        line = line.sliced(5);
-        if (line.startsWith(' '))
-            line = line.sliced(1);
-        m_sawData = true;
-        onData(line);
-    }
-    m_line.clear();
-}
-
 namespace {
 
 QString errorMessageOf(const QJsonValue &error)
@@ -52,6 +14,11 @@ QString errorMessageOf(const QJsonValue &error)
         return error.toString();
     const QString message = error.toObject().value("message"_L1).toString();
     return message.isEmpty() ? u"unknown error"_s : message;
+}
+
+QJsonDocument parseJson(QByteArrayView text)
+{
+    return QJsonDocument::fromJson(QByteArray::fromRawData(text.data(), text.size()));
 }
 
 QString contentOf(const QJsonObject &object, QLatin1StringView member)
@@ -68,9 +35,9 @@ UpstreamEvent interpretPayload(QByteArrayView payload)
 {
     if (payload.trimmed() == "[DONE]")
         return { UpstreamEvent::Kind::Done, {} };
-    const QJsonDocument document = QJsonDocument::fromJson(payload.toByteArray());
-    if (!document.isObject())
-        return {};
+    const QJsonDocument document = parseJson(payload);
+    if (document.isNull())
+        return { UpstreamEvent::Kind::NotJson, {} };
     const QJsonObject object = document.object();
     if (object.contains("error"_L1) && !object.value("error"_L1).isNull())
         return { UpstreamEvent::Kind::Error, errorMessageOf(object.value("error"_L1)) };
@@ -80,11 +47,11 @@ UpstreamEvent interpretPayload(QByteArrayView payload)
     return { UpstreamEvent::Kind::Fragment, fragment };
 }
 
-UpstreamEvent interpretWholeBody(const QByteArray &body)
+UpstreamEvent interpretWholeBody(QByteArrayView body)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(body);
-    if (!document.isObject())
-        return {};
+    const QJsonDocument document = parseJson(body);
+    if (document.isNull())
+        return { UpstreamEvent::Kind::NotJson, {} };
     const QJsonObject object = document.object();
     if (object.contains("error"_L1) && !object.value("error"_L1).isNull())
         return { UpstreamEvent::Kind::Error, errorMessageOf(object.value("error"_L1)) };
@@ -93,6 +60,44 @@ UpstreamEvent interpretWholeBody(const QByteArray &body)
     if (content.isEmpty())
         return {};
     return { UpstreamEvent::Kind::Fragment, content };
+}
+
+UpstreamReplyReader::UpstreamReplyReader(qsizetype maxLineLength)
+    : m_reader(*this, maxLineLength)
+{
+}
+
+void UpstreamReplyReader::feed(QByteArrayView bytes, const EventHandler &onEvent)
+{
+    m_onEvent = &onEvent;
+    m_reader.feed(bytes);
+    m_onEvent = nullptr;
+}
+
+void UpstreamReplyReader::finish(const EventHandler &onEvent)
+{
+    // Read once, at the end, whatever the cuts and line breaks: reading the body so far
+    // at every read would cost the square of its length.
+    if (const QByteArrayView body = m_reader.plainBody(); !body.isEmpty()) {
+        const UpstreamEvent whole = interpretWholeBody(body);
+        if (whole.kind == UpstreamEvent::Kind::Error || whole.kind == UpstreamEvent::Kind::Fragment) {
+            onEvent(whole);
+            return;
+        }
+    }
+    m_onEvent = &onEvent;
+    m_reader.finish();
+    m_onEvent = nullptr;
+}
+
+bool UpstreamReplyReader::data(QByteArrayView payload)
+{
+    const UpstreamEvent event = interpretPayload(payload);
+    if (event.kind == UpstreamEvent::Kind::NotJson)
+        return false; // perhaps the first line of an event that spans several
+    if (event.kind != UpstreamEvent::Kind::Ignored)
+        (*m_onEvent)(event);
+    return true;
 }
 
 QByteArray fragmentEvent(const QString &fragment)

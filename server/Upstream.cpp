@@ -29,7 +29,6 @@ namespace {
 
 constexpr int maxResponseFields = 100;
 constexpr qsizetype maxErrorReplyBytes = 64 * 1024;
-constexpr qsizetype maxPlainReplyBytes = 1024 * 1024;
 
 // The part of an upstream's error body worth showing, when it is JSON or short text.
 QString upstreamErrorText(const QByteArray &body)
@@ -93,10 +92,7 @@ struct UpstreamCall::State : std::enable_shared_from_this<State>
     bool cancelled = false;
     bool finished = false;
 
-    EventStreamParser parser;
-    qint64 lineBytes = 0; // since the last line end
-    bool lineTooLong = false;
-    QByteArray plainReply; // a reply that turns out not to be an event stream, bounded
+    UpstreamReplyReader replyReader { settings.maxLineBytes };
     QByteArray errorReply; // kept only for an error status, bounded
     bool stopped = false; // by the client or by an error event
     bool done = false;
@@ -233,7 +229,7 @@ void UpstreamCall::State::receive()
             stream, buffer, *reader, [self = shared_from_this()](const beast::error_code &error, size_t) {
                 if (self->cancelled || self->finished)
                     return self->finish(UpstreamOutcome::Result::Cancelled);
-                if (self->stopped || self->done || self->lineTooLong || self->reader->is_done())
+                if (self->stopped || self->done || self->replyReader.lineTooLong() || self->reader->is_done())
                     return self->conclude();
                 if (error == http::error::header_limit)
                     return self->finish(UpstreamOutcome::Result::Failed,
@@ -256,19 +252,8 @@ bool UpstreamCall::State::takeBody(std::string_view bytes)
             errorReply.append(data.first(qMin(data.size(), maxErrorReplyBytes - errorReply.size())));
         return true;
     }
-    // The parser keeps an unfinished line whole: a line that never ends must not grow forever.
-    for (const char byte : data) {
-        if (byte == '\n' || byte == '\r')
-            lineBytes = 0;
-        else if (++lineBytes > settings.maxLineBytes)
-            lineTooLong = true;
-    }
-    if (lineTooLong)
-        return false;
-    parser.feed(data, [this](QByteArrayView payload) { onEvent(interpretPayload(payload)); });
-    if (!parser.sawDataLine() && plainReply.size() < maxPlainReplyBytes)
-        plainReply.append(data.first(qMin(data.size(), maxPlainReplyBytes - plainReply.size())));
-    return !stopped && !done;
+    replyReader.feed(data, [this](const UpstreamEvent &event) { onEvent(event); });
+    return !replyReader.lineTooLong() && !stopped && !done;
 }
 
 void UpstreamCall::State::onEvent(const UpstreamEvent &event)
@@ -289,6 +274,7 @@ void UpstreamCall::State::onEvent(const UpstreamEvent &event)
         done = true;
         break;
     case UpstreamEvent::Kind::Ignored:
+    case UpstreamEvent::Kind::NotJson:
         break;
     }
 }
@@ -319,7 +305,7 @@ void UpstreamCall::State::conclude()
 {
     if (stopped && streamedError.isEmpty())
         return finish(UpstreamOutcome::Result::Cancelled);
-    if (lineTooLong)
+    if (replyReader.lineTooLong())
         return finish(UpstreamOutcome::Result::Failed,
             u"The language model server at %1 sent a line longer than tessary-server accepts (%2 bytes)."_s
                 .arg(shownUrl)
@@ -336,9 +322,7 @@ void UpstreamCall::State::conclude()
                 .arg(detail.isEmpty() ? QString() : u": "_s + detail)
                 .arg(statusAdvice(status)));
     }
-    parser.finish([this](QByteArrayView payload) { onEvent(interpretPayload(payload)); });
-    if (!parser.sawDataLine())
-        onEvent(interpretWholeBody(plainReply));
+    replyReader.finish([this](const UpstreamEvent &event) { onEvent(event); });
     if (stopped && streamedError.isEmpty())
         return finish(UpstreamOutcome::Result::Cancelled);
     if (!streamedError.isEmpty())

@@ -1,7 +1,7 @@
 // libFuzzer target for what tessary-server does with bytes from the network: request
 // bodies, prompt building, and upstream event streams. Besides crashes it checks that
 // the user's text reaches the upstream unchanged, that the sample budget holds, that
-// the event reader gives the same payloads however the bytes are split, and that
+// the event reader gives the same events however the bytes are split, and that
 // fragment events carry any text intact.
 
 #include "EventStream.h"
@@ -17,15 +17,17 @@
 
 namespace {
 
-QList<QByteArray> payloadsOf(const QList<QByteArrayView> &pieces)
+QStringList eventsOf(const QList<QByteArrayView> &pieces)
 {
-    EventStreamParser parser;
-    QList<QByteArray> payloads;
-    const auto collect = [&payloads](QByteArrayView payload) { payloads.append(payload.toByteArray()); };
+    UpstreamReplyReader reader(64 * 1024);
+    QStringList events;
+    const UpstreamReplyReader::EventHandler collect = [&events](const UpstreamEvent &event) {
+        events.append(QString::number(int(event.kind)) + event.text);
+    };
     for (QByteArrayView piece : pieces)
-        parser.feed(piece, collect);
-    parser.finish(collect);
-    return payloads;
+        reader.feed(piece, collect);
+    reader.finish(collect);
+    return events;
 }
 
 void require(bool condition)
@@ -62,10 +64,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const qsizetype cut = size ? qsizetype(data[size - 1]) % (bytes.size() + 1) : 0;
     const QByteArrayView view(bytes);
-    const QList<QByteArray> whole = payloadsOf({ view });
-    require(payloadsOf({ view.first(cut), view.sliced(cut) }) == whole);
-    for (const QByteArray &payload : whole)
-        interpretPayload(payload);
+    const QStringList whole = eventsOf({ view });
+    require(eventsOf({ view.first(cut), view.sliced(cut) }) == whole);
+    interpretPayload(bytes);
     interpretWholeBody(bytes);
 
     const QString text = QString::fromUtf8(bytes);

@@ -1,12 +1,46 @@
-// The pure pieces of tessary-server: how samples are cut to the budget, and how an
-// upstream's event stream is read whatever its line ends and read boundaries.
+// The pure pieces of tessary-server: how samples are cut to the budget, how an upstream's
+// reply is read however it comes, and how fragments are written.
 
 #include "EventStream.h"
+#include "EventStreamRows.h"
 #include "Prompt.h"
 
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// The events an upstream reply yields, in the shared rows' terms, and whether a line
+// was too long.
+std::pair<QStringList, bool> read(const QList<QByteArray> &pieces, qsizetype maxLine)
+{
+    UpstreamReplyReader reader(maxLine);
+    QStringList seen;
+    const UpstreamReplyReader::EventHandler collect = [&seen](const UpstreamEvent &event) {
+        switch (event.kind) {
+        case UpstreamEvent::Kind::Fragment:
+            seen.append(event.text);
+            break;
+        case UpstreamEvent::Kind::Done:
+            seen.append(u"done"_s);
+            break;
+        case UpstreamEvent::Kind::Error:
+            seen.append(u"error:"_s + event.text);
+            break;
+        case UpstreamEvent::Kind::Ignored:
+        case UpstreamEvent::Kind::NotJson:
+            seen.append(u"unexpected"_s);
+            break;
+        }
+    };
+    for (const QByteArray &piece : pieces)
+        reader.feed(piece, collect);
+    reader.finish(collect);
+    return { seen, reader.lineTooLong() };
+}
+
+} // namespace
 
 class TestPromptAndEvents : public QObject
 {
@@ -42,60 +76,47 @@ private Q_SLOTS:
         QCOMPARE(samplesWithinBudget(examples, budget), kept);
     }
 
-    void upstreamStreamsAreReadInAnyShape_data()
+    // The rows the program's reader meets too, through the server's use of the reader.
+    void upstreamStreams_data() { EventStreamRows::addRows(); }
+    void upstreamStreams()
     {
-        QTest::addColumn<QList<QByteArray>>("pieces");
-        QTest::addColumn<QStringList>("payloads");
-        const QStringList both { u"{\"a\":1}"_s, u"[DONE]"_s };
-        QTest::newRow("LF") << QList<QByteArray> { "data: {\"a\":1}\n\ndata: [DONE]\n\n" } << both;
-        QTest::newRow("CRLF split between CR and LF")
-            << QList<QByteArray> { "data: {\"a\":1}\r", "\n\r\ndata: [DONE]\r\n" } << both;
-        QTest::newRow("CR only") << QList<QByteArray> { "data: {\"a\":1}\r\rdata: [DONE]\r" } << both;
-        QTest::newRow("no space after the colon, comments between")
-            << QList<QByteArray> { ": keep-alive\ndata:{\"a\":1}\nevent: x\n", "data:[DONE]\n" } << both;
-        QTest::newRow("payload split mid-character")
-            << QList<QByteArray> { "data: \xc3", "\xa9\n" } << QStringList { u"é"_s };
-        QTest::newRow("last line without line end")
-            << QList<QByteArray> { "data: {\"a\":1}\ndata: [DO", "NE]" } << both;
-    }
-    void upstreamStreamsAreReadInAnyShape()
-    {
-        QFETCH(QList<QByteArray>, pieces);
-        QFETCH(QStringList, payloads);
-        EventStreamParser parser;
-        QStringList seen;
-        const auto collect = [&seen](QByteArrayView payload) { seen << QString::fromUtf8(payload); };
-        for (const QByteArray &piece : pieces)
-            parser.feed(piece, collect);
-        parser.finish(collect);
-        QCOMPARE(seen, payloads);
+        QFETCH(QByteArray, wire);
+        QFETCH(QStringList, found);
+        QFETCH(qsizetype, maxLine);
+        for (const QList<QByteArray> &pieces : EventStreamRows::cuts(wire)) {
+            const auto [seen, tooLong] = read(pieces, maxLine);
+            QVERIFY2(
+                seen == found, qPrintable(u"in %1 pieces: %2"_s.arg(pieces.size()).arg(seen.join(u" | "_s))));
+            // A bound below the reply's size is there to be passed.
+            QCOMPARE(tooLong, maxLine < wire.size());
+        }
     }
 
-    void upstreamPayloadsMeanWhatTheySay_data()
+    // What only an upstream's reply may mean: an error given as a string, and a whole
+    // completion where a stream was asked for.
+    void upstreamReplies_data()
     {
-        QTest::addColumn<QByteArray>("payload");
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<QString>("text");
-        using Kind = UpstreamEvent::Kind;
-        QTest::newRow("fragment") << QByteArray(R"({"choices":[{"delta":{"content":"Hi"}}]})")
-                                  << int(Kind::Fragment) << u"Hi"_s;
-        QTest::newRow("role-only delta") << QByteArray(R"({"choices":[{"delta":{"role":"assistant"}}]})")
-                                         << int(Kind::Ignored) << QString();
-        QTest::newRow("error object")
-            << QByteArray(R"({"error":{"message":"overloaded"}})") << int(Kind::Error) << u"overloaded"_s;
-        QTest::newRow("error string")
-            << QByteArray(R"({"error":"bad model"})") << int(Kind::Error) << u"bad model"_s;
-        QTest::newRow("done") << QByteArray("[DONE]") << int(Kind::Done) << QString();
-        QTest::newRow("not JSON") << QByteArray("{oops") << int(Kind::Ignored) << QString();
+        QTest::addColumn<QByteArray>("wire");
+        QTest::addColumn<QStringList>("found");
+        QTest::newRow("error string in an event")
+            << QByteArray("data: {\"error\":\"bad model\"}\n\n") << QStringList { u"error:bad model"_s };
+        QTest::newRow("error object without a message")
+            << QByteArray("data: {\"error\":{\"code\":1}}\n\n") << QStringList { u"error:unknown error"_s };
+        QTest::newRow("error string as the whole reply")
+            << QByteArray("{\"error\": \"model not found\"}\n") << QStringList { u"error:model not found"_s };
+        QTest::newRow("whole completion")
+            << QByteArray("{\"choices\":[{\"message\":{\"role\":\"assistant\",\n\"content\":\"Hi\"}}]}")
+            << QStringList { u"Hi"_s };
+        QTest::newRow("empty content is no fragment")
+            << QByteArray("data: {\"choices\":[{\"delta\":{\"content\":\"\"}}]}\n\ndata: [DONE]\n\n")
+            << QStringList { u"done"_s };
     }
-    void upstreamPayloadsMeanWhatTheySay()
+    void upstreamReplies()
     {
-        QFETCH(QByteArray, payload);
-        QFETCH(int, kind);
-        QFETCH(QString, text);
-        const UpstreamEvent event = interpretPayload(payload);
-        QCOMPARE(int(event.kind), kind);
-        QCOMPARE(event.text, text);
+        QFETCH(QByteArray, wire);
+        QFETCH(QStringList, found);
+        for (const QList<QByteArray> &pieces : EventStreamRows::cuts(wire))
+            QCOMPARE(read(pieces, 1024).first, found);
     }
 
     void fragmentEventsCarryAnyTextIntact_data()
