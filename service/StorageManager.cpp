@@ -1,10 +1,18 @@
 #include "StorageManager.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
+#include <QHostAddress>
 #include <QLoggingCategory>
 #include <QStandardPaths>
+#include <QUrl>
+
+#include <algorithm>
+#include <unistd.h>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcStorage, "tessary.storage")
 
@@ -18,6 +26,14 @@ const auto apiKeyKey = u"api_key"_s;
 const auto lastVersionCheckKey = u"last_version_check"_s;
 const auto updateCheckEnabledKey = u"update_check_enabled"_s;
 const auto skippedUpdateVersionKey = u"skipped_update_version"_s;
+const auto providerKey = u"provider"_s;
+const auto modelBaseKey = u"model_base"_s;
+const auto modelKeyKey = u"model_key"_s;
+const auto modelNameKey = u"model"_s;
+
+// As stored: words, so the file reads plainly and a value from a newer release that we
+// do not know falls back to the default service.
+const QStringList providerNames { u"tessary"_s, u"local"_s, u"openai"_s };
 
 // The INI format keeps no types for plain values: a one-element list reads back as a
 // string, an empty one as an invalid variant, a bool as "true"/"false". These readers
@@ -65,30 +81,78 @@ QDateTime readDateTime(const QSettings &settings, const QString &key)
     return value.typeId() == QMetaType::QDateTime ? value.toDateTime() : QDateTime();
 }
 
-// Created private before QSettings first writes it; QSettings replaces the file
-// atomically and keeps the mode of the one it replaces.
-void createPrivateFile(const QString &filePath)
+// Edits arriving closer together than this are written to the file together.
+constexpr std::chrono::milliseconds writeDelay(300);
+
+constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr auto groupAndOthers = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
+    | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+
+// QSettings writes a new file and renames it over the old one, giving the new file the
+// old one's mode: so the file is made private (created so, or narrowed) before each write.
+void makePrivate(const QString &filePath)
 {
-    if (QFileInfo::exists(filePath))
-        return;
-    QDir().mkpath(QFileInfo(filePath).absolutePath());
     QFile file(filePath);
-    if (!file.open(QIODevice::WriteOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner))
+    if (file.exists()) {
+        if (file.permissions() != (file.permissions() & ~groupAndOthers) && !file.setPermissions(ownerOnly))
+            qCWarning(lcStorage) << "cannot make the settings file private" << filePath << file.errorString();
+        return;
+    }
+    QDir().mkpath(QFileInfo(filePath).absolutePath());
+    if (!file.open(QIODevice::WriteOnly, ownerOnly))
         qCWarning(lcStorage) << "cannot create settings file" << filePath << file.errorString();
 }
 
 } // namespace
 
 StorageManager::StorageManager(const QString &filePath, const QString &defaultApiBase, QObject *parent)
+    : StorageManager(filePath, defaultApiBase, nullptr, QString(), parent)
+{
+}
+
+StorageManager::StorageManager(const QString &filePath, const QString &defaultApiBase, KeyStore *keys,
+    const QString &serverTokenPath, QObject *parent)
     : QObject(parent)
-    , m_defaults((createPrivateFile(filePath), filePath), QSettings::IniFormat)
+    , m_defaults((makePrivate(filePath), filePath), QSettings::IniFormat)
+    , m_serverTokenPath(serverTokenPath)
     , m_examples(readStringList(m_defaults, examplesKey))
     , m_apiBase(defaultApiBase) // a stored api_base is deliberately not read
-    , m_apiKey(readString(m_defaults, apiKeyKey))
+    , m_apiKey(apiKeyKey, readString(m_defaults, apiKeyKey), keys,
+          [this](const QVariant &value) { store(apiKeyKey, value); })
     , m_lastVersionCheck(readDateTime(m_defaults, lastVersionCheckKey))
     , m_updateCheckEnabled(readBool(m_defaults, updateCheckEnabledKey))
     , m_skippedUpdateVersion(readString(m_defaults, skippedUpdateVersionKey))
+    , m_provider(Provider(std::max(qsizetype(0), providerNames.indexOf(readString(m_defaults, providerKey)))))
+    , m_modelBase(readString(m_defaults, modelBaseKey))
+    , m_modelKey(modelKeyKey, readString(m_defaults, modelKeyKey), keys,
+          [this](const QVariant &value) { store(modelKeyKey, value); })
+    , m_model(readString(m_defaults, modelNameKey))
 {
+    // QSettings would write itself out at the next turn of the event loop, a file write
+    // per keystroke; the timer writes instead.
+    m_defaults.installEventFilter(this);
+    m_writeTimer.setSingleShot(true);
+    m_writeTimer.setInterval(writeDelay);
+    connect(&m_writeTimer, &QTimer::timeout, this, &StorageManager::flush);
+    if (QCoreApplication *application = QCoreApplication::instance())
+        connect(application, &QCoreApplication::aboutToQuit, this, &StorageManager::flush);
+
+    connect(&m_apiKey, &StoredSecret::loadedChanged, this,
+        [this](bool changed) { secretLoaded(changed, &StorageManager::apiKeyChanged); });
+    connect(&m_modelKey, &StoredSecret::loadedChanged, this,
+        [this](bool changed) { secretLoaded(changed, &StorageManager::modelKeyChanged); });
+    for (const StoredSecret *secret : { &m_apiKey, &m_modelKey }) {
+        connect(
+            secret, &StoredSecret::inSettingsFileChanged, this, &StorageManager::keysInSettingsFileChanged);
+        connect(secret, &StoredSecret::savedChanged, this, &StorageManager::keysSavedChanged);
+    }
+
+    // A Tessary service the user chose in Settings keeps its address; an untouched store
+    // always speaks to the built-in one.
+    if (m_defaults.contains(providerKey) && m_provider == Provider::TessaryService
+        && !readString(m_defaults, apiBaseKey).isEmpty())
+        m_apiBase = readString(m_defaults, apiBaseKey);
+
     if (m_defaults.status() != QSettings::NoError)
         qCWarning(lcStorage) << "settings file" << filePath << "could not be read; using defaults";
 
@@ -97,21 +161,104 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
         setUpdateCheckEnabled(true);
 }
 
+StorageManager::~StorageManager()
+{
+    m_apiKey.keepUnconfirmedInFile();
+    m_modelKey.keepUnconfirmedInFile();
+    flush();
+}
+
 QString StorageManager::defaultFilePath()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
         + u"/Tessary/Tessary.conf"_s;
 }
 
+QString StorageManager::defaultServerTokenPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+        + u"/tessary-server/client-token"_s;
+}
+
+// The value is kept at once (a QSettings opened on the same file in this process sees
+// it); the file follows when the timer runs out, or at the latest before the end.
 void StorageManager::store(const QString &key, const QVariant &value)
 {
     if (value.isValid())
         m_defaults.setValue(key, value);
     else
         m_defaults.remove(key);
+    if (!std::exchange(m_unsaved, true))
+        m_writeTimer.start();
+}
+
+void StorageManager::flush()
+{
+    if (!std::exchange(m_unsaved, false))
+        return;
+    m_writeTimer.stop();
+    makePrivate(m_defaults.fileName());
     m_defaults.sync();
-    if (m_defaults.status() == QSettings::AccessError)
-        qCWarning(lcStorage) << "cannot write" << key << "to" << m_defaults.fileName();
+    if (m_defaults.status() != QSettings::NoError)
+        qCWarning(lcStorage) << "cannot write the settings to" << m_defaults.fileName();
+}
+
+bool StorageManager::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == &m_defaults && event->type() == QEvent::UpdateRequest)
+        return true;
+    return QObject::eventFilter(watched, event);
+}
+
+void StorageManager::secretLoaded(bool valueChanged, void (StorageManager::*announce)())
+{
+    if (valueChanged) {
+        Q_EMIT(this->*announce)();
+        Q_EMIT serviceUsableChanged();
+    }
+    if (keysLoaded())
+        Q_EMIT keysLoadedChanged();
+}
+
+bool StorageManager::keysInSettingsFile() const
+{
+    return m_apiKey.inSettingsFile() || m_modelKey.inSettingsFile();
+}
+
+void StorageManager::whenKeysLoaded(QObject *context, std::function<void()> action)
+{
+    if (keysLoaded()) {
+        action();
+        return;
+    }
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = connect(this, &StorageManager::keysLoadedChanged, context, [connection, action] {
+        disconnect(*connection);
+        action();
+    });
+}
+
+QString StorageManager::credential() const
+{
+    const QString key = apiKey();
+    return key.isEmpty() ? pairedToken() : key;
+}
+
+QString StorageManager::pairedToken() const
+{
+    if (m_serverTokenPath.isEmpty())
+        return {};
+    const QString host = QUrl(m_apiBase).host();
+    if (host != u"localhost"_s && !QHostAddress(host).isLoopback())
+        return {};
+    // Only a file of this user's that nobody else can read was written by their own server.
+    const QFileInfo info(m_serverTokenPath);
+    if (!info.isFile() || info.ownerId() != ::getuid() || (info.permissions() & groupAndOthers))
+        return {};
+    QFile file(m_serverTokenPath);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.read(4096)).trimmed();
 }
 
 void StorageManager::setExamples(const QStringList &examples)
@@ -130,9 +277,9 @@ void StorageManager::setApiBase(const QString &apiBase)
 
 void StorageManager::setApiKey(const QString &apiKey)
 {
-    m_apiKey = apiKey;
-    store(apiKeyKey, m_apiKey);
+    m_apiKey.assign(apiKey);
     Q_EMIT apiKeyChanged();
+    Q_EMIT serviceUsableChanged();
 }
 
 void StorageManager::setLastVersionCheck(const QDateTime &when)
@@ -154,4 +301,43 @@ void StorageManager::setSkippedUpdateVersion(const QString &version)
     m_skippedUpdateVersion = version;
     store(skippedUpdateVersionKey, m_skippedUpdateVersion);
     Q_EMIT skippedUpdateVersionChanged();
+}
+
+void StorageManager::setProvider(Provider provider)
+{
+    m_provider = provider;
+    store(providerKey, providerNames.value(int(provider)));
+    Q_EMIT providerChanged();
+    Q_EMIT serviceUsableChanged();
+}
+
+void StorageManager::setModelBase(const QString &base)
+{
+    m_modelBase = base;
+    store(modelBaseKey, m_modelBase);
+    Q_EMIT modelBaseChanged();
+    Q_EMIT serviceUsableChanged();
+}
+
+void StorageManager::setModelKey(const QString &key)
+{
+    m_modelKey.assign(key);
+    Q_EMIT modelKeyChanged();
+}
+
+void StorageManager::setModel(const QString &model)
+{
+    m_model = model;
+    store(modelNameKey, m_model);
+    Q_EMIT modelChanged();
+    Q_EMIT serviceUsableChanged();
+}
+
+bool StorageManager::serviceUsable() const
+{
+    // A model server spoken to directly needs to be known and a model chosen; whether it
+    // wants a key only it can say. The Tessary service needs its key, or a paired server.
+    if (m_provider == Provider::TessaryService)
+        return !credential().isEmpty();
+    return !m_modelBase.isEmpty() && !m_model.isEmpty();
 }

@@ -1,14 +1,23 @@
 #pragma once
 
+#include "StoredSecret.h"
+
 #include <QDateTime>
 #include <QObject>
 #include <QSettings>
 #include <QStringList>
+#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
-// Everything that outlives a run. Loaded once when created, written back at once on
-// every assignment; there is no save step. The file holds the API key, so it is
-// readable by its owner only.
+#include <functional>
+
+class KeyStore;
+
+// Everything that outlives a run. Loaded once when created; every assignment is kept at
+// once and reaches the file shortly after (edits in quick succession are written
+// together, atomically, and before the program ends), so there is no save step. Keys
+// live in the desktop keyring; the file, readable by its owner only, holds them only
+// where no keyring answers.
 class StorageManager : public QObject
 {
     Q_OBJECT
@@ -26,18 +35,43 @@ class StorageManager : public QObject
     // The release the user chose to skip; the automatic check does not announce it.
     Q_PROPERTY(QString skippedUpdateVersion READ skippedUpdateVersion WRITE setSkippedUpdateVersion NOTIFY
             skippedUpdateVersionChanged)
+    // Which language model answers: the Tessary service (apiBase + apiKey), or a model
+    // server spoken to directly (modelBase + modelKey + model), on this machine or not.
+    Q_PROPERTY(Provider provider READ provider WRITE setProvider NOTIFY providerChanged)
+    Q_PROPERTY(QString modelBase READ modelBase WRITE setModelBase NOTIFY modelBaseChanged)
+    Q_PROPERTY(QString modelKey READ modelKey WRITE setModelKey NOTIFY modelKeyChanged)
+    Q_PROPERTY(QString model READ model WRITE setModel NOTIFY modelChanged)
+    // Whether a rewrite can be asked of the chosen service without the user's help.
+    Q_PROPERTY(bool serviceUsable READ serviceUsable NOTIFY serviceUsableChanged)
+    // False until the keyring has told what it holds: the keys may change then.
+    Q_PROPERTY(bool keysLoaded READ keysLoaded NOTIFY keysLoadedChanged)
+    // True when no keyring answers and the keys are kept in the settings file.
+    Q_PROPERTY(bool keysInSettingsFile READ keysInSettingsFile NOTIFY keysInSettingsFileChanged)
+    // False while a key is on its way to the keyring.
+    Q_PROPERTY(bool keysSaved READ keysSaved NOTIFY keysSavedChanged)
 
 public:
+    enum class Provider { TessaryService, LocalModel, ModelService };
+    Q_ENUM(Provider)
+
+    // A store whose keys live in the settings file.
     StorageManager(const QString &filePath, const QString &defaultApiBase, QObject *parent = nullptr);
+    // A store whose keys live in `keys` where it answers. `serverTokenPath` is the client
+    // token file of a tessary-server run by this user; empty: never pair.
+    StorageManager(const QString &filePath, const QString &defaultApiBase, KeyStore *keys,
+        const QString &serverTokenPath, QObject *parent = nullptr);
+    ~StorageManager() override;
 
     // $XDG_CONFIG_HOME/Tessary/Tessary.conf
     static QString defaultFilePath();
+    // $XDG_CONFIG_HOME/tessary-server/client-token
+    static QString defaultServerTokenPath();
 
     QStringList examples() const { return m_examples; }
     void setExamples(const QStringList &examples);
     QString apiBase() const { return m_apiBase; }
     void setApiBase(const QString &apiBase);
-    QString apiKey() const { return m_apiKey; }
+    QString apiKey() const { return m_apiKey.value(); }
     void setApiKey(const QString &apiKey);
     QDateTime lastVersionCheck() const { return m_lastVersionCheck; }
     void setLastVersionCheck(const QDateTime &when);
@@ -45,6 +79,28 @@ public:
     void setUpdateCheckEnabled(bool enabled);
     QString skippedUpdateVersion() const { return m_skippedUpdateVersion; }
     void setSkippedUpdateVersion(const QString &version);
+    Provider provider() const { return m_provider; }
+    void setProvider(Provider provider);
+    QString modelBase() const { return m_modelBase; }
+    void setModelBase(const QString &base);
+    QString modelKey() const { return m_modelKey.value(); }
+    void setModelKey(const QString &key);
+    QString model() const { return m_model; }
+    void setModel(const QString &model);
+    bool serviceUsable() const;
+    bool keysLoaded() const { return m_apiKey.loaded() && m_modelKey.loaded(); }
+    bool keysInSettingsFile() const;
+    bool keysSaved() const { return m_apiKey.saved() && m_modelKey.saved(); }
+    // Runs `action` once the keys are loaded: at once if they are, else when the keyring answers.
+    void whenKeysLoaded(QObject *context, std::function<void()> action);
+
+    // What the Tessary service is sent as the bearer key: the stored key, or, when none is
+    // stored and the service is on this machine, the client token of the tessary-server
+    // that this user runs (only that user can read its file).
+    QString credential() const;
+
+    // Writes what is not yet on disk now.
+    void flush();
 
 Q_SIGNALS:
     void examplesChanged();
@@ -53,15 +109,33 @@ Q_SIGNALS:
     void lastVersionCheckChanged();
     void updateCheckEnabledChanged();
     void skippedUpdateVersionChanged();
+    void providerChanged();
+    void modelBaseChanged();
+    void modelKeyChanged();
+    void modelChanged();
+    void serviceUsableChanged();
+    void keysLoadedChanged();
+    void keysInSettingsFileChanged();
+    void keysSavedChanged();
 
 private:
     void store(const QString &key, const QVariant &value);
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void secretLoaded(bool valueChanged, void (StorageManager::*announce)());
+    QString pairedToken() const;
 
     QSettings m_defaults;
+    QTimer m_writeTimer;
+    bool m_unsaved = false; // the file lags behind
+    QString m_serverTokenPath;
     QStringList m_examples;
     QString m_apiBase;
-    QString m_apiKey;
+    StoredSecret m_apiKey;
     QDateTime m_lastVersionCheck;
     bool m_updateCheckEnabled = false;
     QString m_skippedUpdateVersion;
+    Provider m_provider = Provider::TessaryService;
+    QString m_modelBase;
+    StoredSecret m_modelKey;
+    QString m_model;
 };

@@ -5,6 +5,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -158,15 +160,107 @@ private Q_SLOTS:
     void emptyListKeepsItsKeyAndAbsentDateRemovesIt()
     {
         const QString path = newPath();
-        StorageManager storage(path, defaultBase);
-        storage.setExamples({ u"x"_s });
-        storage.setLastVersionCheck(QDateTime::currentDateTimeUtc());
-        storage.setExamples({});
-        storage.setLastVersionCheck({});
+        {
+            StorageManager storage(path, defaultBase);
+            storage.setExamples({ u"x"_s });
+            storage.setLastVersionCheck(QDateTime::currentDateTimeUtc());
+            storage.setExamples({});
+            storage.setLastVersionCheck({});
+        }
 
         const QByteArray file = contents(path);
         QVERIFY(file.contains("humanize_examples="));
         QVERIFY(!file.contains("last_version_check"));
+    }
+
+    // Typing writes the file once the typing pauses, by replacing it whole (a new file
+    // renamed over the old one: a reader never sees half of it), and it is private
+    // afterwards whatever it was before.
+    void writesAreDeferredWholeAndPrivate_data()
+    {
+        QTest::addColumn<QFileDevice::Permissions>("before");
+        const auto owner = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        QTest::newRow("private") << QFileDevice::Permissions(owner);
+        QTest::newRow("readable by all") << (owner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+        QTest::newRow("writable by the group") << (owner | QFileDevice::ReadGroup | QFileDevice::WriteGroup);
+    }
+
+    void writesAreDeferredWholeAndPrivate()
+    {
+        QFETCH(QFileDevice::Permissions, before);
+        const QString path = writeFile("[General]\napi_key=sk-kept-1234\nupdate_check_enabled=true\n");
+        QVERIFY(QFile::setPermissions(path, before));
+        const QByteArray original = contents(path);
+        const auto inode = [&path] {
+            struct stat status
+            {
+            };
+            return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_ino : 0;
+        };
+        const auto inodeBefore = inode();
+
+        StorageManager storage(path, defaultBase);
+        QString typed;
+        for (const QChar c : u"Hello there"_s) {
+            typed.append(c);
+            storage.setExamples({ typed });
+        }
+        QCOMPARE(contents(path), original);
+
+        QTRY_VERIFY2(contents(path).contains("humanize_examples=Hello there\n"), contents(path).constData());
+        QVERIFY(contents(path).contains("api_key=sk-kept-1234\n"));
+        QVERIFY(inode() != inodeBefore);
+        QVERIFY(privateToOwner(path));
+    }
+
+    // The local tessary-server pairs by its token file: only for a service on this
+    // machine, only while no key is stored, and only from a file nobody else can read.
+    void pairing_data()
+    {
+        QTest::addColumn<QString>("apiBase");
+        QTest::addColumn<QString>("storedKey");
+        QTest::addColumn<QByteArray>("tokenFile"); // null: no file
+        QTest::addColumn<bool>("othersMayRead");
+        QTest::addColumn<QString>("credential");
+
+        const QByteArray token("tok-0123456789abcdef\n");
+        QTest::newRow("loopback, no key")
+            << defaultBase << QString() << token << false << u"tok-0123456789abcdef"_s;
+        QTest::newRow("localhost") << u"http://localhost:8787/api/v1"_s << QString() << token << false
+                                   << u"tok-0123456789abcdef"_s;
+        QTest::newRow("IPv6 loopback")
+            << u"http://[::1]:8787/api/v1"_s << QString() << token << false << u"tok-0123456789abcdef"_s;
+        QTest::newRow("a stored key wins") << defaultBase << u"sk-mine"_s << token << false << u"sk-mine"_s;
+        QTest::newRow("another machine never gets the token")
+            << u"https://rewrite.example/api/v1"_s << QString() << token << false << QString();
+        QTest::newRow("a host that resolves elsewhere")
+            << u"http://127.0.0.1.example/api/v1"_s << QString() << token << false << QString();
+        QTest::newRow("token file others may read") << defaultBase << QString() << token << true << QString();
+        QTest::newRow("no token file") << defaultBase << QString() << QByteArray() << false << QString();
+    }
+
+    void pairing()
+    {
+        QFETCH(QString, apiBase);
+        QFETCH(QString, storedKey);
+        QFETCH(QByteArray, tokenFile);
+        QFETCH(bool, othersMayRead);
+        QFETCH(QString, credential);
+
+        const QString tokenPath = m_dir.filePath(u"server-%1/client-token"_s.arg(++m_files));
+        if (!tokenFile.isNull()) {
+            QDir().mkpath(QFileInfo(tokenPath).absolutePath());
+            QFile file(tokenPath);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(tokenFile) == tokenFile.size());
+            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner
+                | (othersMayRead ? QFileDevice::ReadOther : QFileDevice::Permissions())));
+        }
+        StorageManager storage(newPath(), apiBase, nullptr, tokenPath);
+        storage.setApiKey(storedKey);
+
+        QCOMPARE(storage.credential(), credential);
+        QCOMPARE(storage.serviceUsable(), !credential.isEmpty());
+        QCOMPARE(storage.apiKey(), storedKey); // the token is never shown or stored as the key
     }
 
     void everyAssignmentIsAnnounced()

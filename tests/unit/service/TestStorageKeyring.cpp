@@ -1,0 +1,298 @@
+#include "KeyStore.h"
+#include "StdoutCapture.h"
+#include "StorageManager.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr auto groupAndOthers = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
+    | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+}
+
+// The settings store over a real keyring: gnome-keyring-daemon, started by the test on
+// the private session bus that CTest gives it (a bus that starts nothing by itself, so
+// until the daemon runs, no keyring answers), with a throw-away home. What the keyring
+// holds is read back with secret-tool, as another program of the user's would.
+class TestStorageKeyring : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_daemon;
+    int m_stores = 0;
+    inline static QStringList s_messages;
+
+    static void record(QtMsgType type, const QMessageLogContext &context, const QString &message)
+    {
+        s_messages.append(message);
+        qt_message_output(type, context, message);
+    }
+
+    static bool keyringAnswers()
+    {
+        return QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.freedesktop.secrets"_s);
+    }
+
+    void startKeyring()
+    {
+        if (m_daemon.state() == QProcess::Running)
+            return;
+        const QString home = m_dir.filePath(u"keyring-home"_s);
+        QDir().mkpath(home);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"HOME"_s, home);
+        env.insert(u"XDG_DATA_HOME"_s, home + u"/data"_s);
+        env.insert(u"XDG_CACHE_HOME"_s, home + u"/cache"_s);
+        env.remove(u"XDG_RUNTIME_DIR"_s);
+        m_daemon.setProcessEnvironment(env);
+        m_daemon.start(
+            u"gnome-keyring-daemon"_s, { u"--foreground"_s, u"--unlock"_s, u"--components=secrets"_s });
+        QVERIFY2(m_daemon.waitForStarted(), "gnome-keyring-daemon is not installed (scripts/install-deps)");
+        m_daemon.write("throw-away password");
+        m_daemon.closeWriteChannel();
+        QTRY_VERIFY_WITH_TIMEOUT(keyringAnswers(), 10000);
+    }
+
+    // The entry as the keyring hands it to any program of the user's.
+    static QString lookup(const QString &service, const QString &name)
+    {
+        QProcess tool;
+        tool.start(u"secret-tool"_s, { u"lookup"_s, u"server"_s, service, u"user"_s, name });
+        if (!tool.waitForFinished(10000))
+            return u"<secret-tool hangs>"_s;
+        return QString::fromUtf8(tool.readAllStandardOutput());
+    }
+
+    QString newPath() { return m_dir.filePath(u"store-%1/Tessary.conf"_s.arg(++m_stores)); }
+
+    static QByteArray contents(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    QString withContents(const QByteArray &text)
+    {
+        const QString path = newPath();
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
+            qFatal("cannot write fixture");
+        return path;
+    }
+
+    static void waitLoaded(StorageManager &storage)
+    {
+        QSignalSpy loaded(&storage, &StorageManager::keysLoadedChanged);
+        if (!storage.keysLoaded())
+            QVERIFY(loaded.wait(15000));
+        QVERIFY(storage.keysLoaded());
+    }
+
+    static void keyringWrite(KeyStore &keys, const QString &name, const QString &value)
+    {
+        std::optional<bool> stored;
+        QObject context;
+        keys.write(name, value, &context, [&stored](bool ok) { stored = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(stored.has_value(), 10000);
+        QVERIFY(*stored);
+    }
+
+    void placement(bool keyring);
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("needs the private session bus that CTest runs this test on");
+        qInstallMessageHandler(record);
+        // Every diagnostic of ours is printed, so none can carry a key unseen.
+        QLoggingCategory::setFilterRules(u"tessary.*=true"_s);
+    }
+
+    void cleanupTestCase()
+    {
+        if (m_daemon.state() == QProcess::Running) {
+            m_daemon.terminate();
+            m_daemon.waitForFinished(5000);
+        }
+    }
+
+    // Where the key lives and what a restart reads, with no keyring and then with one.
+    // Declared first: the keyring daemon starts with the first row that needs it.
+    void withoutKeyring_data();
+    void withoutKeyring() { placement(false); }
+    void withKeyring_data();
+    void withKeyring() { placement(true); }
+
+    // The program ends before the keyring confirmed the key: it is not lost, and the
+    // next start moves it into the keyring.
+    void keyAssignedJustBeforeTheEndIsKept()
+    {
+        startKeyring();
+        KeyStore keys(u"TessaryTest-end"_s);
+        const QString path = newPath();
+        {
+            StorageManager storage(path, QString(), &keys, QString());
+            waitLoaded(storage);
+            storage.setApiKey(u"sk-at-the-end-0123456789"_s);
+        }
+        QVERIFY(contents(path).contains("api_key=sk-at-the-end-0123456789"));
+
+        {
+            StorageManager next(path, QString(), &keys, QString());
+            waitLoaded(next);
+            QCOMPARE(next.apiKey(), u"sk-at-the-end-0123456789"_s);
+            QTRY_VERIFY(next.keysSaved());
+            QCOMPARE(lookup(keys.service(), u"api_key"_s), u"sk-at-the-end-0123456789"_s);
+        }
+        QVERIFY(!contents(path).contains("api_key"));
+    }
+
+    // Last: it stops the keyring. What is typed afterwards goes to the file, and the
+    // settings window is told.
+    void keyringGoneMidRun()
+    {
+        startKeyring();
+        KeyStore keys(u"TessaryTest-gone"_s, std::chrono::seconds(3));
+        const QString path = newPath();
+        {
+            StorageManager storage(path, QString(), &keys, QString());
+            waitLoaded(storage);
+            QVERIFY(!storage.keysInSettingsFile());
+            m_daemon.terminate();
+            QVERIFY(m_daemon.waitForFinished(5000));
+            QTRY_VERIFY(!keyringAnswers());
+
+            QSignalSpy told(&storage, &StorageManager::keysInSettingsFileChanged);
+            storage.setApiKey(u"sk-after-the-keyring-0123"_s);
+            QVERIFY(told.wait(10000));
+            QVERIFY(storage.keysInSettingsFile());
+            QCOMPARE(storage.apiKey(), u"sk-after-the-keyring-0123"_s);
+        }
+        QVERIFY(contents(path).contains("api_key=sk-after-the-keyring-0123"));
+    }
+};
+
+namespace {
+void addColumns()
+{
+    QTest::addColumn<QString>("fileBefore"); // api_key in the settings file before the start
+    QTest::addColumn<QString>("keyringBefore");
+    QTest::addColumn<QStringList>("typed"); // assignments, one per keystroke
+    QTest::addColumn<bool>("typedEarly"); // before the keyring answered
+    QTest::addColumn<QString>("key"); // apiKey afterwards and after a restart
+}
+} // namespace
+
+void TestStorageKeyring::withoutKeyring_data()
+{
+    addColumns();
+    QTest::newRow("typed key goes to the file")
+        << QString() << QString() << QStringList { u"sk-typed-00001111"_s } << false
+        << u"sk-typed-00001111"_s;
+    QTest::newRow("typed before the answer")
+        << QString() << QString() << QStringList { u"sk-early-00002222"_s } << true << u"sk-early-00002222"_s;
+    QTest::newRow("key from the file")
+        << u"sk-file-00003333"_s << QString() << QStringList() << false << u"sk-file-00003333"_s;
+}
+
+void TestStorageKeyring::withKeyring_data()
+{
+    addColumns();
+    QTest::newRow("typed key") << QString() << QString() << QStringList { u"sk-typed-10001111"_s } << false
+                               << u"sk-typed-10001111"_s;
+    QTest::newRow("typed a keystroke at a time")
+        << QString() << QString()
+        << QStringList { u"s"_s, u"sk"_s, u"sk-"_s, u"sk-k"_s, u"sk-ke"_s, u"sk-key-10002222"_s } << false
+        << u"sk-key-10002222"_s;
+    QTest::newRow("typed before the answer")
+        << QString() << u"sk-ring-old"_s << QStringList { u"sk-early-10003333"_s } << true
+        << u"sk-early-10003333"_s;
+    QTest::newRow("key from the keyring")
+        << QString() << u"sk-ring-10004444"_s << QStringList() << false << u"sk-ring-10004444"_s;
+    QTest::newRow("file key moves into the keyring")
+        << u"sk-file-10005555"_s << QString() << QStringList() << false << u"sk-file-10005555"_s;
+    QTest::newRow("file key is newer than the keyring's")
+        << u"sk-file-10006666"_s << u"sk-ring-old"_s << QStringList() << false << u"sk-file-10006666"_s;
+    QTest::newRow("cleared key") << QString() << u"sk-ring-10007777"_s << QStringList { QString() } << false
+                                 << QString();
+}
+
+void TestStorageKeyring::placement(bool keyring)
+{
+    QFETCH(QString, fileBefore);
+    QFETCH(QString, keyringBefore);
+    QFETCH(QStringList, typed);
+    QFETCH(bool, typedEarly);
+    QFETCH(QString, key);
+
+    if (keyring)
+        startKeyring();
+    else
+        QVERIFY2(!keyringAnswers(), "the bus started a keyring by itself");
+
+    KeyStore keys(u"TessaryTest-%1"_s.arg(m_stores), std::chrono::seconds(5));
+    if (!keyringBefore.isEmpty())
+        keyringWrite(keys, u"api_key"_s, keyringBefore);
+    const QString path = fileBefore.isEmpty()
+        ? newPath()
+        : withContents("[General]\nupdate_check_enabled=true\napi_key=" + fileBefore.toUtf8() + '\n');
+    s_messages.clear();
+    StdoutCapture stdoutLines;
+    {
+        StorageManager storage(path, QString(), &keys, QString());
+        if (typedEarly) {
+            for (const QString &value : typed)
+                storage.setApiKey(value);
+        }
+        waitLoaded(storage);
+        QCOMPARE(storage.keysInSettingsFile(), !keyring);
+        if (!typedEarly) {
+            for (const QString &value : typed)
+                storage.setApiKey(value);
+        }
+        QCOMPARE(storage.apiKey(), key);
+        QTRY_VERIFY_WITH_TIMEOUT(storage.keysSaved(), 10000);
+        if (keyring)
+            QCOMPARE(lookup(keys.service(), u"api_key"_s), key);
+        else
+            QCOMPARE(lookup(keys.service(), u"api_key"_s), QString());
+    }
+
+    const QByteArray file = contents(path);
+    QCOMPARE(QFile::permissions(path) & groupAndOthers, QFileDevice::Permissions());
+    if (keyring)
+        QVERIFY2(!file.contains("api_key"), file.constData()); // not even an empty entry
+    else
+        QVERIFY2(file.contains("api_key=" + key.toUtf8() + '\n'), file.constData());
+
+    // The next start reads the same key and writes nothing more.
+    {
+        StorageManager next(path, QString(), &keys, QString());
+        waitLoaded(next);
+        QCOMPARE(next.apiKey(), key);
+    }
+    QCOMPARE(contents(path), file);
+
+    // No diagnostic and no log line carries any of the keys.
+    const QStringList logs = s_messages + stdoutLines.lines();
+    for (const QString &secret : typed + QStringList { fileBefore, keyringBefore, key }) {
+        if (secret.size() > 5)
+            QVERIFY2(!logs.join(u'\n').contains(secret), qPrintable(logs.join(u'\n')));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestStorageKeyring)
+#include "TestStorageKeyring.moc"
