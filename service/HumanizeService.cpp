@@ -58,7 +58,8 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     QNetworkRequest request(url);
     request.setTransferTimeout(int(m_idleTimeout.count()));
     request.setRawHeader("Content-Type", "application/json");
-    const QString apiKey = m_storage.apiKey();
+    // The stored key, or the token of the user's own tessary-server on this machine.
+    const QString apiKey = m_storage.credential();
     if (!apiKey.isEmpty()) {
         request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
         Log::write(u"🔑"_s, tag, u"Using API key: "_s + apiKey.left(8) + u"..."_s);
