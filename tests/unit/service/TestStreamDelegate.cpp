@@ -229,30 +229,94 @@ private Q_SLOTS:
         QVERIFY2(calls.first().startsWith(u"error:Connection refused"_s), qPrintable(calls.first()));
     }
 
-    void logLinesOfATypicalStream()
+    // The log lines of a request, exactly, for the ways a reply usually goes.
+    void logLines_data()
     {
-        StdoutCapture capture;
-        const QStringList calls = run(reply(sse("Hi") + "data: [DONE]\n\n", { 20 }));
-        const QStringList lines = capture.lines();
-        capture.restore(); // test failures are reported on stdout too
-        QCOMPARE(calls, (QStringList { u"token:Hi"_s, u"complete"_s }));
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QList<qsizetype>>("splitAt");
+        QTest::addColumn<QStringList>("calls");
+        QTest::addColumn<QStringList>("lines");
+
         const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
-        QCOMPARE(lines,
-            (QStringList {
-                u"📡 [StreamDelegate] Response received"_s,
-                u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
-                u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
-                u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
-                u"📄 [StreamDelegate] Processing line: data: "_s + json,
-                u"📋 [StreamDelegate] Stream JSON: "_s + json,
-                u"📝 [StreamDelegate] Token received: Hi"_s,
-                u"📄 [StreamDelegate] Processing line: "_s,
-                u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
-                u"🏁 [StreamDelegate] Stream completed"_s,
-                u"📄 [StreamDelegate] Processing line: "_s,
-                u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                u"✅ [StreamDelegate] Stream completed successfully"_s,
-            }));
+        QTest::newRow("typical stream")
+            << 200 << QByteArray(sse("Hi") + "data: [DONE]\n\n") << QList<qsizetype> { 20 }
+            << QStringList { u"token:Hi"_s, u"complete"_s }
+            << QStringList {
+                   u"📡 [StreamDelegate] Response received"_s,
+                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
+                   u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
+                   u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
+                   u"📄 [StreamDelegate] Processing line: data: "_s + json,
+                   u"📋 [StreamDelegate] Stream JSON: "_s + json,
+                   u"📝 [StreamDelegate] Token received: Hi"_s,
+                   u"📄 [StreamDelegate] Processing line: "_s,
+                   u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
+                   u"🏁 [StreamDelegate] Stream completed"_s,
+                   u"📄 [StreamDelegate] Processing line: "_s,
+                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                   u"✅ [StreamDelegate] Stream completed successfully"_s,
+               };
+        const QByteArray badKey
+            = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
+        QTest::newRow("whole-reply credential error")
+            << 401 << badKey << QList<qsizetype> {}
+            << QStringList { u"error:Invalid API key. Please check your token in Settings."_s }
+            << QStringList {
+                   u"📡 [StreamDelegate] Response received"_s,
+                   u"📡 [StreamDelegate] HTTP Status Code: 401"_s,
+                   u"🔐 [StreamDelegate] Authentication error detected"_s,
+                   u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
+                   u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
+                   u"API "
+                   "key provided"_s,
+                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                   u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
+               };
+        QTest::newRow("streamed error")
+            << 200 << QByteArray(R"(data: {"error":{"message":"overloaded"}})") << QList<qsizetype> {}
+            << QStringList { u"error:overloaded"_s }
+            << QStringList {
+                   u"📡 [StreamDelegate] Response received"_s,
+                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
+                   u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
+                   u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                   u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                   u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
+                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                   u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
+               };
+        // Its lines are logged as they come, its data once it is whole, on one line.
+        QTest::newRow("event over two data lines")
+            << 200 << QByteArray("data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n")
+            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"complete"_s }
+            << QStringList {
+                   u"📡 [StreamDelegate] Response received"_s,
+                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
+                   u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
+                   u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
+                   u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
+                   u"📄 [StreamDelegate] Processing line: "_s,
+                   u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
+                   u"📝 [StreamDelegate] Token received: Hi"_s,
+                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                   u"✅ [StreamDelegate] Stream completed successfully"_s,
+               };
+    }
+
+    void logLines()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QList<qsizetype>, splitAt);
+        QFETCH(QStringList, calls);
+        QFETCH(QStringList, lines);
+        StdoutCapture capture;
+        const QStringList actual = run(reply(body, splitAt, status));
+        const QStringList logged = capture.lines();
+        capture.restore(); // test failures are reported on stdout too
+        QCOMPARE(actual, calls);
+        QCOMPARE(logged, lines);
     }
 
     void cancelEndsWithoutOutcome()
