@@ -118,19 +118,19 @@ void X11KeyboardGrab::readModifierMapping()
                 continue;
             for (int column = 0; column < 4; ++column) {
                 switch (xcb_key_symbols_get_keysym(m_keySymbols, keycode, column)) {
-                case Keysym::NumLock:
+                case XK_Num_Lock:
                     m_bits.numLock = bit;
                     break;
-                case Keysym::ScrollLock:
+                case XK_Scroll_Lock:
                     m_bits.scrollLock = bit;
                     break;
-                case Keysym::AltL:
-                case Keysym::AltR:
+                case XK_Alt_L:
+                case XK_Alt_R:
                     if (!m_bits.alt)
                         m_bits.alt = bit;
                     break;
-                case Keysym::SuperL:
-                case Keysym::SuperR:
+                case XK_Super_L:
+                case XK_Super_R:
                     if (!m_bits.super)
                         m_bits.super = bit;
                     break;

@@ -107,8 +107,8 @@ void X11KeySynth::send(const Request &request)
     }
 
     QList<xcb_keycode_t> modifiers;
-    const std::pair<quint64, xcb_keysym_t> modifierKeysyms[] = { { Keys::Control, Keysym::ControlL },
-        { Keys::Shift, Keysym::ShiftL }, { Keys::Option, Keysym::AltL }, { Keys::Command, Keysym::SuperL } };
+    const std::pair<quint64, xcb_keysym_t> modifierKeysyms[] = { { Keys::Control, XK_Control_L },
+        { Keys::Shift, XK_Shift_L }, { Keys::Option, XK_Alt_L }, { Keys::Command, XK_Super_L } };
     for (const auto &[flag, keysym] : modifierKeysyms) {
         if (flags & flag) {
             if (const xcb_keycode_t modifier = keycodeFor(keysym))
