@@ -14,15 +14,6 @@ using Provider = StorageManager::Provider;
 
 enum class Kind { Unreachable, HostUnknown, TimedOut, Tls, WrongKey, RateLimited, UnknownModel, None };
 
-// "127.0.0.1:8787", "api.openai.com": the part of the address people recognise.
-QString where(const QUrl &base)
-{
-    const QString host = base.host();
-    if (host.isEmpty())
-        return base.toString();
-    return base.port() > 0 ? u"%1:%2"_s.arg(host).arg(base.port()) : host;
-}
-
 QString sentence(Kind kind, const Context &context)
 {
     const QString at = where(context.base);
@@ -106,6 +97,14 @@ Kind modelServerKind(const QString &message)
 
 } // namespace
 
+QString where(const QUrl &base)
+{
+    const QString host = base.host();
+    if (host.isEmpty())
+        return base.toString();
+    return base.port() > 0 ? u"%1:%2"_s.arg(host).arg(base.port()) : host;
+}
+
 Context contextOf(const StorageManager &storage)
 {
     if (storage.provider() == Provider::TessaryService)
@@ -127,7 +126,10 @@ QString invalidAddress(const QString &address)
 QString forRewrite(const Context &context, const QString &message)
 {
     Kind kind = transportKind(message);
-    // The Tessary service words its own refusals; a model server's need translating.
+    // The Tessary service words its own refusals, and its idle timeout reads as the
+    // platform has always put it; a model server's wording needs translating.
+    if (context.provider == Provider::TessaryService && kind == Kind::TimedOut)
+        kind = Kind::None;
     if (kind == Kind::None && context.provider != Provider::TessaryService)
         kind = modelServerKind(message);
     return kind == Kind::None ? message : sentence(kind, context);

@@ -24,6 +24,9 @@ struct Context
 
 Context contextOf(const StorageManager &storage);
 
+// "127.0.0.1:8787", "api.openai.com": the part of an address people recognise.
+QString where(const QUrl &base);
+
 QString noModelChosen();
 QString invalidAddress(const QString &address);
 

@@ -1,6 +1,8 @@
 #include "HumanizeService.h"
 
+#include "FailureAdvice.h"
 #include "Log.h"
+#include "ModelClient.h"
 #include "StorageManager.h"
 #include "StreamDelegate.h"
 
@@ -47,6 +49,18 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     Log::write(u"🚀"_s, tag, u"Starting humanize request..."_s);
     Log::write(u"📝"_s, tag, u"Text length: %1, Tone: %2"_s.arg(graphemeCount(text)).arg(tone));
 
+    // A model server spoken to directly gets the prompt built here, not the samples.
+    if (m_storage.provider() != StorageManager::Provider::TessaryService) {
+        QString problem;
+        const auto prepared = ModelClient(m_storage).prepare(text, tone, m_idleTimeout, &problem);
+        if (!prepared) {
+            handle->fail(problem);
+            return handle;
+        }
+        Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + prepared->request.url().toString());
+        return send(handle, prepared->request, prepared->body);
+    }
+
     const QString urlString = m_storage.apiBase() + u"/chat/completions"_s;
     const QUrl url(urlString, QUrl::StrictMode);
     if (!url.isValid() || url.isRelative() || url.host().isEmpty()) {
@@ -71,15 +85,22 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
         { u"examples"_s, QJsonArray::fromStringList(m_storage.examples()) }, { u"tone"_s, tone },
         { u"messages"_s, QJsonArray { message } } };
     Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + url.toString());
+    return send(handle, request, QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
 
+std::shared_ptr<RewriteRequest> HumanizeService::send(
+    std::shared_ptr<RewriteRequest> handle, const QNetworkRequest &request, const QByteArray &body)
+{
     // The delegate reports through the handle, which goes quiet once cancelled: what
     // the transfer still had on its way is not delivered to a caller that said stop.
     RewriteCallbacks reports;
     reports.onToken = [handle](const QString &fragment) { handle->token(fragment); };
     reports.onComplete = [handle] { handle->complete(); };
-    reports.onError = [handle](const QString &message) { handle->fail(message); };
-    auto *task = new StreamDelegate(
-        request, QJsonDocument(body).toJson(QJsonDocument::Compact), std::move(reports), this);
+    // What the network layer says ("Connection refused") becomes what to do about it.
+    reports.onError = [handle, context = FailureAdvice::contextOf(m_storage)](const QString &message) {
+        handle->fail(FailureAdvice::forRewrite(context, message));
+    };
+    auto *task = new StreamDelegate(request, body, std::move(reports), this);
     connect(task, &StreamDelegate::finished, task, &QObject::deleteLater);
     handle->setAbort([task = QPointer<StreamDelegate>(task)] {
         if (task)

@@ -6,6 +6,7 @@
 
 #include <chrono>
 
+class QNetworkRequest;
 class StorageManager;
 class StreamDelegate;
 
@@ -27,6 +28,9 @@ public:
         const QString &text, const QString &tone, RewriteCallbacks callbacks) override;
 
 private:
+    std::shared_ptr<RewriteRequest> send(
+        std::shared_ptr<RewriteRequest> handle, const QNetworkRequest &request, const QByteArray &body);
+
     StorageManager &m_storage;
     std::chrono::milliseconds m_idleTimeout;
 };

@@ -1,0 +1,243 @@
+#include "FixtureServer.h"
+#include "ModelChooser.h"
+#include "StorageManager.h"
+
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Provider = StorageManager::Provider;
+using Result = ModelChooser::Result;
+
+FixtureReply json(int status, const QByteArray &body)
+{
+    FixtureReply reply;
+    reply.status = status;
+    reply.headers = { { "Content-Type", "application/json" } };
+    reply.body = body;
+    return reply;
+}
+
+quint16 closedPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    const quint16 port = server.serverPort();
+    server.close();
+    return port;
+}
+
+} // namespace
+
+class TestModelChooser : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    int m_stores = 0;
+
+    QString m_lastPath;
+
+    std::unique_ptr<StorageManager> newStorage(const QString &apiBase)
+    {
+        m_lastPath = m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores));
+        return std::make_unique<StorageManager>(m_lastPath, apiBase);
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    // The models of every server found are offered; picking one makes it the language model.
+    void localChoices()
+    {
+        FixtureServer ollama;
+        FixtureServer llama;
+        QVERIFY(ollama.listen());
+        QVERIFY(llama.listen());
+        ollama.route(
+            "/api/tags", json(200, R"({"models":[{"name":"llama3.1:latest"},{"name":"qwen2.5:7b"}]})"));
+        llama.route("/v1/models", json(200, R"({"object":"list","data":[{"id":"phi-3.gguf"}]})"));
+
+        auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
+        ModelChooser chooser(*storage,
+            { { ollama.port(), u"Ollama"_s }, { closedPort(), u"LM Studio"_s },
+                { llama.port(), u"llama.cpp"_s } });
+        QSignalSpy changed(&chooser, &ModelChooser::localChoicesChanged);
+        chooser.searchLocal();
+        QVERIFY(chooser.searching());
+        QTRY_VERIFY(!chooser.searching());
+        QCOMPARE(chooser.localChoices(),
+            (QStringList { u"llama3.1:latest — Ollama (127.0.0.1:%1)"_s.arg(ollama.port()),
+                u"qwen2.5:7b — Ollama (127.0.0.1:%1)"_s.arg(ollama.port()),
+                u"phi-3.gguf — llama.cpp (127.0.0.1:%1)"_s.arg(llama.port()) }));
+        QCOMPARE(chooser.chosenLocal(), -1);
+        QVERIFY(!storage->serviceUsable());
+
+        chooser.chooseLocal(1);
+        QCOMPARE(storage->provider(), Provider::LocalModel);
+        QCOMPARE(storage->modelBase(), ollama.url("/v1").toString());
+        QCOMPARE(storage->model(), u"qwen2.5:7b"_s);
+        QCOMPARE(chooser.chosenLocal(), 1);
+        QVERIFY(storage->serviceUsable());
+
+        // The choice survives a restart of the program.
+        storage.reset();
+        StorageManager reread(m_lastPath, u"http://127.0.0.1:1/api/v1"_s);
+        QCOMPARE(reread.provider(), Provider::LocalModel);
+        QCOMPARE(reread.model(), u"qwen2.5:7b"_s);
+    }
+
+    // "Test connection" asks for the model list, never for a rewrite, and says what it found.
+    void testConnection_data()
+    {
+        QTest::addColumn<int>("provider");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QByteArray>(
+            "modelsPath"); // where the server lists its models; empty: nothing listens
+        QTest::addColumn<FixtureReply>("models");
+        QTest::addColumn<Result>("kind");
+        QTest::addColumn<QString>("result"); // a pattern; %1 is host:port
+
+        const FixtureReply list = json(200, R"({"object":"list","data":[{"id":"llama3.1"},{"id":"phi3"}]})");
+        QTest::newRow("local server, its model")
+            << int(Provider::LocalModel) << u"phi3"_s << QByteArray("/v1/models") << list << Result::Succeeded
+            << u"^Connected to %1 — model phi3 \\(\\d+ ms\\)\\.$"_s;
+        QTest::newRow("ollama, found by its own list")
+            << int(Provider::LocalModel) << u"llama3.1:latest"_s << QByteArray("/api/tags")
+            << json(200, R"({"models":[{"name":"llama3.1:latest"}]})") << Result::Succeeded
+            << u"^Connected to Ollama at %1 — model llama3\\.1:latest \\(\\d+ ms\\)\\.$"_s;
+        QTest::newRow("model the server does not have")
+            << int(Provider::LocalModel) << u"mistral"_s << QByteArray("/v1/models") << list << Result::Failed
+            << u"^The model server at %1 has no model named “mistral”\\. Pick one of its models in Settings\\.$"_s;
+        QTest::newRow("service refuses the key")
+            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models")
+            << json(401, R"({"error":{"message":"Incorrect API key provided"}})") << Result::Failed
+            << u"^%1 refused the API key\\. Enter the right key in Settings\\.$"_s;
+        QTest::newRow("service rate limit")
+            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models") << json(429, "{}")
+            << Result::Failed << u"^%1 is turning requests away for now: .*"_s;
+        QTest::newRow("nothing listening, tessary service")
+            << int(Provider::TessaryService) << QString() << QByteArray() << list << Result::Failed
+            << u"^Tessary can't reach the rewrite service at %1\\. Start it with `tessary-server`, or pick a "
+               "language model in Settings\\.$"_s;
+        QTest::newRow("tessary service without a model list")
+            << int(Provider::TessaryService) << QString() << QByteArray("/elsewhere") << list
+            << Result::Succeeded
+            << u"^The Tessary service at %1 answers \\(\\d+ ms\\)\\. It checks the key with the first rewrite\\.$"_s;
+        QTest::newRow("tessary service listing its model")
+            << int(Provider::TessaryService) << QString() << QByteArray("/api/v1/models") << list
+            << Result::Succeeded
+            << u"^Connected to the Tessary service at %1 — model llama3\\.1 \\(\\d+ ms\\)\\.$"_s;
+        QTest::newRow("no model chosen")
+            << int(Provider::LocalModel) << QString() << QByteArray("/v1/models") << list << Result::Failed
+            << u"^No language model is chosen yet\\. Pick one in Settings\\.$"_s;
+    }
+
+    void testConnection()
+    {
+        QFETCH(int, provider);
+        QFETCH(QString, model);
+        QFETCH(QByteArray, modelsPath);
+        QFETCH(FixtureReply, models);
+        QFETCH(Result, kind);
+        QFETCH(QString, result);
+
+        FixtureServer server;
+        QVERIFY(server.listen());
+        const quint16 port = modelsPath.isEmpty() ? closedPort() : server.port();
+        if (!modelsPath.isEmpty())
+            server.route(modelsPath, models);
+        auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(port));
+        storage->setApiKey(u"tessary-key"_s);
+        if (Provider(provider) != Provider::TessaryService) {
+            storage->setModelBase(u"http://127.0.0.1:%1/v1"_s.arg(port));
+            storage->setModel(model);
+            storage->setModelKey(u"sk-1"_s);
+            storage->setProvider(Provider(provider));
+        }
+
+        ModelChooser chooser(*storage, {});
+        chooser.testConnection();
+        QTRY_VERIFY(chooser.resultKind() != Result::Working);
+        QCOMPARE(chooser.resultKind(), kind);
+        const QRegularExpression pattern(result.replace(u"%1"_s, u"127.0.0.1:%1"_s.arg(port)));
+        QVERIFY2(pattern.match(chooser.result()).hasMatch(), qPrintable(chooser.result()));
+        for (const FixtureRequest &request : server.requests()) {
+            QCOMPARE(request.method, QByteArray("GET")); // no rewrite, no tokens spent
+            QCOMPARE(request.header("authorization"),
+                Provider(provider) == Provider::TessaryService ? QByteArray("Bearer tessary-key")
+                                                               : QByteArray("Bearer sk-1"));
+        }
+    }
+
+    // A result is about the fields as they were: it goes when one changes, and a late
+    // answer to an earlier test does not bring it back.
+    void resultClearedWhenAFieldChanges()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        // The first answer is slow and a refusal; later ones list the models at once.
+        int asked = 0;
+        server.route("/v1/models", [&asked](const FixtureRequest &) {
+            if (asked++ > 0)
+                return json(200, R"({"data":[{"id":"gpt-4o"}]})");
+            FixtureReply slow = json(401, R"({"error":{"message":"bad key"}})");
+            slow.headerDelay = std::chrono::milliseconds(300);
+            return slow;
+        });
+        auto storage = newStorage(u"http://127.0.0.1:1/api/v1"_s);
+        storage->setModelBase(server.url("/v1").toString());
+        storage->setModel(u"gpt-4o"_s);
+        storage->setProvider(Provider::ModelService);
+        ModelChooser chooser(*storage, {});
+
+        chooser.testConnection();
+        QCOMPARE(chooser.resultKind(), Result::Working);
+        storage->setModelKey(u"sk-new"_s); // while the refusal is on its way
+        QCOMPARE(chooser.resultKind(), Result::None);
+        QCOMPARE(chooser.result(), QString());
+
+        QList<Result> seen;
+        connect(&chooser, &ModelChooser::resultChanged, this, [&] { seen.append(chooser.resultKind()); });
+        chooser.testConnection();
+        QTRY_COMPARE(server.requests().size(), 2);
+        QTRY_COMPARE(chooser.resultKind(), Result::Succeeded);
+        // Wait for the late refusal too: it must not replace the newer result.
+        QTRY_VERIFY(server.requests().size() == 2 && asked == 2);
+        QTRY_COMPARE(seen, (QList<Result> { Result::Working, Result::Succeeded }));
+
+        storage->setModel(u"gpt-4o"_s);
+        QCOMPARE(chooser.resultKind(), Result::None);
+    }
+
+    // The models of a service are listed with its key; the first one is taken when none was chosen.
+    void serviceModels()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        server.route(
+            "/v1/models", json(200, R"({"object":"list","data":[{"id":"gpt-4o-mini"},{"id":"gpt-4o"}]})"));
+        auto storage = newStorage(u"http://127.0.0.1:1/api/v1"_s);
+        storage->setProvider(Provider::ModelService);
+        storage->setModelBase(server.url("/v1/").toString());
+        storage->setModelKey(u"sk-9"_s);
+        ModelChooser chooser(*storage, {});
+        chooser.listServiceModels();
+        QTRY_VERIFY(!chooser.listing());
+        QCOMPARE(chooser.serviceModels(), (QStringList { u"gpt-4o-mini"_s, u"gpt-4o"_s }));
+        QCOMPARE(storage->model(), u"gpt-4o-mini"_s);
+        QCOMPARE(chooser.resultKind(), Result::Succeeded);
+        QCOMPARE(server.requests().first().header("authorization"), QByteArray("Bearer sk-9"));
+        QVERIFY(storage->serviceUsable());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModelChooser)
+#include "TestModelChooser.moc"
