@@ -4,7 +4,7 @@ BUILD_TYPE ?= RelWithDebInfo
 CMAKE_FLAGS ?=
 CTEST_FLAGS ?=
 
-.PHONY: all deps configure build run test bench demo package clean
+.PHONY: all deps configure build run test bench demo package clean fuzz
 
 all: build
 
@@ -37,6 +37,19 @@ bench: build
 
 demo: build
 	@scripts/demo $(BUILD)
+
+# The fuzz harnesses (fuzz/), built with clang in $(FUZZ_BUILD) and run FUZZ_SECONDS each;
+# FUZZ_RUNS=N runs N inputs each instead, a fixed amount of work, as CI does.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 600
+FUZZ_RUNS ?=
+
+fuzz: deps
+	@[ -f $(FUZZ_BUILD)/build.ninja ] || CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja \
+	    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSARY_FUZZ=ON -DTESSARY_WERROR=OFF \
+	    -DTESSARY_BUILD_TESTS=OFF -DTESSARY_BUILD_BENCHMARKS=OFF
+	cmake --build $(FUZZ_BUILD) --target fuzzers
+	fuzz/run $(FUZZ_BUILD) $(if $(FUZZ_RUNS),--runs $(FUZZ_RUNS),$(FUZZ_SECONDS))
 
 # A .deb of the installed program (binary, menu entry, icons, metainfo, D-Bus activation).
 package: build
