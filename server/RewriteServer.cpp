@@ -47,6 +47,8 @@ constexpr size_t maxUnsentBytes = 1024 * 1024;
 // answer is not lost to a reset; then the connection is closed regardless.
 constexpr size_t maxDrainBytes = 1024 * 1024;
 constexpr auto drainTime = 2s;
+// A connection turned away at the door has sent little or nothing yet: it gets less.
+constexpr auto turnedAwayDrainTime = 200ms;
 // While the model is silent, a comment line this often finds out whether the client is
 // still there: writing to a client that has gone fails.
 constexpr auto heartbeatInterval = 1s;
@@ -180,12 +182,15 @@ private:
     void afterResponse();
     void closeGracefully();
     void drain();
+    void uncount();
 
     Shared &m_shared;
     beast::tcp_stream m_stream;
     asio::ip::address m_address;
     std::list<std::weak_ptr<Session>>::iterator m_entry;
     bool m_registered = false;
+    bool m_counted = false; // in the connection counts
+    std::chrono::milliseconds m_drainTime = drainTime;
     beast::flat_buffer m_buffer;
     std::optional<HttpMessageReader<true>> m_reader;
     std::string m_body;
@@ -215,6 +220,13 @@ RewriteServer::Session::~Session()
     if (!m_registered)
         return;
     m_shared.sessions.erase(m_entry);
+    if (m_counted)
+        uncount();
+}
+
+void RewriteServer::Session::uncount()
+{
+    m_counted = false;
     --m_shared.connections;
     if (--m_shared.perAddress[m_address] == 0)
         m_shared.perAddress.erase(m_address);
@@ -229,10 +241,15 @@ void RewriteServer::Session::begin()
     m_stream.socket().set_option(tcp::no_delay(true), error);
     m_entry = m_shared.sessions.insert(m_shared.sessions.end(), weak_from_this());
     m_registered = true;
+    m_counted = true;
     ++m_shared.connections;
     const int fromAddress = ++m_shared.perAddress[m_address];
-    // Refused at once, not queued: a client learns it should come back later.
+    // Refused at once, not queued: a client learns it should come back later. Not counted
+    // while the refusal goes out, or a flood of refused clients would hold the door shut
+    // for everybody else.
     if (m_shared.connections > config().maxConnections || fromAddress > config().maxConnectionsPerAddress) {
+        uncount();
+        m_drainTime = turnedAwayDrainTime;
         return refuse(503, u"server_busy"_s,
             u"tessary-server has too many open connections. Try again in a moment."_s, "Retry-After: 1\r\n");
     }
@@ -293,7 +310,7 @@ void RewriteServer::Session::onHead(const beast::error_code &error)
     if (!authorized()) {
         serverLog(u"#%1 refused: missing or wrong client token"_s.arg(m_id));
         return refuse(401, u"invalid_request_error"_s,
-            u"Invalid API key: enter the client token of tessary-server (printed at its first start, kept in "
+            u"Invalid API key: enter the client token of tessary-server (kept in "
             "~/.config/tessary-server/client-token) in Tessary's Settings."_s,
             "WWW-Authenticate: Bearer\r\n");
     }
@@ -525,7 +542,7 @@ void RewriteServer::Session::closeGracefully()
 {
     beast::error_code ignored;
     m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
-    m_stream.expires_after(drainTime);
+    m_stream.expires_after(m_drainTime);
     drain();
 }
 

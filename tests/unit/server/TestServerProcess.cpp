@@ -4,7 +4,11 @@
 
 #include "server/FixtureUpstream.h"
 
+#include <QDateTime>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
@@ -25,18 +29,19 @@ private:
     FixtureUpstream m_upstream;
     QNetworkAccessManager m_network;
 
-    void launch(QProcess &server, int port)
+    void launch(QProcess &server, int port, const QStringList &arguments = {})
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"XDG_CONFIG_HOME"_s, m_home.path());
         server.setProcessEnvironment(environment);
-        server.start(QString::fromLatin1(TESSARY_SERVER_PATH), { u"--port=%1"_s.arg(port) });
+        server.start(
+            QString::fromLatin1(TESSARY_SERVER_PATH), QStringList { u"--port=%1"_s.arg(port) } + arguments);
     }
 
     // Starts the program on a free port; `port` is where it listens, 0 when it did not come up.
-    void start(QProcess &server, int &port)
+    void start(QProcess &server, int &port, const QStringList &arguments = {})
     {
-        launch(server, 0);
+        launch(server, 0, arguments);
         const QRegularExpression listening(u"listening on http://127\\.0\\.0\\.1:(\\d+)/api/v1"_s);
         QByteArray log;
         port = 0;
@@ -130,6 +135,55 @@ private Q_SLOTS:
         QCOMPARE(second.exitCode(), 1);
         QVERIFY(second.readAllStandardError().contains("cannot listen"));
         stop(first);
+    }
+
+    // What a client sends must not be able to start a log line of its own: an operator
+    // reading the log would take a forged line for the server's.
+    void clientTextCannotForgeLogLines_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("tone");
+        QTest::addColumn<QString>("sample");
+        const QString forged = u"2020-01-01T00:00:00.000Z #7 done: 1 fragments in 1 ms"_s;
+        QTest::newRow("line feed in the tone") << QStringList() << u"natural\n"_s + forged << u"Cheers"_s;
+        QTest::newRow("carriage return in the tone")
+            << QStringList() << u"natural\r"_s + forged << u"Cheers"_s;
+        QTest::newRow("line feed in a sample, verbose")
+            << QStringList { u"--verbose"_s } << u"natural"_s << u"Cheers\n"_s + forged;
+    }
+    void clientTextCannotForgeLogLines()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, tone);
+        QFETCH(QString, sample);
+        QProcess server;
+        int port = 0;
+        start(server, port, arguments);
+        QVERIFY(port > 0);
+        QFile tokenFile(m_home.filePath(u"tessary-server/client-token"_s));
+        QVERIFY(tokenFile.open(QIODevice::ReadOnly));
+
+        QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(port)));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+        request.setRawHeader("Authorization", "Bearer " + tokenFile.readAll().trimmed());
+        const QJsonObject body { { "stream"_L1, true }, { "tone"_L1, tone },
+            { "examples"_L1, QJsonArray { sample } },
+            { "messages"_L1,
+                QJsonArray { QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, "hi"_L1 } } } } };
+        QNetworkReply *reply = m_network.post(request, QJsonDocument(body).toJson(QJsonDocument::Compact));
+        QTRY_VERIFY(reply->isFinished());
+        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+        QByteArray log;
+        QTRY_VERIFY((log += server.readAllStandardError()).contains(" done: "));
+        stop(server);
+
+        // Every line the request caused is the server's own, and the forged text is in one of them.
+        const QList<QByteArray> lines = QByteArray(log).replace('\r', '\n').split('\n');
+        for (const QByteArray &line : lines)
+            QVERIFY2(line.isEmpty()
+                    || line.startsWith(QDateTime::currentDateTimeUtc().toString(u"yyyy-"_s).toLatin1()),
+                log.constData());
+        QVERIFY2(log.contains("#7 done: 1 fragments in 1 ms"), log.constData());
     }
 };
 
