@@ -1,18 +1,22 @@
-# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [TIMEOUT s])
+# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [WAYLAND kwin] [TIMEOUT s])
 #
 # One executable per tested class. Every test runs inside scripts/headless-session, with a
 # throw-away home, XDG directories and session bus, so no run reads or writes the user's
 # own settings. Unit and view tests run on the offscreen platform; E2E tests get the whole
 # desktop (Xvfb, AT-SPI, window manager) and carry the "e2e" label so they can be run or
-# skipped as a tier.
+# skipped as a tier; with WAYLAND, the desktop is a headless Wayland compositor instead.
 function(tessary_add_test)
-    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT;WAYLAND" "SOURCES;LIBS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE Qt6::Test tessary_warnings ${T_LIBS})
     target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
     set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
-    if(T_E2E)
+    if(T_WAYLAND)
+        add_test(NAME ${T_NAME}
+                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session --wayland=${T_WAYLAND} $<TARGET_FILE:${T_NAME}>)
+        set(labels e2e)
+    elseif(T_E2E)
         add_test(NAME ${T_NAME}
                  COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session $<TARGET_FILE:${T_NAME}>)
         set(labels e2e)

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Platform.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QObject>
+#include <QVariantMap>
+
+// Ctrl+Alt+H through the desktop's GlobalShortcuts portal, for Wayland sessions where no
+// program may grab keys itself. The desktop owns the key: the user may rebind it in its
+// settings, and only its activations reach us.
+class PortalGlobalShortcuts : public QObject, public KeyboardGrab
+{
+    Q_OBJECT
+
+public:
+    explicit PortalGlobalShortcuts(
+        QDBusConnection bus = QDBusConnection::sessionBus(), QObject *parent = nullptr);
+    ~PortalGlobalShortcuts() override;
+
+    // Asks the portal for a session that carries the shortcut and returns at once; the
+    // answer comes later. A failure is reported on the diagnostics category, and the
+    // tray menu keeps working.
+    bool start(std::function<bool(int keyCode, quint64 flags)> handler) override;
+    void stop() override;
+
+private Q_SLOTS:
+    void sessionCreated(uint response, const QVariantMap &results);
+    void activated(const QDBusMessage &message);
+
+private:
+    QString requestPath(const QString &token) const;
+
+    QDBusConnection m_bus;
+    std::function<bool(int, quint64)> m_handler;
+    QString m_sessionHandle;
+    QString m_pendingRequest;
+};
