@@ -2,6 +2,7 @@
 #include "BuildInfo.h"
 #include "CommandLine.h"
 #include "DBusService.h"
+#include "KeyStore.h"
 #include "MakePlatform.h"
 #include "SceneGraph.h"
 #include "StorageManager.h"
@@ -54,7 +55,10 @@ int main(int argc, char *argv[])
     }
 
     Platform platform = makePlatform();
-    StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE));
+    // Keys live in the desktop keyring; a tessary-server of this user's pairs by its token file.
+    KeyStore keys(QStringLiteral("Tessary"));
+    StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE), &keys,
+        StorageManager::defaultServerTokenPath());
     AppDelegate delegate(platform, storage);
     QObject::connect(&dbus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
     QObject::connect(&dbus, &DBusService::humanizeRequested, &delegate, &AppDelegate::humanizeSelectedText);
