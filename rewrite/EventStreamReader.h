@@ -22,7 +22,7 @@ public:
         // Every complete line, blank ones too, trimmed and without its line end.
         virtual void line(QByteArrayView) { }
         // The data of an event. Answers whether it is complete by itself (a JSON document,
-        // or the end marker): a data line that is, is taken at once, so a fragment never
+        // or the end marker "[DONE]"): a data line that is, is taken at once, so a fragment never
         // waits for the blank line, and servers that leave out the blank lines between
         // events are read line by line. A line that is not stays, and the event's next
         // data lines join it; the event is offered again, whole, at its end.

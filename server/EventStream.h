@@ -34,7 +34,7 @@ public:
     // The transfer ended: a reply that held no event is read whole, as one JSON reply;
     // otherwise its last line and event count.
     void finish(const EventHandler &onEvent);
-    // A line passed the bound; it was dropped, the reading went on.
+    // A line, or the data of one event, passed the bound: it was dropped.
     bool lineTooLong() const { return m_reader.error() == EventStreamReader::Error::LineTooLong; }
 
 private:
