@@ -4,6 +4,7 @@
 #include "clipboard/ClipboardPasteboard.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
+#include "x11/X11PrimarySelection.h"
 #include "x11/X11Workspace.h"
 
 #include <QClipboard>
@@ -55,6 +56,7 @@ Platform makePlatform()
     if (auto x11 = X11Connection::open()) {
         platform.workspace = std::make_unique<X11Workspace>(x11);
         platform.keySynth = std::make_unique<X11KeySynth>(x11);
+        platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
     } else {
         platform.workspace = std::make_unique<NoWorkspace>();
         platform.keySynth = std::make_unique<NoKeySynth>();

@@ -8,12 +8,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct DesktopEntry
-{
-    QString name;
-    QString startupWmClass;
-};
-
 // Only the two keys we need, from the [Desktop Entry] group (actions have their own Name).
 DesktopEntry readEntry(const QString &path)
 {
@@ -38,38 +32,54 @@ DesktopEntry readEntry(const QString &path)
     return entry;
 }
 
-QString nameFromEntries(const WindowClass &windowClass, const QStringList &dirs)
+QString nameFromEntries(const WindowClass &windowClass, const QList<DesktopEntry> &entries)
 {
     const QString instance = windowClass.instance.toLower();
     const QString className = windowClass.className.toLower();
     QString byFileName;
-    for (const QString &dir : dirs) {
-        const QStringList files = QDir(dir).entryList({ u"*.desktop"_s }, QDir::Files, QDir::Name);
-        for (const QString &file : files) {
-            const DesktopEntry entry = readEntry(dir + u'/' + file);
-            if (entry.name.isEmpty())
-                continue;
-            const QString wmClass = entry.startupWmClass.toLower();
-            if (!wmClass.isEmpty() && (wmClass == className || wmClass == instance))
-                return entry.name;
-            // "mousepad" is installed as org.xfce.mousepad.desktop
-            const QString base = file.chopped(8).toLower();
-            const bool sameName = base == instance || base == className || base.endsWith(u'.' + instance)
-                || base.endsWith(u'.' + className);
-            if (sameName && byFileName.isEmpty())
-                byFileName = entry.name;
-        }
+    for (const DesktopEntry &entry : entries) {
+        const QString wmClass = entry.startupWmClass.toLower();
+        if (!wmClass.isEmpty() && (wmClass == className || wmClass == instance))
+            return entry.name;
+        // "mousepad" is installed as org.xfce.mousepad.desktop
+        const QString &base = entry.fileBase;
+        const bool sameName = base == instance || base == className || base.endsWith(u'.' + instance)
+            || base.endsWith(u'.' + className);
+        if (sameName && byFileName.isEmpty())
+            byFileName = entry.name;
     }
     return byFileName;
 }
 
 } // namespace
 
+QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs)
+{
+    QList<DesktopEntry> entries;
+    for (const QString &dir : applicationDirs) {
+        const QStringList files = QDir(dir).entryList({ u"*.desktop"_s }, QDir::Files, QDir::Name);
+        for (const QString &file : files) {
+            DesktopEntry entry = readEntry(dir + u'/' + file);
+            if (entry.name.isEmpty())
+                continue;
+            entry.fileBase = file.chopped(8).toLower();
+            entries.append(entry);
+        }
+    }
+    return entries;
+}
+
 QString applicationName(
     const std::optional<WindowClass> &windowClass, qint64 pid, const QStringList &applicationDirs)
 {
+    return applicationName(windowClass, pid, readDesktopEntries(applicationDirs));
+}
+
+QString applicationName(
+    const std::optional<WindowClass> &windowClass, qint64 pid, const QList<DesktopEntry> &entries)
+{
     if (windowClass) {
-        const QString name = nameFromEntries(*windowClass, applicationDirs);
+        const QString name = nameFromEntries(*windowClass, entries);
         if (!name.isEmpty())
             return name;
         if (!windowClass->className.isEmpty())

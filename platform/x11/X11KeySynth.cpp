@@ -3,12 +3,9 @@
 #include "Keysyms.h"
 
 #include <QLoggingCategory>
-#include <QSet>
 #include <QTimer>
 
-#include <cstdlib>
 #include <utility>
-#include <xcb/xcb_keysyms.h>
 #include <xcb/xtest.h>
 
 using namespace Qt::StringLiterals;
@@ -27,26 +24,7 @@ constexpr int releaseWaitMs = 1000;
 X11KeySynth::X11KeySynth(std::shared_ptr<X11Connection> x11, QObject *parent)
     : QObject(parent)
     , m_x11(std::move(x11))
-    , m_symbols(xcb_key_symbols_alloc(m_x11->connection()))
 {
-}
-
-X11KeySynth::~X11KeySynth()
-{
-    if (m_symbols)
-        xcb_key_symbols_free(m_symbols);
-}
-
-bool X11KeySynth::isTerminal(const WindowClass &windowClass)
-{
-    static const QSet<QString> terminals { u"xterm"_s, u"uxterm"_s, u"xfce4-terminal"_s, u"gnome-terminal"_s,
-        u"gnome-terminal-server"_s, u"konsole"_s, u"yakuake"_s, u"terminator"_s, u"tilix"_s, u"guake"_s,
-        u"mate-terminal"_s, u"lxterminal"_s, u"qterminal"_s, u"terminology"_s, u"alacritty"_s, u"kitty"_s,
-        u"urxvt"_s, u"rxvt"_s, u"st-256color"_s, u"sakura"_s, u"tilda"_s, u"wezterm"_s,
-        u"org.wezfurlong.wezterm"_s, u"foot"_s, u"kgx"_s, u"org.gnome.console"_s, u"org.gnome.ptyxis"_s,
-        u"cool-retro-term"_s, u"deepin-terminal"_s };
-    return terminals.contains(windowClass.instance.toLower())
-        || terminals.contains(windowClass.className.toLower());
 }
 
 void X11KeySynth::post(int keyCode, quint64 flags, std::function<void()> posted)
@@ -58,60 +36,100 @@ void X11KeySynth::post(int keyCode, quint64 flags, std::function<void()> posted)
     }
 }
 
-void X11KeySynth::waitForReleasedKeys()
+void X11KeySynth::readKeyboard(std::function<void(const Keyboard &)> answer)
 {
-    const QList<xcb_keycode_t> held = heldKeys();
-    if (!held.isEmpty() && m_waiting.elapsed() < releaseWaitMs) {
-        QTimer::singleShot(releaseCheckMs, this, &X11KeySynth::waitForReleasedKeys);
-        return;
-    }
-    // Modifiers still down after the wait would combine with our keys; let them go.
-    const QList<xcb_keycode_t> modifiers = modifierKeys();
-    for (xcb_keycode_t key : held) {
-        if (modifiers.contains(key)) {
-            qCDebug(lcKeySynth) << "releasing held modifier" << key;
-            fakeKey(key, false);
+    // Three questions at once; the layout is asked afresh each time, since it may have
+    // changed (MappingNotify goes to Qt's connection, not ours).
+    auto keyboard = std::make_shared<Keyboard>();
+    auto missing = std::make_shared<int>(3);
+    const auto complete = [keyboard, missing, answer = std::move(answer)] {
+        if (--*missing == 0)
+            answer(*keyboard);
+    };
+    xcb_connection_t *connection = m_x11->connection();
+    m_x11->whenReplied(xcb_query_keymap(connection).sequence, [keyboard, complete](void *reply) {
+        if (const auto *keymap = static_cast<xcb_query_keymap_reply_t *>(reply)) {
+            for (int byte = 0; byte < 32; ++byte) {
+                for (int bit = 0; bit < 8; ++bit) {
+                    if (keymap->keys[byte] & (1 << bit))
+                        keyboard->held.append(xcb_keycode_t(byte * 8 + bit));
+                }
+            }
         }
-    }
-
-    const Request request = m_queue.takeFirst();
-    send(request);
-    if (!m_queue.isEmpty()) {
-        m_waiting.start();
-        QTimer::singleShot(0, this, &X11KeySynth::waitForReleasedKeys);
-    }
-    if (request.posted)
-        request.posted();
+        complete();
+    });
+    m_x11->whenReplied(xcb_get_modifier_mapping(connection).sequence, [keyboard, complete](void *reply) {
+        if (auto *mapping = static_cast<xcb_get_modifier_mapping_reply_t *>(reply)) {
+            const xcb_keycode_t *codes = xcb_get_modifier_mapping_keycodes(mapping);
+            for (int i = 0; i < xcb_get_modifier_mapping_keycodes_length(mapping); ++i) {
+                if (codes[i] != 0)
+                    keyboard->modifiers.append(codes[i]);
+            }
+        }
+        complete();
+    });
+    const xcb_setup_t *setup = xcb_get_setup(connection);
+    const auto layout = xcb_get_keyboard_mapping(
+        connection, setup->min_keycode, setup->max_keycode - setup->min_keycode + 1);
+    m_x11->whenReplied(layout.sequence, [keyboard, complete](void *reply) {
+        if (auto *mapping = static_cast<xcb_get_keyboard_mapping_reply_t *>(reply)) {
+            const xcb_keysym_t *keysyms = xcb_get_keyboard_mapping_keysyms(mapping);
+            const int count = xcb_get_keyboard_mapping_keysyms_length(mapping);
+            keyboard->keysyms = QList<xcb_keysym_t>(keysyms, keysyms + count);
+            keyboard->keysymsPerKeycode = mapping->keysyms_per_keycode;
+        }
+        complete();
+    });
 }
 
-void X11KeySynth::send(const Request &request)
+void X11KeySynth::waitForReleasedKeys()
 {
-    // The layout may have changed since the last key (MappingNotify goes to Qt's
-    // connection, not ours), so look the keys up afresh.
-    if (m_symbols)
-        xcb_key_symbols_free(m_symbols);
-    m_symbols = xcb_key_symbols_alloc(m_x11->connection());
-    const xcb_keycode_t key = keycodeFor(Keysym::forKeyCode(request.keyCode));
+    readKeyboard([this](const Keyboard &keyboard) {
+        if (!keyboard.held.isEmpty() && m_waiting.elapsed() < releaseWaitMs) {
+            QTimer::singleShot(releaseCheckMs, this, &X11KeySynth::waitForReleasedKeys);
+            return;
+        }
+        // Modifiers still down after the wait would combine with our keys; let them go.
+        for (xcb_keycode_t key : keyboard.held) {
+            if (keyboard.modifiers.contains(key)) {
+                qCDebug(lcKeySynth) << "releasing held modifier" << key;
+                fakeKey(key, false);
+            }
+        }
+        const Request request = m_queue.takeFirst();
+        send(keyboard, request);
+        if (!m_queue.isEmpty()) {
+            m_waiting.start();
+            QTimer::singleShot(0, this, &X11KeySynth::waitForReleasedKeys);
+        }
+        // A round trip makes sure the server has taken every event before we report them sent.
+        const auto cookie = xcb_get_input_focus(m_x11->connection());
+        m_x11->whenReplied(cookie.sequence, [posted = request.posted](void *) {
+            if (posted)
+                posted();
+        });
+    });
+}
+
+void X11KeySynth::send(const Keyboard &keyboard, const Request &request)
+{
+    const xcb_keycode_t key = keycodeFor(keyboard, Keysym::forKeyCode(request.keyCode));
     if (key == 0) {
         qCWarning(lcKeySynth) << "no key on this keyboard for" << request.keyCode;
         return;
     }
     quint64 flags = request.flags;
-    if ((flags & Keys::Command) && (request.keyCode == Keys::C || request.keyCode == Keys::V)) {
-        // Copy and paste are Ctrl+C / Ctrl+V here, Ctrl+Shift+C / V in a terminal.
-        flags = (flags & ~Keys::Command) | Keys::Control;
-        const xcb_window_t active = m_x11->activeWindow();
-        const auto windowClass = active ? m_x11->windowClass(active) : std::nullopt;
-        if (windowClass && isTerminal(*windowClass))
-            flags |= Keys::Shift;
-    }
+    // Copy and paste are Ctrl+C / Ctrl+V here. Terminals, which take Ctrl+C for an
+    // interrupt, are never sent either (the caller reads their selection instead).
+    if ((flags & Keys::Super) && (request.keyCode == Keys::C || request.keyCode == Keys::V))
+        flags = (flags & ~Keys::Super) | Keys::Control;
 
     QList<xcb_keycode_t> modifiers;
     const std::pair<quint64, xcb_keysym_t> modifierKeysyms[] = { { Keys::Control, XK_Control_L },
-        { Keys::Shift, XK_Shift_L }, { Keys::Option, XK_Alt_L }, { Keys::Command, XK_Super_L } };
+        { Keys::Shift, XK_Shift_L }, { Keys::Alt, XK_Alt_L }, { Keys::Super, XK_Super_L } };
     for (const auto &[flag, keysym] : modifierKeysyms) {
         if (flags & flag) {
-            if (const xcb_keycode_t modifier = keycodeFor(keysym))
+            if (const xcb_keycode_t modifier = keycodeFor(keyboard, keysym))
                 modifiers.append(modifier);
         }
     }
@@ -123,54 +141,19 @@ void X11KeySynth::send(const Request &request)
     fakeKey(key, false);
     for (auto it = modifiers.crbegin(); it != modifiers.crend(); ++it)
         fakeKey(*it, false);
-    // A round trip makes sure the server has taken every event before we report them sent.
-    free(xcb_get_input_focus_reply(m_x11->connection(), xcb_get_input_focus(m_x11->connection()), nullptr));
+    xcb_flush(m_x11->connection());
 }
 
-QList<xcb_keycode_t> X11KeySynth::heldKeys()
+xcb_keycode_t X11KeySynth::keycodeFor(const Keyboard &keyboard, xcb_keysym_t keysym) const
 {
-    QList<xcb_keycode_t> held;
-    xcb_query_keymap_reply_t *reply
-        = xcb_query_keymap_reply(m_x11->connection(), xcb_query_keymap(m_x11->connection()), nullptr);
-    if (!reply)
-        return held;
-    for (int byte = 0; byte < 32; ++byte) {
-        for (int bit = 0; bit < 8; ++bit) {
-            if (reply->keys[byte] & (1 << bit))
-                held.append(xcb_keycode_t(byte * 8 + bit));
-        }
-    }
-    free(reply);
-    return held;
-}
-
-QList<xcb_keycode_t> X11KeySynth::modifierKeys()
-{
-    QList<xcb_keycode_t> keys;
-    xcb_get_modifier_mapping_reply_t *reply = xcb_get_modifier_mapping_reply(
-        m_x11->connection(), xcb_get_modifier_mapping(m_x11->connection()), nullptr);
-    if (!reply)
-        return keys;
-    const xcb_keycode_t *codes = xcb_get_modifier_mapping_keycodes(reply);
-    const int count = xcb_get_modifier_mapping_keycodes_length(reply);
-    for (int i = 0; i < count; ++i) {
-        if (codes[i] != 0)
-            keys.append(codes[i]);
-    }
-    free(reply);
-    return keys;
-}
-
-xcb_keycode_t X11KeySynth::keycodeFor(quint32 keysym)
-{
-    if (!m_symbols || keysym == 0)
+    if (keysym == 0 || keyboard.keysymsPerKeycode <= 0)
         return 0;
-    xcb_keycode_t *codes = xcb_key_symbols_get_keycode(m_symbols, keysym);
-    if (!codes)
-        return 0;
-    const xcb_keycode_t code = codes[0] == XCB_NO_SYMBOL ? 0 : codes[0];
-    free(codes);
-    return code;
+    const int minKeycode = xcb_get_setup(m_x11->connection())->min_keycode;
+    for (qsizetype i = 0; i < keyboard.keysyms.size(); ++i) {
+        if (keyboard.keysyms.at(i) == keysym)
+            return xcb_keycode_t(minKeycode + i / keyboard.keysymsPerKeycode);
+    }
+    return 0;
 }
 
 void X11KeySynth::fakeKey(xcb_keycode_t keycode, bool press)

@@ -7,20 +7,15 @@
 #include <QList>
 #include <QObject>
 
-typedef struct _XCBKeySymbols xcb_key_symbols_t;
-
-// Types keys through the XTEST extension, as if on the physical keyboard.
+// Types keys through the XTEST extension, as if on the physical keyboard. What the
+// keyboard holds and how it is laid out is asked of the server through the event loop.
 class X11KeySynth : public QObject, public KeySynth
 {
     Q_OBJECT
 public:
     explicit X11KeySynth(std::shared_ptr<X11Connection> x11, QObject *parent = nullptr);
-    ~X11KeySynth() override;
 
     void post(int keyCode, quint64 flags, std::function<void()> posted) override;
-
-    // Terminal emulators keep Ctrl+C and Ctrl+V for the program inside them.
-    static bool isTerminal(const WindowClass &windowClass);
 
 private:
     struct Request
@@ -29,16 +24,22 @@ private:
         quint64 flags;
         std::function<void()> posted;
     };
+    struct Keyboard
+    {
+        QList<xcb_keycode_t> held;
+        QList<xcb_keycode_t> modifiers;
+        // The layout: keysymsPerKeycode keysyms for each key from the setup's minimum.
+        QList<xcb_keysym_t> keysyms;
+        int keysymsPerKeycode = 0;
+    };
 
     void waitForReleasedKeys();
-    void send(const Request &request);
-    QList<xcb_keycode_t> heldKeys();
-    QList<xcb_keycode_t> modifierKeys();
-    xcb_keycode_t keycodeFor(quint32 keysym);
+    void readKeyboard(std::function<void(const Keyboard &)> answer);
+    void send(const Keyboard &keyboard, const Request &request);
+    xcb_keycode_t keycodeFor(const Keyboard &keyboard, xcb_keysym_t keysym) const;
     void fakeKey(xcb_keycode_t keycode, bool press);
 
     std::shared_ptr<X11Connection> m_x11;
-    xcb_key_symbols_t *m_symbols = nullptr;
     QList<Request> m_queue;
     QElapsedTimer m_waiting;
 };

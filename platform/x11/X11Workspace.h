@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ApplicationName.h"
 #include "Platform.h"
 #include "X11Connection.h"
 
@@ -18,9 +19,13 @@ public:
     void activateSelf(QWindow *window) override;
 
 private:
+    void describe(xcb_window_t window, std::function<void(std::optional<RunningApplication>)> done);
+    QString nameOf(const std::optional<WindowClass> &windowClass, qint64 pid);
     void waitUntilActive(xcb_window_t window, int checksLeft, std::function<void(bool)> done);
 
     std::shared_ptr<X11Connection> m_x11;
-    QStringList m_applicationDirs;
+    // Desktop entries, read once on a worker thread; until they are in, windows go by
+    // their class.
+    std::optional<QList<DesktopEntry>> m_entries;
     QHash<QString, QString> m_namesByClass;
 };

@@ -91,7 +91,7 @@ void TestKeyboardGrab::initTestCase()
     QVERIFY2(m_delivered->available(), "the X server has no XInput 2");
     m_editor = std::make_unique<Desktop::Editor>(u"Some text.\n"_s, false);
     QVERIFY(m_editor->waitUntilActive());
-    m_editorWindow = X11Connection::open()->activeWindow();
+    m_editorWindow = Desktop::activeWindow();
     m_delivered->watch(m_editorWindow);
 }
 
@@ -131,7 +131,7 @@ void TestKeyboardGrab::focusEditor()
 {
     // Activating the window that is already active still makes the window manager take
     // the focus away and give it back, which could drop a key of the next case.
-    if (X11Connection::open()->activeWindow() != m_editorWindow)
+    if (Desktop::activeWindow() != m_editorWindow)
         Desktop::run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(m_editorWindow) });
     QTRY_VERIFY2(m_delivered->hasFocus(), "the editor does not have the keyboard focus");
     QTRY_VERIFY2(!m_delivered->keyboardGrabbed(), "something holds the keyboard");

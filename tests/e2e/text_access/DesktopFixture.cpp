@@ -1,7 +1,5 @@
 #include "DesktopFixture.h"
 
-#include "x11/X11Connection.h"
-
 #include <QDir>
 #include <QFile>
 #include <QProcessEnvironment>
@@ -57,6 +55,21 @@ QByteArray clipboard(const QString &type)
     return run(u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-o"_s, u"-t"_s, type });
 }
 
+quint32 activeWindow()
+{
+    return run(u"xdotool"_s, { u"getactivewindow"_s }).trimmed().toUInt();
+}
+
+qint64 windowPid(quint32 window)
+{
+    if (window == 0)
+        return 0;
+    QProcess xdotool;
+    xdotool.start(u"xdotool"_s, { u"getwindowpid"_s, QString::number(window) });
+    xdotool.waitForFinished(5000);
+    return xdotool.readAllStandardOutput().trimmed().toLongLong();
+}
+
 Window::~Window()
 {
     stop();
@@ -80,10 +93,7 @@ void Window::start(const QString &program, const QStringList &arguments, bool ac
 
 bool Window::waitUntilActive()
 {
-    const auto x11 = X11Connection::open();
-    if (!x11)
-        return false;
-    const auto active = [&] { return x11->windowPid(x11->activeWindow()) == quint32(pid()); };
+    const auto active = [&] { return windowPid(activeWindow()) == pid(); };
     [&] { QTRY_VERIFY_WITH_TIMEOUT(active(), 15000); }();
     return active();
 }
@@ -124,41 +134,29 @@ QString Editor::savedText()
 
 Terminal::Terminal(const QString &firstLine)
 {
-    const QString translations = u"#override\\n"
-                                 "Shift Ctrl <Key>C: copy-selection(CLIPBOARD)\\n"
-                                 "Shift Ctrl <Key>V: insert-selection(CLIPBOARD)"_s;
-    const QString script = u"printf '%s\\n' \"$1\"; exec cat > \"$2\""_s;
+    const QString script = u"echo $$ > \"$2\"; printf '%s\\n' \"$1\"; exec sleep 1000"_s;
     start(u"xterm"_s,
-        { u"-geometry"_s, u"80x10+0+0"_s, u"-fa"_s, u"DejaVu Sans Mono"_s, u"-fs"_s, u"12"_s, u"-xrm"_s,
-            u"XTerm*VT100.translations: "_s + translations, u"-e"_s, u"sh"_s, u"-c"_s, script, u"sh"_s,
-            firstLine, m_dir.filePath(u"out.txt"_s) },
+        { u"-geometry"_s, u"80x10+0+0"_s, u"-fa"_s, u"DejaVu Sans Mono"_s, u"-fs"_s, u"12"_s, u"-e"_s,
+            u"sh"_s, u"-c"_s, script, u"sh"_s, firstLine, m_dir.filePath(u"job"_s) },
         false);
 }
 
 bool Terminal::waitUntilReady()
 {
-    const auto catRuns = [this] {
-        const QStringList entries = QDir(u"/proc"_s).entryList(QDir::Dirs);
-        for (const QString &entry : entries) {
-            QFile stat(u"/proc/"_s + entry + u"/stat"_s);
-            if (!stat.open(QIODevice::ReadOnly))
-                continue;
-            // "pid (comm) state ppid ..."
-            const QList<QByteArray> fields = stat.readAll().split(' ');
-            if (fields.size() > 3 && fields.at(1) == "(cat)" && fields.at(3).toLongLong() == pid())
-                return true;
-        }
-        return false;
+    const auto ready = [this] {
+        QFile job(m_dir.filePath(u"job"_s));
+        if (job.open(QIODevice::ReadOnly))
+            m_job = job.readAll().trimmed().toLongLong();
+        return jobRuns();
     };
-    [&] { QTRY_VERIFY_WITH_TIMEOUT(catRuns(), 10000); }();
-    return catRuns();
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(ready(), 10000); }();
+    return ready();
 }
 
-QString Terminal::output() const
+bool Terminal::jobRuns() const
 {
-    QFile file(m_dir.filePath(u"out.txt"_s));
-    file.open(QIODevice::ReadOnly);
-    return QString::fromUtf8(file.readAll());
+    QFile comm(u"/proc/%1/comm"_s.arg(m_job));
+    return m_job > 0 && comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "sleep";
 }
 
 } // namespace Desktop

@@ -22,6 +22,10 @@ void keys(const QStringList &names);
 void setClipboard(const QByteArray &data, const QString &type = QStringLiteral("UTF8_STRING"));
 QByteArray clipboard(const QString &type = QStringLiteral("UTF8_STRING"));
 
+// The window the window manager reports active (0 when none), and its process.
+quint32 activeWindow();
+qint64 windowPid(quint32 window);
+
 // A program with a window; stopped when it goes out of scope.
 class Window
 {
@@ -54,17 +58,19 @@ private:
     QByteArray m_lastSaved;
 };
 
-// xterm running `cat` into a file, with the copy and paste keys modern terminals have.
+// A stock xterm (no key bindings of ours) that prints a line and then runs a job that
+// keeps it busy: a Ctrl+C typed into it would end the job.
 class Terminal : public Window
 {
 public:
     explicit Terminal(const QString &firstLine);
-    // Once `cat` runs, the first line has been printed.
+    // Once the job runs, the first line has been printed.
     bool waitUntilReady();
-    QString output() const;
+    bool jobRuns() const;
 
 private:
     QTemporaryDir m_dir;
+    qint64 m_job = 0;
 };
 
 } // namespace Desktop

@@ -3,6 +3,7 @@
 #include "atspi/AtspiAccessibility.h"
 #include "clipboard/ClipboardPasteboard.h"
 #include "x11/X11KeySynth.h"
+#include "x11/X11PrimarySelection.h"
 #include "x11/X11Workspace.h"
 
 #include <QBuffer>
@@ -71,7 +72,9 @@ private Q_SLOTS:
     void captureWhileModifiersAreHeld();
     void replace_data();
     void replace();
-    void terminalGetsShiftedCopyAndPaste();
+    void terminalSelectionFromPrimary();
+    void replaceAfterSwitchingWindows_data();
+    void replaceAfterSwitchingWindows();
     void activateReportsTheActiveWindow();
 
 private:
@@ -84,6 +87,7 @@ private:
     std::unique_ptr<X11KeySynth> m_keys;
     std::unique_ptr<AtspiAccessibility> m_accessibility;
     std::unique_ptr<ClipboardPasteboard> m_pasteboard;
+    std::unique_ptr<X11PrimarySelection> m_primary;
     std::unique_ptr<AccessibilityHelper> m_helper;
     CaptureTarget m_captured;
 };
@@ -96,8 +100,9 @@ void TestTextAccessDesktop::initTestCase()
     m_keys = std::make_unique<X11KeySynth>(m_x11);
     m_accessibility = std::make_unique<AtspiAccessibility>();
     m_pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard());
+    m_primary = std::make_unique<X11PrimarySelection>(m_x11);
     m_helper = std::make_unique<AccessibilityHelper>(
-        *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, nullptr);
+        *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get());
 }
 
 void TestTextAccessDesktop::init()
@@ -176,6 +181,8 @@ void TestTextAccessDesktop::capture()
 
     const int changes = m_pasteboard->changeCount();
     QCOMPARE(captureNow().value_or(u"(nothing)"_s), expected);
+    QCOMPARE(m_captured.method,
+        accessible ? CaptureTarget::Method::Accessibility : CaptureTarget::Method::Clipboard);
     // Read through accessibility, the clipboard is never touched.
     if (accessible)
         QCOMPARE(m_pasteboard->changeCount(), changes);
@@ -244,24 +251,70 @@ void TestTextAccessDesktop::replace()
     QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
 }
 
-void TestTextAccessDesktop::terminalGetsShiftedCopyAndPaste()
+void TestTextAccessDesktop::terminalSelectionFromPrimary()
 {
-    // In a terminal Ctrl+C would interrupt `cat` and end the output; only Ctrl+Shift+C/V
-    // copy and paste.
+    // A stock xterm passes Ctrl+C (and Ctrl+Shift+C) to the job as an interrupt: the
+    // selection comes from PRIMARY, and nothing is typed into the terminal at all.
     Terminal terminal(u"copyme"_s);
     QVERIFY(terminal.waitUntilActive());
-    const xcb_window_t window = m_x11->activeWindow();
-    // Double-click the word once the shell has printed it; xterm then holds it as PRIMARY.
     QVERIFY(terminal.waitUntilReady());
+    const quint32 window = activeWindow();
+    // Double-click the word; xterm then holds it as PRIMARY.
     run(u"xdotool"_s,
         { u"mousemove"_s, u"--window"_s, QString::number(window), u"12"_s, u"10"_s, u"click"_s, u"--repeat"_s,
             u"2"_s, u"1"_s });
     QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
-    QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
 
-    QVERIFY(replaceNow(u"pasted line\n"_s));
-    QTRY_COMPARE(terminal.output(), u"pasted line\n"_s);
-    QTRY_COMPARE(clipboard(), QByteArray("the user's own clipboard"));
+    const int changes = m_pasteboard->changeCount();
+    QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
+    QCOMPARE(m_captured.method, CaptureTarget::Method::Primary);
+    QCOMPARE(m_pasteboard->changeCount(), changes);
+    QVERIFY(!replaceNow(u"pasted line\n"_s));
+    QCOMPARE(m_pasteboard->changeCount(), changes);
+    QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
+
+    // A selection the user made in another program earlier is not the terminal's.
+    Editor editor(paragraph, true);
+    QVERIFY(editor.waitUntilActive());
+    select({ u"ctrl+a"_s }, paragraph);
+    run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(window) });
+    QTRY_COMPARE(activeWindow(), window);
+    QCOMPARE(captureNow(), std::optional<QString>());
+    QVERIFY(terminal.jobRuns());
+}
+
+void TestTextAccessDesktop::replaceAfterSwitchingWindows_data()
+{
+    QTest::addColumn<bool>("accessible");
+    QTest::newRow("accessibility") << true;
+    QTest::newRow("paste") << false;
+}
+
+void TestTextAccessDesktop::replaceAfterSwitchingWindows()
+{
+    // The rewrite belongs to the window it came from: with another one in front it goes
+    // nowhere (it is left on the clipboard for the user), never into the other window.
+    QFETCH(bool, accessible);
+    Editor source(paragraph, accessible);
+    QVERIFY(source.waitUntilActive());
+    const quint32 sourceWindow = activeWindow();
+    const int at = int(paragraph.indexOf(sentence));
+    select(selectRange(at, int(sentence.size())), sentence);
+    QCOMPARE(captureNow(), std::optional<QString>(sentence));
+
+    Editor other(paragraph, accessible);
+    QVERIFY(other.waitUntilActive());
+    select(selectRange(at, int(sentence.size())), sentence);
+    QVERIFY(!replaceNow(u"This is the rewrite."_s));
+    QTRY_COMPARE(clipboard(), QByteArray("This is the rewrite."));
+    // A mark typed at the end after the answer: a paste sent before it would show up
+    // ahead of it in the file.
+    keys({ u"ctrl+End"_s, u"Z"_s });
+    QCOMPARE(other.savedText(), paragraph + u"Z"_s);
+    run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(sourceWindow) });
+    QTRY_COMPARE(activeWindow(), sourceWindow);
+    keys({ u"ctrl+End"_s, u"Z"_s });
+    QCOMPARE(source.savedText(), paragraph + u"Z"_s);
 }
 
 void TestTextAccessDesktop::activateReportsTheActiveWindow()

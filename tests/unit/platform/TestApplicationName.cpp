@@ -64,8 +64,8 @@ void TestApplicationName::fallsBackToTheProcessName()
     QFile comm(u"/proc/self/comm"_s);
     QVERIFY(comm.open(QIODevice::ReadOnly));
     const QString own = QString::fromLocal8Bit(comm.readAll()).trimmed();
-    QCOMPARE(applicationName(std::nullopt, QCoreApplication::applicationPid(), {}), own);
-    QCOMPARE(applicationName(std::nullopt, 0, {}), QString());
+    QCOMPARE(applicationName(std::nullopt, QCoreApplication::applicationPid(), QStringList()), own);
+    QCOMPARE(applicationName(std::nullopt, 0, QStringList()), QString());
 }
 
 QTEST_GUILESS_MAIN(TestApplicationName)

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Platform.h"
+#include "X11Connection.h"
+
+// The PRIMARY selection read over our own X connection: the owner is asked to convert
+// it to text onto our window, and the text is read when its answer comes, through the
+// event loop.
+class X11PrimarySelection : public PrimarySelection
+{
+public:
+    explicit X11PrimarySelection(std::shared_ptr<X11Connection> x11);
+
+    void text(const RunningApplication &app, std::function<void(std::optional<QString>)> done) override;
+
+private:
+    void convert(xcb_atom_t target, std::function<void(std::optional<QString>)> done);
+
+    std::shared_ptr<X11Connection> m_x11;
+};
