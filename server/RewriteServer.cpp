@@ -348,6 +348,12 @@ void RewriteServer::Session::onBody(const beast::error_code &error)
         return refuse(413, u"invalid_request_error"_s,
             u"The request is larger than tessary-server accepts (%1 bytes). Shorten the text or the "
             "writing samples."_s.arg(config().maxBodyBytes));
+    // A body the parser cannot read is answered; a client that went away or stalled is not.
+    const bool unreadable = &error.category() == &http::make_error_code(http::error::bad_chunk).category()
+        && error != http::error::end_of_stream && error != http::error::partial_message;
+    if (unreadable)
+        return refuse(
+            400, u"invalid_request_error"_s, u"tessary-server could not read the request (HTTP 400)."_s);
     if (error)
         return shutdown();
 

@@ -107,8 +107,8 @@ int main(int argc, char *argv[])
     if (const QString problem = upstreamUrlProblem(config.upstreamUrl); !problem.isEmpty())
         serverLog(u"warning: "_s + problem);
     else
-        serverLog(u"upstream %1, model %2"_s.arg(
-            config.upstreamUrl, config.model.isEmpty() ? u"(the upstream's default)"_s : config.model));
+        serverLog(u"upstream %1, model %2"_s.arg(shownUpstreamUrl(config.upstreamUrl),
+            config.model.isEmpty() ? u"(the upstream's default)"_s : config.model));
     if (config.verbose)
         serverLog(u"verbose: request texts and samples will be logged"_s);
 
