@@ -1,8 +1,12 @@
 #include "CommandLine.h"
 
 #include "BuildInfo.h"
+#include "DBusService.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -30,4 +34,32 @@ CommandLine CommandLine::parse(const QStringList &arguments)
     if (parser.isSet(trigger))
         return { Action::Trigger, {} };
     return {};
+}
+
+std::optional<int> CommandLine::runWithoutWindow(int argc, char *argv[])
+{
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    const CommandLine commandLine = parse(arguments);
+    switch (commandLine.action) {
+    case Action::ShowVersion:
+    case Action::ShowHelp:
+        std::printf("%s\n", qPrintable(commandLine.output));
+        return 0;
+    case Action::Fail:
+        std::fprintf(stderr, "tessary: %s\n", qPrintable(commandLine.output));
+        return 2;
+    case Action::Trigger: {
+        // Only the session bus is needed to ask the running instance; no display.
+        QCoreApplication client(argc, argv);
+        if (DBusService::triggerRunningInstance())
+            return 0;
+        std::fprintf(stderr, "tessary: no running instance answered on the session bus\n");
+        return 1;
+    }
+    case Action::Run:
+        break;
+    }
+    return std::nullopt;
 }

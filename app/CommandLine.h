@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 // What the user asked for on the command line.
 struct CommandLine
 {
@@ -12,4 +14,8 @@ struct CommandLine
     QString output; // what to print for ShowVersion, ShowHelp and Fail
 
     static CommandLine parse(const QStringList &arguments);
+    // Carries out what needs no window (--version, --help, --trigger, a wrong option)
+    // and returns the exit code; nullopt when the program is to run. Works before the
+    // application object exists, so without a display.
+    static std::optional<int> runWithoutWindow(int argc, char *argv[]);
 };

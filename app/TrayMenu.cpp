@@ -30,6 +30,7 @@ TrayMenu::TrayMenu(UpdateService &updates, QObject *parent)
         [this](const QString &version) { notify(u"Tessary %1 is up to date."_s.arg(version)); });
     connect(&m_updates, &UpdateService::checkFailed, this,
         [this](const QString &reason) { notify(u"Could not check for updates: %1"_s.arg(reason)); });
+    connect(&m_updates, &UpdateService::updateStatusChanged, this, &TrayMenu::updateMenuForUpdateStatus);
     qApp->installEventFilter(this);
     rebuild();
     m_icon->show();
@@ -56,7 +57,7 @@ void TrayMenu::rebuild()
         bold.setBold(true);
         update->setFont(bold);
     }
-    connect(update, &QAction::triggered, this, &TrayMenu::updateItemChosen);
+    connect(update, &QAction::triggered, this, &TrayMenu::checkForUpdates);
 
     QAction *settings = menu->addAction(u"Settings…"_s);
     // Shown for the user; they work while the menu is open.
@@ -72,6 +73,14 @@ void TrayMenu::rebuild()
     if (m_menu)
         m_menu->deleteLater();
     m_menu = menu;
+}
+
+void TrayMenu::checkForUpdates()
+{
+    if (m_updates.updateAvailable())
+        m_updates.openDownloadURL();
+    else
+        m_updates.checkForUpdates(false);
 }
 
 void TrayMenu::setShortcutAvailable(bool available)

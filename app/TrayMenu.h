@@ -8,7 +8,7 @@ class QSystemTrayIcon;
 class UpdateService;
 
 // The program's one tray icon and its menu. The menu is rebuilt from the update
-// state whenever asked; the icon itself is made once, so the panel never shows two.
+// state whenever it changes; the icon itself is made once, so the panel never shows two.
 class TrayMenu : public QObject
 {
     Q_OBJECT
@@ -17,8 +17,12 @@ public:
     explicit TrayMenu(UpdateService &updates, QObject *parent = nullptr);
     ~TrayMenu() override;
 
-    // Builds the menu anew from the update state of this moment.
+    // Builds the menu anew from the update state of this moment; runs again on every
+    // update status change.
     void rebuild();
+    void updateMenuForUpdateStatus() { rebuild(); }
+    // The update item: opens a known download, otherwise asks the service.
+    void checkForUpdates();
     // Says in the tooltip that Ctrl+Alt+H belongs to another program.
     void setShortcutAvailable(bool available);
 
@@ -27,7 +31,6 @@ public:
 
 Q_SIGNALS:
     void rewriteRequested();
-    void updateItemChosen();
     void settingsRequested();
     void quitRequested();
 

@@ -1,44 +1,28 @@
+#include "AccessibilityHelper.h"
 #include "AppDelegate.h"
+#include "AppWindows.h"
 #include "BuildInfo.h"
 #include "CommandLine.h"
 #include "DBusService.h"
+#include "HumanizeService.h"
 #include "KeyStore.h"
 #include "MakePlatform.h"
+#include "RewriteSessions.h"
 #include "SceneGraph.h"
+#include "Shortcut.h"
 #include "StorageManager.h"
-#include "UpdateAlert.h"
+#include "UpdateService.h"
 
 #include <QApplication>
 
 #include <cstdio>
 
+using namespace std::chrono_literals;
+
 int main(int argc, char *argv[])
 {
-    // Parsed before the application object exists: --version and --help must work
-    // without a display.
-    QStringList arguments;
-    for (int i = 0; i < argc; ++i)
-        arguments.append(QString::fromLocal8Bit(argv[i]));
-    const CommandLine commandLine = CommandLine::parse(arguments);
-    switch (commandLine.action) {
-    case CommandLine::Action::ShowVersion:
-    case CommandLine::Action::ShowHelp:
-        std::printf("%s\n", qPrintable(commandLine.output));
-        return 0;
-    case CommandLine::Action::Fail:
-        std::fprintf(stderr, "tessary: %s\n", qPrintable(commandLine.output));
-        return 2;
-    case CommandLine::Action::Trigger: {
-        // Only the session bus is needed to ask the running instance; no display.
-        QCoreApplication client(argc, argv);
-        if (DBusService::triggerRunningInstance())
-            return 0;
-        std::fprintf(stderr, "tessary: no running instance answered on the session bus\n");
-        return 1;
-    }
-    case CommandLine::Action::Run:
-        break;
-    }
+    if (const std::optional<int> exitCode = CommandLine::runWithoutWindow(argc, argv))
+        return *exitCode;
 
     SceneGraph::chooseRenderer();
     QApplication app(argc, argv);
@@ -59,10 +43,18 @@ int main(int argc, char *argv[])
     KeyStore keys(QStringLiteral("Tessary"));
     StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE), &keys,
         StorageManager::defaultServerTokenPath());
-    AppDelegate delegate(platform, storage);
-    QObject::connect(&dbus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
-    QObject::connect(&dbus, &DBusService::humanizeRequested, &delegate, &AppDelegate::humanizeSelectedText);
-    UpdateAlert updateAlert(delegate.updateService());
+    UpdateService updates(storage, BuildInfo::forUpdateCheck());
+    HumanizeService rewriter(storage);
+    AccessibilityHelper textAccess(platform);
+    RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
+    Shortcut shortcut(platform.keyboardGrab.get(), platform.accessibility.get(), 2s);
+    AppWindows windows(storage, updates, platform.workspace.get());
+    AppDelegate delegate({ windows, shortcut, sessions, updates, storage, platform.accessibility.get() });
+
+    QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);
+    QObject::connect(&dbus, &DBusService::triggerRequested, &sessions, &RewriteSessions::triggerHumanize);
+    QObject::connect(
+        &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -18,4 +18,7 @@ public:
     // be in front; when another window is, the text is left on the clipboard instead.
     virtual void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) = 0;
     virtual void copyToClipboard(const QString &text) = 0;
+    // Why Replace cannot write where the text came from (a terminal, which gets no
+    // synthesized paste), in one sentence; empty when it can. Replace then copies.
+    virtual QString replaceRefusal() const { return {}; }
 };

@@ -353,10 +353,10 @@ FocusScope {
                             }
                         }
                         Text {
-                            objectName: "stallNotice"
+                            objectName: "note"
                             Layout.fillWidth: true
-                            visible: view.viewModel.stalled
-                            text: qsTr("No reply for a few seconds. Retry, or keep waiting.")
+                            visible: text.length > 0
+                            text: view.viewModel.note
                             font.family: Theme.fontFamily
                             font.pixelSize: 11
                             color: Theme.secondary

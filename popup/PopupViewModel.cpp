@@ -191,6 +191,15 @@ void PopupViewModel::replace(std::function<void()> closeWindow)
     const QString text = m_resultText;
     Log::write(u"🔄"_s, u"PopupView"_s,
         u"Replace called with text length: "_s + QString::number(graphemeCount(text)));
+    if (const QString refusal = m_host ? m_host->replaceRefusal() : QString(); !refusal.isEmpty()) {
+        // The popup stays open to say where the text went.
+        copy();
+        m_replaceNote = refusal;
+        Q_EMIT noteChanged();
+        return;
+    }
+    if (m_host)
+        Q_EMIT replaceStarted();
     if (closeWindow)
         closeWindow();
     if (PopupHost *host = m_host)
@@ -245,4 +254,12 @@ void PopupViewModel::setStalled(bool stalled)
         return;
     m_stalled = stalled;
     Q_EMIT actionsChanged();
+    Q_EMIT noteChanged();
+}
+
+QString PopupViewModel::note() const
+{
+    if (m_stalled)
+        return tr("No reply for a few seconds. Retry, or keep waiting.");
+    return m_replaceNote;
 }

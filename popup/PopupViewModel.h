@@ -36,6 +36,8 @@ class PopupViewModel : public QObject
     Q_PROPERTY(QStringList tones READ tones CONSTANT)
     // No fragment for a while although the reply is not over.
     Q_PROPERTY(bool stalled READ isStalled NOTIFY actionsChanged)
+    // One line under the result: that the reply has gone quiet, or why Replace copied.
+    Q_PROPERTY(QString note READ note NOTIFY noteChanged)
     // What the footer may do in the current state.
     Q_PROPERTY(bool busy READ isBusy NOTIFY stateChanged)
     Q_PROPERTY(bool canRetry READ canRetry NOTIFY actionsChanged)
@@ -70,6 +72,7 @@ public:
     QString originalPreview() const;
     QStringList tones() const { return toneNames(); }
     bool isStalled() const { return m_stalled; }
+    QString note() const;
     bool isBusy() const { return m_state == State::Loading || m_state == State::Streaming; }
     bool canRetry() const;
     bool canCopy() const;
@@ -93,6 +96,9 @@ Q_SIGNALS:
     void selectedToneChanged();
     void actionsChanged();
     void closeRequested();
+    void noteChanged();
+    // Replace has begun writing the result back; the host hears of it until done.
+    void replaceStarted();
 
 private:
     void setState(State state, const QString &message = {});
@@ -106,6 +112,7 @@ private:
     QString m_message;
     QString m_resultText;
     QString m_selectedTone;
+    QString m_replaceNote;
     std::shared_ptr<RewriteRequest> m_request;
     QTimer m_stallTimer;
     bool m_stalled = false;

@@ -3,12 +3,14 @@
 // popup of the real program, in this process, on a headless desktop. 30 runs; prints
 // the median and the slowest. Target: median under 30 ms.
 
-#include "AppDelegate.h"
+#include "AccessibilityHelper.h"
 #include "DBusService.h"
 #include "DesktopFixture.h"
+#include "HumanizeService.h"
 #include "MakePlatform.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "RewriteSessions.h"
 #include "SceneGraph.h"
 #include "Selection.h"
 #include "StorageManager.h"
@@ -63,13 +65,15 @@ int main(int argc, char *argv[])
     Platform platform = makePlatform();
     // Nothing listens there: the rewrite fails at once and does not disturb the timing.
     StorageManager storage(config.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:9/api/v1"_s);
-    AppDelegate delegate(platform, storage);
+    HumanizeService rewriter(storage);
+    AccessibilityHelper textAccess(platform);
+    RewriteSessions delegate(textAccess, platform.workspace.get(), rewriter);
     DBusService bus;
     if (!bus.registerService()) {
         std::fprintf(stderr, "trigger_latency: cannot own the bus name\n");
         return 1;
     }
-    QObject::connect(&bus, &DBusService::triggerRequested, &delegate, &AppDelegate::triggerHumanize);
+    QObject::connect(&bus, &DBusService::triggerRequested, &delegate, &RewriteSessions::triggerHumanize);
 
     constexpr int runs = 30;
     QList<double> times;

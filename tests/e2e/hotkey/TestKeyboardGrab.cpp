@@ -1,6 +1,6 @@
-#include "AppDelegate.h"
 #include "DeliveredKeys.h"
 #include "DesktopFixture.h"
+#include "Shortcut.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11Connection.h"
 
@@ -120,7 +120,7 @@ void TestKeyboardGrab::cleanup()
 bool TestKeyboardGrab::startGrab(X11KeyboardGrab &grab)
 {
     return grab.start([this](int keyCode, quint64 flags) {
-        if (!AppDelegate::isHotkey(keyCode, flags))
+        if (!Shortcut::isHotkey(keyCode, flags))
             return false;
         ++m_rewrites;
         return true;

@@ -1,8 +1,9 @@
-#include "AppDelegate.h"
+#include "AppWindows.h"
 #include "MakePlatform.h"
 #include "OnboardingModel.h"
 #include "Presence.h"
 #include "StorageManager.h"
+#include "UpdateService.h"
 
 #include <QApplication>
 #include <QQuickItem>
@@ -51,28 +52,29 @@ private Q_SLOTS:
     {
         auto storage = newStore(u"k"_s);
         Platform platform = makePlatform();
-        AppDelegate delegate(platform, *storage);
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get());
 
-        delegate.showSettings();
-        QQuickWindow *settings = delegate.settingsWindow();
+        windows.showSettings();
+        QQuickWindow *settings = windows.settingsWindow();
         QVERIFY(settings);
         QVERIFY(QTest::qWaitForWindowExposed(settings));
-        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
-        delegate.showSettings();
-        QCOMPARE(delegate.settingsWindow(), settings);
+        QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
+        windows.showSettings();
+        QCOMPARE(windows.settingsWindow(), settings);
         QCOMPARE(windowsTitled(u"Tessary — Settings"_s), 1);
 
         // Closing hands the application back to the tray a moment later, not at once.
         settings->close();
-        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
-        QTRY_COMPARE_WITH_TIMEOUT(delegate.presence().policy(), Presence::Policy::Accessory, 2000);
+        QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
+        QTRY_COMPARE_WITH_TIMEOUT(windows.presence().policy(), Presence::Policy::Accessory, 2000);
         QVERIFY(!settings->isVisible());
 
         // The same window comes back.
-        delegate.showSettings();
-        QCOMPARE(delegate.settingsWindow(), settings);
+        windows.showSettings();
+        QCOMPARE(windows.settingsWindow(), settings);
         QVERIFY(QTest::qWaitForWindowExposed(settings));
-        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+        QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
     }
 
     void onboardingCompletion_data()
@@ -88,13 +90,14 @@ private Q_SLOTS:
         QFETCH(bool, settingsOpens);
         auto storage = newStore(apiKey);
         Platform platform = makePlatform();
-        AppDelegate delegate(platform, *storage);
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get());
 
-        delegate.showOnboarding();
-        QQuickWindow *onboarding = delegate.onboardingWindow();
+        windows.showOnboarding();
+        QQuickWindow *onboarding = windows.onboardingWindow();
         QVERIFY(onboarding);
         QVERIFY(QTest::qWaitForWindowExposed(onboarding));
-        QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+        QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
         auto *model = onboarding->property("model").value<OnboardingModel *>();
         QVERIFY(model);
 
@@ -104,23 +107,23 @@ private Q_SLOTS:
         model->finish();
         QVERIFY(completed.wait(5000));
         // The window stays for a moment after completion, then goes for good.
-        QCOMPARE(delegate.onboardingWindow(), onboarding);
-        QTRY_VERIFY_WITH_TIMEOUT(!delegate.onboardingWindow(), 2000);
+        QCOMPARE(windows.onboardingWindow(), onboarding);
+        QTRY_VERIFY_WITH_TIMEOUT(!windows.onboardingWindow(), 2000);
         QCOMPARE(storage->examples(), QStringList { u"my words"_s });
 
         if (settingsOpens) {
-            QQuickWindow *settings = delegate.settingsWindow();
+            QQuickWindow *settings = windows.settingsWindow();
             QVERIFY(settings);
             QVERIFY(QTest::qWaitForWindowExposed(settings));
-            QCOMPARE(delegate.presence().policy(), Presence::Policy::Regular);
+            QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
             QTRY_VERIFY(settings->activeFocusItem());
             QCOMPARE(settings->activeFocusItem()->objectName(), u"apiKeyField"_s);
             // Still there after the moment a closing window would have hidden it.
             QTest::qWait(300);
             QVERIFY(settings->isVisible());
         } else {
-            QVERIFY(!delegate.settingsWindow());
-            QCOMPARE(delegate.presence().policy(), Presence::Policy::Accessory);
+            QVERIFY(!windows.settingsWindow());
+            QCOMPARE(windows.presence().policy(), Presence::Policy::Accessory);
         }
     }
 };

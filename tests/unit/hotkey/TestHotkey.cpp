@@ -1,13 +1,11 @@
-#include "AppDelegate.h"
 #include "FakeAccessibility.h"
 #include "FakeKeyboardGrab.h"
+#include "Shortcut.h"
 #include "StdoutCapture.h"
-#include "StorageManager.h"
 #include "x11/KeyboardGrab.h"
 
-#include <QElapsedTimer>
 #include <QRegularExpression>
-#include <QTemporaryDir>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -81,7 +79,7 @@ void TestHotkey::keyEvents()
     QFETCH(bool, shortcut);
 
     const auto [keyCode, flags] = X11KeyboardGrab::translate(xcb_keycode_t(keycode), quint16(state), bits);
-    QCOMPARE(AppDelegate::isHotkey(keyCode, flags), shortcut);
+    QCOMPARE(Shortcut::isHotkey(keyCode, flags), shortcut);
 }
 
 void TestHotkey::everyGrabbedStateIsTheShortcut_data()
@@ -105,7 +103,7 @@ void TestHotkey::everyGrabbedStateIsTheShortcut()
     for (const quint16 state : states) {
         QCOMPARE(quint16(state & (Ctrl | bits.alt)), quint16(Ctrl | bits.alt));
         const auto [keyCode, flags] = X11KeyboardGrab::translate(hPosition, state, bits);
-        QVERIFY2(AppDelegate::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
+        QVERIFY2(Shortcut::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
     }
 }
 
@@ -118,49 +116,45 @@ void TestHotkey::permissionPoll_data()
     QTest::newRow("another program holds the shortcut") << true;
 }
 
-// Waiting for access to other programs' text: a look every 2 s, never prompting, until
-// it is there; then the shortcut is taken once and the looking stops. Silent throughout.
+// Waiting for access to other programs' text: a look every interval, never prompting,
+// until it is there; then the shortcut is taken once and the looking stops. Silent
+// throughout. The interval is the wiring's (2 s in the program); short here.
 void TestHotkey::permissionPoll()
 {
     QFETCH(bool, grabRefused);
 
-    QTemporaryDir dir;
-    StorageManager storage(dir.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:1"_s);
-    Platform platform;
-    auto *accessibility = new FakeAccessibility;
-    accessibility->trusted = false;
-    platform.accessibility.reset(accessibility);
-    auto *grab = new FakeKeyboardGrab;
-    grab->refuse = grabRefused;
-    platform.keyboardGrab.reset(grab);
-    AppDelegate delegate(platform, storage);
+    FakeAccessibility accessibility;
+    accessibility.trusted = false;
+    FakeKeyboardGrab grab;
+    grab.refuse = grabRefused;
+    Shortcut shortcut(&grab, &accessibility, std::chrono::milliseconds(10));
+    QSignalSpy availability(&shortcut, &Shortcut::availabilityChanged);
     StdoutCapture stdoutCapture;
 
-    QElapsedTimer clock;
-    clock.start();
-    delegate.pollAccessibilityPermission();
-    QVERIFY(accessibility->trustQueries.isEmpty());
+    shortcut.pollAccessibilityPermission();
+    QVERIFY(accessibility.trustQueries.isEmpty()); // the first look comes after one interval
+    QTRY_VERIFY(accessibility.trustQueries.size() >= 2);
+    QCOMPARE(grab.starts, 0);
 
-    QTRY_COMPARE_WITH_TIMEOUT(accessibility->trustQueries.size(), 1, 5000);
-    const qint64 firstLook = clock.elapsed();
-    QCOMPARE(grab->starts, 0);
-
-    accessibility->trusted = true;
     if (grabRefused)
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(grab->starts, 1, 5000);
-    const qint64 secondLook = clock.elapsed();
-    QCOMPARE(accessibility->trustQueries, QList<bool>({ false, false }));
-    QCOMPARE(delegate.eventTapRunning(), !grabRefused);
-    QCOMPARE(grab->running(), !grabRefused);
-    // Qt's timers of two seconds and more may fire up to 5 % early.
-    QVERIFY2(firstLook >= 1900, qPrintable(QString::number(firstLook)));
-    QVERIFY2(secondLook >= 3800, qPrintable(QString::number(secondLook)));
+    accessibility.trusted = true;
+    QVERIFY(availability.wait());
+    const qsizetype looks = accessibility.trustQueries.size();
+    QCOMPARE(accessibility.trustQueries, QList<bool>(looks, false));
+    QCOMPARE(availability.constFirst().constFirst().toBool(), !grabRefused);
+    QCOMPARE(shortcut.isRunning(), !grabRefused);
+    QCOMPARE(grab.running(), !grabRefused);
 
-    // A look would be due by now if the poll had gone on.
-    QTest::qWait(2500);
-    QCOMPARE(accessibility->trustQueries.size(), 2);
-    QCOMPARE(grab->starts, 1);
+    // Looking has stopped: a second poll of the same interval, started now, looks once;
+    // a first poll still going on would have looked before it.
+    Shortcut later(nullptr, &accessibility, std::chrono::milliseconds(10));
+    later.pollAccessibilityPermission();
+    QSignalSpy laterAvailability(&later, &Shortcut::availabilityChanged);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
+    QVERIFY(laterAvailability.wait());
+    QCOMPARE(accessibility.trustQueries.size(), looks + 1);
+    QCOMPARE(grab.starts, 1);
     QCOMPARE(stdoutCapture.lines(), QStringList());
 }
 

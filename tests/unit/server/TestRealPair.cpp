@@ -28,6 +28,7 @@ RewriteCallbacks recordInto(Outcome &outcome)
         [&outcome](const QString &fragment) { outcome.tokens << fragment; },
         [&outcome] { ++outcome.completions; },
         [&outcome](const QString &message) { outcome.errors << message; },
+        {},
     };
 }
 

@@ -1,7 +1,5 @@
-#include "AppDelegate.h"
 #include "BrowserCatcher.h"
 #include "FixtureServer.h"
-#include "Platform.h"
 #include "StorageManager.h"
 #include "TrayMenu.h"
 #include "UpdateService.h"
@@ -65,21 +63,19 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     QVERIFY(server.listen());
     QTemporaryDir dir;
     StorageManager storage(dir.filePath(u"Tessary.conf"_s), server.url("/api/v1").toString());
-    Platform platform;
-    AppDelegate delegate(platform, storage);
+    UpdateService updates(storage, {});
     BrowserCatcher browser;
 
-    delegate.setupMenuBar();
-    TrayMenu *tray = delegate.statusItem();
-    QVERIFY(tray);
+    TrayMenu trayMenu(updates);
+    TrayMenu *tray = &trayMenu;
     const QStringList plain { u"Rewrite as me  Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s,
         u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
     QCOMPARE(describe(tray->menu()), plain);
 
     // A newer release: the menu is rebuilt with the bold update item, which downloads.
     server.route("/api/v1/version", release(u"99.0"_s));
-    QSignalSpy status(&delegate.updateService(), &UpdateService::updateStatusChanged);
-    delegate.updateService().checkForUpdates(true);
+    QSignalSpy status(&updates, &UpdateService::updateStatusChanged);
+    updates.checkForUpdates(true);
     QVERIFY(status.wait());
     QStringList available = plain;
     available[2] = u"Update Available! [bold]"_s;
@@ -90,14 +86,13 @@ void TestTrayMenu::menuFollowsTheUpdateState()
 
     // A later check without news brings the plain item back; still one icon.
     server.route("/api/v1/version", release(u"0.0.1"_s));
-    delegate.updateService().checkForUpdates(true);
+    updates.checkForUpdates(true);
     QVERIFY(status.wait());
     QCOMPARE(describe(tray->menu()), plain);
-    QCOMPARE(delegate.statusItem(), tray);
     QCOMPARE(tray->findChildren<QSystemTrayIcon *>().size(), 1);
 
     // Without a known update the item asks the service, and the user hears the answer.
-    QSignalSpy upToDate(&delegate.updateService(), &UpdateService::upToDate);
+    QSignalSpy upToDate(&updates, &UpdateService::upToDate);
     tray->menu()->actions().at(2)->trigger();
     QVERIFY(upToDate.wait());
     QCOMPARE(server.requests().size(), 3);

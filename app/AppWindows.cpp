@@ -1,0 +1,189 @@
+#include "AppWindows.h"
+
+#include "OnboardingModel.h"
+#include "Platform.h"
+#include "Presence.h"
+#include "SettingsModel.h"
+#include "StorageManager.h"
+#include "UpdateService.h"
+
+#include <QEvent>
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QTimer>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <functional>
+
+Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
+
+Q_LOGGING_CATEGORY(lcWindows, "tessary.windows", QtInfoMsg)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int windowClosedDelay = 100; // ms
+constexpr int onboardingCloseDelay = 300;
+
+// Tells the controller that one of its windows is about to close, however it closes
+// (title bar, Done, Return).
+class CloseWatcher : public QObject
+{
+public:
+    CloseWatcher(QWindow *window, std::function<void(QWindow *)> willClose)
+        : QObject(window)
+        , m_willClose(std::move(willClose))
+    {
+        window->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Close)
+            m_willClose(qobject_cast<QWindow *>(watched));
+        return false;
+    }
+
+private:
+    std::function<void(QWindow *)> m_willClose;
+};
+
+void centre(QWindow *window)
+{
+    if (const QScreen *screen = window->screen()) {
+        const QRect area = screen->availableGeometry();
+        window->setPosition(area.center() - QPoint(window->width() / 2, window->height() / 2));
+    }
+}
+} // namespace
+
+AppWindows::AppWindows(
+    StorageManager &storage, UpdateService &updateService, Workspace *workspace, QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
+    , m_updateService(updateService)
+    , m_workspace(workspace)
+{
+}
+
+AppWindows::~AppWindows() = default;
+
+Presence &AppWindows::presence()
+{
+    if (!m_presence)
+        m_presence = std::make_shared<Presence>();
+    return *m_presence;
+}
+
+QQuickWindow *AppWindows::createWindow(const QString &url, QObject *model)
+{
+    if (!m_windowEngine) {
+        m_windowEngine = std::make_shared<QQmlEngine>();
+        m_windowEngine->addImportPath(u"qrc:/qt/qml"_s);
+    }
+    QQmlComponent component(m_windowEngine.get(), QUrl(url));
+    QObject *object = component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(model) } });
+    auto *window = qobject_cast<QQuickWindow *>(object);
+    if (!window) {
+        qCWarning(lcWindows) << "cannot create" << url << component.errorString();
+        delete object;
+        return nullptr;
+    }
+    centre(window);
+    presence().track(window);
+    new CloseWatcher(window, [this](QWindow *closing) { windowWillClose(closing); });
+    return window;
+}
+
+void AppWindows::showWindow(QQuickWindow *window)
+{
+    window->show();
+    window->raise();
+    window->requestActivate();
+    if (m_workspace)
+        m_workspace->activateSelf(window);
+}
+
+void AppWindows::showSettings()
+{
+    presence().setRegular();
+    if (!m_settingsWindow) {
+        m_settingsModel = std::make_shared<SettingsModel>(m_storage);
+        connect(m_settingsModel.get(), &SettingsModel::updateCheckRequested, this,
+            [this] { m_updateService.checkForUpdates(false); });
+        const auto publish = [this] {
+            std::optional<SettingsModel::Release> release;
+            if (const auto &info = m_updateService.updateInfo())
+                release
+                    = SettingsModel::Release { info->currentVersion, info->releaseNotes, info->downloadUrl };
+            m_settingsModel->setUpdateState(
+                m_updateService.isCheckingForUpdates(), m_updateService.updateAvailable(), release);
+        };
+        publish();
+        connect(
+            &m_updateService, &UpdateService::isCheckingForUpdatesChanged, m_settingsModel.get(), publish);
+        connect(&m_updateService, &UpdateService::updateAvailableChanged, m_settingsModel.get(), publish);
+        connect(&m_updateService, &UpdateService::updateInfoChanged, m_settingsModel.get(), publish);
+        m_settingsWindow.reset(
+            createWindow(u"qrc:/qt/qml/Tessary/Settings/SettingsView.qml"_s, m_settingsModel.get()));
+        if (!m_settingsWindow)
+            return;
+    }
+    showWindow(m_settingsWindow.get());
+}
+
+void AppWindows::showOnboarding()
+{
+    presence().setRegular();
+    if (!m_onboardingWindow) {
+        m_onboardingModel = std::make_shared<OnboardingModel>(m_storage);
+        connect(m_onboardingModel.get(), &OnboardingModel::completed, this,
+            [this] { QTimer::singleShot(onboardingCloseDelay, this, &AppWindows::onboardingCompleted); });
+        m_onboardingWindow.reset(
+            createWindow(u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s, m_onboardingModel.get()));
+        if (!m_onboardingWindow)
+            return;
+    }
+    showWindow(m_onboardingWindow.get());
+}
+
+void AppWindows::onboardingCompleted()
+{
+    // Dropped before it closes, so its closing does not schedule a second hide that
+    // would take away the settings window opened below. The model goes last: the
+    // window's bindings read it until the window is gone.
+    const std::shared_ptr<OnboardingModel> model = std::move(m_onboardingModel);
+    const std::shared_ptr<QQuickWindow> window = std::move(m_onboardingWindow);
+    if (window)
+        window->close();
+    presence().setAccessory();
+    presence().hideApplication();
+    if (!m_storage.serviceUsable()) {
+        // Without a usable service nothing can be rewritten yet: take the user to where it is chosen.
+        showSettings();
+        if (m_settingsWindow)
+            QMetaObject::invokeMethod(m_settingsWindow.get(), "focusApiKey");
+    }
+}
+
+void AppWindows::windowWillClose(QWindow *window)
+{
+    if (!window)
+        return;
+    const auto goAccessory = [this] {
+        QTimer::singleShot(windowClosedDelay, this, [this] {
+            presence().setAccessory();
+            presence().hideApplication();
+        });
+    };
+    if (window == m_settingsWindow.get())
+        goAccessory();
+    if (window == m_onboardingWindow.get())
+        goAccessory();
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QObject>
+
+#include <memory>
+
+class OnboardingModel;
+class Presence;
+class QQmlEngine;
+class QQuickWindow;
+class QWindow;
+class SettingsModel;
+class StorageManager;
+class UpdateService;
+class Workspace;
+
+// The program's own windows, settings and onboarding: made once and shown again. While
+// one is open Tessary shows in the task bar; shortly after it closes, only in the tray.
+class AppWindows : public QObject
+{
+    Q_OBJECT
+
+public:
+    AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace,
+        QObject *parent = nullptr);
+    ~AppWindows() override;
+
+    void showSettings();
+    void showOnboarding();
+    void windowWillClose(QWindow *window);
+    QQuickWindow *settingsWindow() const { return m_settingsWindow.get(); }
+    QQuickWindow *onboardingWindow() const { return m_onboardingWindow.get(); }
+    Presence &presence();
+
+private:
+    QQuickWindow *createWindow(const QString &url, QObject *model);
+    void showWindow(QQuickWindow *window);
+    void onboardingCompleted();
+
+    StorageManager &m_storage;
+    UpdateService &m_updateService;
+    Workspace *m_workspace;
+
+    // Shared pointers: they are destroyed where these types are not known, and they go
+    // before the engine their windows came from.
+    std::shared_ptr<Presence> m_presence;
+    std::shared_ptr<QQmlEngine> m_windowEngine;
+    std::shared_ptr<SettingsModel> m_settingsModel;
+    std::shared_ptr<QQuickWindow> m_settingsWindow;
+    std::shared_ptr<OnboardingModel> m_onboardingModel;
+    std::shared_ptr<QQuickWindow> m_onboardingWindow;
+};

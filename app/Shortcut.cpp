@@ -1,0 +1,64 @@
+#include "Shortcut.h"
+
+#include "Platform.h"
+
+#include <QLoggingCategory>
+#include <QTimer>
+
+Q_LOGGING_CATEGORY(lcHotkey, "tessary.hotkey", QtInfoMsg)
+
+namespace {
+constexpr quint64 hotkeyFlagMask = Keys::Shift | Keys::Control | Keys::Alt | Keys::Super;
+constexpr quint64 hotkeyFlags = Keys::Control | Keys::Alt;
+} // namespace
+
+Shortcut::Shortcut(KeyboardGrab *keyboardGrab, Accessibility *accessibility,
+    std::chrono::milliseconds pollInterval, QObject *parent)
+    : QObject(parent)
+    , m_keyboardGrab(keyboardGrab)
+    , m_accessibility(accessibility)
+    , m_pollInterval(pollInterval)
+{
+}
+
+Shortcut::~Shortcut()
+{
+    if (m_keyboardGrab)
+        m_keyboardGrab->stop();
+}
+
+void Shortcut::startKeyGrab()
+{
+    m_running = m_keyboardGrab
+        && m_keyboardGrab->start([this](int keyCode, quint64 flags) { return handleEvent(keyCode, flags); });
+    if (!m_running) {
+        qCWarning(lcHotkey) << "Ctrl+Alt+H is not available: another program holds it, or this desktop"
+                            << "allows no global shortcut. Use the tray menu, or bind `tessary --trigger`"
+                            << "to a shortcut in the desktop's settings.";
+    }
+    Q_EMIT availabilityChanged(m_running);
+}
+
+bool Shortcut::isHotkey(int keyCode, quint64 flags)
+{
+    return keyCode == Keys::H && (flags & hotkeyFlagMask) == hotkeyFlags;
+}
+
+bool Shortcut::handleEvent(int keyCode, quint64 flags)
+{
+    if (!isHotkey(keyCode, flags))
+        return false;
+    // Capture can keep the event loop busy for a while; the key handler returns first.
+    QMetaObject::invokeMethod(this, &Shortcut::triggered, Qt::QueuedConnection);
+    return true;
+}
+
+void Shortcut::pollAccessibilityPermission()
+{
+    QTimer::singleShot(m_pollInterval, this, [this] {
+        if (m_accessibility && m_accessibility->isTrusted(false))
+            startKeyGrab();
+        else
+            pollAccessibilityPermission();
+    });
+}
