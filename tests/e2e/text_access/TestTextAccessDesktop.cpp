@@ -2,6 +2,7 @@
 #include "DesktopFixture.h"
 #include "atspi/AtspiAccessibility.h"
 #include "clipboard/ClipboardPasteboard.h"
+#include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
 #include "x11/X11PrimarySelection.h"
 #include "x11/X11Workspace.h"
@@ -13,8 +14,12 @@
 #include <QTest>
 #include <QTimer>
 
+#include <cstdlib>
+
 using namespace Qt::StringLiterals;
 using namespace Desktop;
+
+Q_DECLARE_METATYPE(CaptureTarget::Method)
 
 namespace {
 
@@ -44,6 +49,23 @@ void select(const QStringList &selectKeys, const QString &selected)
         return run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }) == selected.toUtf8();
     };
     QTRY_VERIFY_WITH_TIMEOUT(selectedNow(), 10000);
+}
+
+// The program that owns the CLIPBOARD selection: whoever last put something there.
+xcb_window_t clipboardOwner()
+{
+    xcb_connection_t *connection = xcb_connect(nullptr, nullptr);
+    const char name[] = "CLIPBOARD";
+    xcb_intern_atom_reply_t *atom
+        = xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, sizeof(name) - 1, name), nullptr);
+    xcb_get_selection_owner_reply_t *owner = atom
+        ? xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr)
+        : nullptr;
+    const xcb_window_t window = owner ? owner->owner : XCB_NONE;
+    std::free(owner);
+    std::free(atom);
+    xcb_disconnect(connection);
+    return window;
 }
 
 QByteArray pngImage()
@@ -76,6 +98,8 @@ private Q_SLOTS:
     void replaceAfterSwitchingWindows_data();
     void replaceAfterSwitchingWindows();
     void activateReportsTheActiveWindow();
+    void shortcut_data();
+    void shortcut();
 
 private:
     std::optional<QString> captureNow();
@@ -340,6 +364,61 @@ void TestTextAccessDesktop::activateReportsTheActiveWindow()
     m_workspace->activate(*firstApp, [&](bool active) { reported = active; });
     QTRY_VERIFY(reported.has_value());
     QVERIFY(!*reported);
+}
+
+void TestTextAccessDesktop::shortcut_data()
+{
+    QTest::addColumn<bool>("terminal");
+    QTest::addColumn<CaptureTarget::Method>("method");
+    QTest::newRow("mousepad: accessibility, clipboard untouched")
+        << false << CaptureTarget::Method::Accessibility;
+    QTest::newRow("stock xterm: PRIMARY, the job survives") << true << CaptureTarget::Method::Primary;
+}
+
+void TestTextAccessDesktop::shortcut()
+{
+    // As the user does it: Ctrl+Alt+H through the real key grab, capture started from
+    // the key's handler while the grab still holds the keyboard.
+    QFETCH(bool, terminal);
+    QFETCH(CaptureTarget::Method, method);
+    std::unique_ptr<Editor> editor;
+    std::unique_ptr<Terminal> xterm;
+    QString expected = sentence;
+    if (terminal) {
+        xterm = std::make_unique<Terminal>(u"copyme"_s);
+        QVERIFY(xterm->waitUntilActive());
+        QVERIFY(xterm->waitUntilReady());
+        run(u"xdotool"_s,
+            { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
+                u"--repeat"_s, u"2"_s, u"1"_s });
+        expected = u"copyme"_s;
+        QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), expected.toUtf8());
+    } else {
+        editor = std::make_unique<Editor>(paragraph, true);
+        QVERIFY(editor->waitUntilActive());
+        select(selectRange(int(paragraph.indexOf(sentence)), int(sentence.size())), sentence);
+    }
+    setClipboard("the user's own clipboard");
+    const xcb_window_t owner = clipboardOwner();
+
+    std::optional<Capture> captured;
+    X11KeyboardGrab grab;
+    QVERIFY(grab.start([&](int keyCode, quint64 flags) {
+        if (keyCode != Keys::H || (flags & (Keys::Control | Keys::Alt)) != (Keys::Control | Keys::Alt))
+            return false;
+        QMetaObject::invokeMethod(
+            this, [&] { m_helper->captureSelectedText([&](const Capture &capture) { captured = capture; }); },
+            Qt::QueuedConnection);
+        return true;
+    }));
+    run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+    QTRY_VERIFY_WITH_TIMEOUT(captured.has_value(), 5000);
+    QCOMPARE(captured->text.value_or(u"(nothing)"_s), expected);
+    QCOMPARE(captured->target.method, method);
+    QCOMPARE(clipboardOwner(), owner);
+    QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
+    if (xterm)
+        QVERIFY2(xterm->jobRuns(), "the job in the terminal was interrupted");
 }
 
 QTEST_MAIN(TestTextAccessDesktop)
