@@ -1,10 +1,10 @@
 #include "PortalGlobalShortcuts.h"
 
+#include "PortalRequest.h"
+
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
 #include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
@@ -60,13 +60,6 @@ PortalGlobalShortcuts::~PortalGlobalShortcuts()
     stop();
 }
 
-QString PortalGlobalShortcuts::requestPath(const QString &token) const
-{
-    QString sender = m_bus.baseService().mid(1);
-    sender.replace(u'.', u'_');
-    return portalPath + u"/request/"_s + sender + u'/' + token;
-}
-
 bool PortalGlobalShortcuts::start(std::function<bool(int keyCode, quint64 flags)> handler)
 {
     if (!m_bus.isConnected())
@@ -75,44 +68,25 @@ bool PortalGlobalShortcuts::start(std::function<bool(int keyCode, quint64 flags)
     m_bus.connect(
         portalService, portalPath, shortcutsInterface, u"Activated"_s, this, SLOT(activated(QDBusMessage)));
 
-    // The answer arrives as a signal on a request object; listen before asking, so a
-    // quick answer is not missed.
-    const QString token = u"tessary_%1"_s.arg(quintptr(this), 0, 16);
-    m_pendingRequest = requestPath(token);
-    m_bus.connect(portalService, m_pendingRequest, u"org.freedesktop.portal.Request"_s, u"Response"_s, this,
-        SLOT(sessionCreated(uint, QVariantMap)));
-
     const PortalShortcut shortcut { shortcutId,
         { { u"description"_s, u"Rewrite as me"_s }, { u"preferred_trigger"_s, u"CTRL+ALT+H"_s } } };
     // Plasma 5.27 registers the shortcuts handed to CreateSession; BindShortcuts there only
     // opens the desktop's settings.
-    const QVariantMap options { { u"handle_token"_s, token }, { u"session_handle_token"_s, sessionToken },
+    const QVariantMap options { { u"session_handle_token"_s, sessionToken },
         { u"shortcuts"_s, QVariant::fromValue(QList<PortalShortcut> { shortcut }) } };
-    QDBusMessage call
-        = QDBusMessage::createMethodCall(portalService, portalPath, shortcutsInterface, u"CreateSession"_s);
-    call << options;
-    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call, 5000), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [](QDBusPendingCallWatcher *w) {
-        w->deleteLater();
-        if (w->isError()) {
-            qCWarning(lcPortalShortcut)
-                << "the desktop's shortcut portal refused a session:" << w->error().name()
-                << "- use the tray menu, or bind `tessary --trigger` in the desktop's settings";
-        }
-    });
+    PortalRequest::send(
+        m_bus, shortcutsInterface, u"CreateSession"_s, {}, options,
+        [this](uint response, const QVariantMap &results) {
+            if (response != 0) {
+                qCWarning(lcPortalShortcut)
+                    << "the desktop did not register Ctrl+Alt+H (answer" << response
+                    << "): use the tray menu, or bind `tessary --trigger` in its settings";
+                return;
+            }
+            m_sessionHandle = results.value(u"session_handle"_s).toString();
+        },
+        this);
     return true;
-}
-
-void PortalGlobalShortcuts::sessionCreated(uint response, const QVariantMap &results)
-{
-    m_bus.disconnect(portalService, m_pendingRequest, u"org.freedesktop.portal.Request"_s, u"Response"_s,
-        this, SLOT(sessionCreated(uint, QVariantMap)));
-    if (response != 0) {
-        qCWarning(lcPortalShortcut) << "the desktop did not grant the shortcut (answer" << response << ")";
-        return;
-    }
-    m_sessionHandle = results.value(u"session_handle"_s).toString();
-    qCDebug(lcPortalShortcut) << "shortcut session" << m_sessionHandle;
 }
 
 void PortalGlobalShortcuts::activated(const QDBusMessage &message)
@@ -133,7 +107,6 @@ void PortalGlobalShortcuts::stop()
     m_handler = nullptr;
     if (m_sessionHandle.isEmpty())
         return;
-    m_bus.asyncCall(
-        QDBusMessage::createMethodCall(portalService, m_sessionHandle, sessionInterface, u"Close"_s));
+    m_bus.send(QDBusMessage::createMethodCall(portalService, m_sessionHandle, sessionInterface, u"Close"_s));
     m_sessionHandle.clear();
 }

@@ -26,14 +26,10 @@ public:
     void stop() override;
 
 private Q_SLOTS:
-    void sessionCreated(uint response, const QVariantMap &results);
     void activated(const QDBusMessage &message);
 
 private:
-    QString requestPath(const QString &token) const;
-
     QDBusConnection m_bus;
     std::function<bool(int, quint64)> m_handler;
     QString m_sessionHandle;
-    QString m_pendingRequest;
 };

@@ -1,0 +1,149 @@
+#include "PortalKeySynth.h"
+
+#include "PortalRequest.h"
+
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QLoggingCategory>
+
+#include <linux/input-event-codes.h>
+
+using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcPortalKeys, "tessary.platform.keys")
+
+namespace {
+const QString portalService = u"org.freedesktop.portal.Desktop"_s;
+const QString portalPath = u"/org/freedesktop/portal/desktop"_s;
+const QString remoteDesktop = u"org.freedesktop.portal.RemoteDesktop"_s;
+constexpr uint keyboardDevice = 1;
+
+int evdevCode(int keyCode)
+{
+    switch (keyCode) {
+    case Keys::C:
+        return KEY_C;
+    case Keys::V:
+        return KEY_V;
+    case Keys::H:
+        return KEY_H;
+    default:
+        return 0;
+    }
+}
+
+// The modifiers to hold, in the order they go down. Copy and paste are Ctrl here.
+QList<int> modifierCodes(quint64 flags)
+{
+    QList<int> codes;
+    if (flags & (Keys::Control | Keys::Super))
+        codes << KEY_LEFTCTRL;
+    if (flags & Keys::Shift)
+        codes << KEY_LEFTSHIFT;
+    if (flags & Keys::Alt)
+        codes << KEY_LEFTALT;
+    return codes;
+}
+} // namespace
+
+PortalKeySynth::PortalKeySynth(QDBusConnection bus, QObject *parent)
+    : QObject(parent)
+    , m_bus(std::move(bus))
+{
+}
+
+PortalKeySynth::~PortalKeySynth()
+{
+    if (!m_session.isEmpty()) {
+        m_bus.send(QDBusMessage::createMethodCall(
+            portalService, m_session, u"org.freedesktop.portal.Session"_s, u"Close"_s));
+    }
+}
+
+void PortalKeySynth::post(int keyCode, quint64 flags, std::function<void()> posted)
+{
+    m_waiting.push_back({ keyCode, flags, std::move(posted) });
+    if (m_state == State::Idle)
+        startSession();
+    else
+        drain();
+}
+
+void PortalKeySynth::startSession()
+{
+    m_state = State::Starting;
+    PortalRequest::send(
+        m_bus, remoteDesktop, u"CreateSession"_s, {}, { { u"session_handle_token"_s, u"tessary_keys"_s } },
+        [this](uint response, const QVariantMap &results) {
+            if (response != 0)
+                return failed("CreateSession", response);
+            m_session = results.value(u"session_handle"_s).toString();
+            const QVariantList devices { QVariant::fromValue(QDBusObjectPath(m_session)) };
+            PortalRequest::send(
+                m_bus, remoteDesktop, u"SelectDevices"_s, devices, { { u"types"_s, keyboardDevice } },
+                [this](uint response, const QVariantMap &) {
+                    if (response != 0)
+                        return failed("SelectDevices", response);
+                    const QVariantList start { QVariant::fromValue(QDBusObjectPath(m_session)), QString() };
+                    PortalRequest::send(
+                        m_bus, remoteDesktop, u"Start"_s, start, {},
+                        [this](uint response, const QVariantMap &) {
+                            if (response != 0)
+                                return failed("Start", response);
+                            m_state = State::Ready;
+                            drain();
+                        },
+                        this);
+                },
+                this);
+        },
+        this);
+}
+
+void PortalKeySynth::failed(const char *step, uint response)
+{
+    qCWarning(lcPortalKeys) << "the desktop refused to let Tessary type keys:" << step << "answered"
+                            << response;
+    m_state = State::Failed;
+    drain();
+}
+
+void PortalKeySynth::drain()
+{
+    if (m_state == State::Starting)
+        return;
+    while (!m_waiting.empty()) {
+        Press press = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        // Without a session nothing is typed; the caller's sequence still goes on, so the
+        // text stays on the clipboard for the user to paste.
+        if (m_state == State::Ready)
+            type(press);
+        if (press.posted)
+            press.posted();
+    }
+}
+
+void PortalKeySynth::type(const Press &press)
+{
+    const int code = evdevCode(press.keyCode);
+    if (code == 0)
+        return;
+    const QList<int> modifiers = modifierCodes(press.flags);
+    for (int modifier : modifiers)
+        key(modifier, true);
+    key(code, true);
+    key(code, false);
+    for (auto it = modifiers.crbegin(); it != modifiers.crend(); ++it)
+        key(*it, false);
+}
+
+void PortalKeySynth::key(int evdevCode, bool down)
+{
+    // Messages on one connection arrive in order, so the keys do too.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        portalService, portalPath, remoteDesktop, u"NotifyKeyboardKeycode"_s);
+    call << QVariant::fromValue(QDBusObjectPath(m_session)) << QVariantMap() << evdevCode
+         << uint(down ? 1 : 0);
+    m_bus.send(call);
+}
