@@ -42,7 +42,7 @@ constexpr std::string_view completionsPath = "/api/v1/chat/completions";
 constexpr std::string_view versionPath = "/api/v1/version";
 constexpr int maxRequestsPerConnection = 100;
 // A client that stops reading its stream must not make us keep what we would send it.
-constexpr size_t maxUnsentBytes = 1024 * 1024;
+constexpr size_t maxUnsentBytes = 256 * 1024;
 // After a refusal, what the client still sends is read away for a moment, so that our
 // answer is not lost to a reset; then the connection is closed regardless.
 constexpr size_t maxDrainBytes = 1024 * 1024;
