@@ -1,3 +1,4 @@
+// Faults: the shortcut missed under a lock or layout, other keys swallowed, a half-taken grab left behind.
 #include "DeliveredKeys.h"
 #include "DesktopFixture.h"
 #include "Shortcut.h"

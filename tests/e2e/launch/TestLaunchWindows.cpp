@@ -1,3 +1,4 @@
+// Faults: a second settings window, the task-bar entry kept or dropped early, onboarding ending wrongly.
 #include "AppWindows.h"
 #include "MakePlatform.h"
 #include "OnboardingModel.h"

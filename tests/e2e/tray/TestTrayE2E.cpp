@@ -1,3 +1,4 @@
+// Faults: no icon or menu in a real tray, Quit not ending the program, the shortcut not starting a rewrite.
 #include <QDir>
 #include <QFile>
 #include <QProcess>

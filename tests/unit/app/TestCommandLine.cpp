@@ -1,3 +1,4 @@
+// Faults: a command-line option taken for another, or an unknown one accepted.
 #include "CommandLine.h"
 
 #include <QTest>

@@ -1,3 +1,4 @@
+// Faults: a window named from the wrong desktop entry, an action or translation, or not named at all.
 #include "x11/ApplicationName.h"
 
 #include <QDir>

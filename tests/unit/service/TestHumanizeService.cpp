@@ -1,3 +1,4 @@
+// Faults: a malformed request or log line, a cancelled rewrite still reporting, leaks, no idle timeout.
 #include "FixtureServer.h"
 #include "HumanizeService.h"
 #include "RewriteRecorder.h"

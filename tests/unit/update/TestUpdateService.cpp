@@ -1,3 +1,4 @@
+// Faults: a check due too early or never, state lost on a bad reply, an alert on a silent check, a lost skip.
 #include "BrowserCatcher.h"
 #include "FixtureServer.h"
 #include "StdoutCapture.h"

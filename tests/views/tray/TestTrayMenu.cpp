@@ -1,3 +1,4 @@
+// Faults: a tray menu not following the update state, a second icon, no word when the shortcut is taken.
 #include "BrowserCatcher.h"
 #include "FixtureServer.h"
 #include "StorageManager.h"
