@@ -1,0 +1,135 @@
+#include "FixtureServer.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// The whole program in a throw-away desktop whose keyring (gnome-keyring, started and
+// unlocked by scripts/headless-session) answers: where the credential comes from, where
+// it ends up, what the service is sent, and that no log carries it.
+class TestKeyringLaunch : public QObject
+{
+    Q_OBJECT
+
+private:
+    static QString program() { return qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s; }
+
+    static QString keyringEntry(const QString &name)
+    {
+        QProcess tool;
+        tool.start(u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"Tessary"_s, u"user"_s, name });
+        if (!tool.waitForFinished(10000))
+            return u"<secret-tool hangs>"_s;
+        return QString::fromUtf8(tool.readAllStandardOutput());
+    }
+
+    static QByteArray contents(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    static void writePrivate(const QString &path, const QByteArray &text)
+    {
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        QVERIFY(file.write(text) == text.size());
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs the headless desktop of scripts/headless-session");
+        if (!QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.freedesktop.secrets"_s))
+            QSKIP("no keyring in this session (gnome-keyring is installed by scripts/install-deps)");
+    }
+
+    void credentialReachesTheService_data()
+    {
+        QTest::addColumn<QByteArray>("fileKey"); // api_key in the settings file from an older start
+        QTest::addColumn<QByteArray>("serverToken"); // the local tessary-server's token file
+        QTest::addColumn<QByteArray>("sent"); // the bearer the service gets
+        QTest::addColumn<QString>("inKeyring");
+
+        QTest::newRow("key from an older start moves into the keyring")
+            << QByteArray("sk-e2e-older-start-7a1c9f03") << QByteArray()
+            << QByteArray("sk-e2e-older-start-7a1c9f03") << u"sk-e2e-older-start-7a1c9f03"_s;
+        QTest::newRow("the local server pairs by its token file")
+            << QByteArray() << QByteArray("tok-e2e-paired-55b2e0d4\n")
+            << QByteArray("tok-e2e-paired-55b2e0d4") << QString();
+    }
+
+    void credentialReachesTheService()
+    {
+        QFETCH(QByteArray, fileKey);
+        QFETCH(QByteArray, serverToken);
+        QFETCH(QByteArray, sent);
+        QFETCH(QString, inKeyring);
+
+        FixtureServer service;
+        if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
+            QSKIP("the end-to-end service port is taken");
+        FixtureReply reply;
+        reply.headers = { { "Content-Type", "text/event-stream" } };
+        reply.body = "data: {\"choices\":[{\"delta\":{\"content\":\"Hi\"}}]}\n\ndata: [DONE]\n\n";
+        service.route("/api/v1/chat/completions", reply);
+
+        QTemporaryDir config;
+        const QString settings = config.filePath(u"Tessary/Tessary.conf"_s);
+        writePrivate(settings,
+            "[General]\nupdate_check_enabled=false\nhumanize_examples=mine\n"
+                + (fileKey.isEmpty() ? QByteArray() : "api_key=" + fileKey + '\n'));
+        if (!serverToken.isEmpty())
+            writePrivate(config.filePath(u"tessary-server/client-token"_s), serverToken);
+
+        // One keyring serves every row: each starts without an entry.
+        QProcess::execute(
+            u"secret-tool"_s, { u"clear"_s, u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s });
+        QCOMPARE(keyringEntry(u"api_key"_s), QString());
+
+        QByteArray log; // outlives the process, which may still write while it is destroyed
+        QProcess tessary;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"XDG_CONFIG_HOME"_s, config.path());
+        env.insert(u"TESSARY_LOG"_s, u"full"_s); // the most the log ever says
+        env.insert(u"QT_LOGGING_RULES"_s, u"tessary.*=true"_s);
+        tessary.setProcessEnvironment(env);
+        tessary.start(program(), {});
+        QVERIFY(tessary.waitForStarted());
+        connect(&tessary, &QProcess::readyReadStandardOutput, &tessary,
+            [&] { log += tessary.readAllStandardOutput(); });
+        connect(&tessary, &QProcess::readyReadStandardError, &tessary,
+            [&] { log += tessary.readAllStandardError(); });
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(">>> LAUNCHED"), 10000);
+
+        // The key leaves the file for the keyring, and the file stays private.
+        QTRY_VERIFY_WITH_TIMEOUT(!contents(settings).contains("api_key"), 10000);
+        QCOMPARE(keyringEntry(u"api_key"_s), inKeyring);
+        QCOMPARE(QFile::permissions(settings) & (QFileDevice::ReadOther | QFileDevice::ReadGroup),
+            QFileDevice::Permissions());
+
+        // A rewrite handed over D-Bus carries the credential to the service.
+        QVERIFY(QDBusConnection::sessionBus().send(
+            QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s,
+                u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s)
+            << u"hello there"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(!service.requests().isEmpty(), 10000);
+        QCOMPARE(service.requests().constLast().header("authorization"), "Bearer " + sent);
+
+        tessary.terminate();
+        QVERIFY(tessary.waitForFinished(5000));
+        log += tessary.readAll();
+        QVERIFY2(!log.contains(sent), log.constData());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKeyringLaunch)
+#include "TestKeyringLaunch.moc"
