@@ -53,6 +53,16 @@ ColumnLayout {
         }
     }
 
+    Text {
+        objectName: "keyInSettingsFile"
+        Layout.fillWidth: true
+        visible: section.model.storage.keysLoaded && section.model.storage.keysInSettingsFile
+        text: qsTr("No keyring answers: the key is kept in the settings file, readable by you only.")
+        wrapMode: Text.Wrap
+        font.pixelSize: 10
+        color: Theme.secondary
+    }
+
     RowLayout {
         Layout.fillWidth: true
         spacing: 8
