@@ -18,14 +18,16 @@ build: configure
 	cmake --build $(BUILD)
 
 # tessary-server answers Tessary's rewrites on 127.0.0.1:8787; start it unless something
-# already listens there. It stays up after Tessary quits; its log is $(BUILD)/tessary-server.log.
+# already listens there (an installed one started with the session, say), and give it a
+# few seconds to look for a model server on this machine. Tessary pairs with it through
+# its token file. It stays up after Tessary quits; its log is $(BUILD)/tessary-server.log.
 SERVER_UP = bash -c 'exec 3<>/dev/tcp/127.0.0.1/8787' 2>/dev/null
 
 run: build
 	@if ! $(SERVER_UP); then \
 	    echo "Starting tessary-server in the background (log: $(BUILD)/tessary-server.log)"; \
 	    setsid -f $(BUILD)/bin/tessary-server 2>>$(BUILD)/tessary-server.log; \
-	    for i in 1 2 3 4 5 6 7 8 9 10; do $(SERVER_UP) && break; sleep 0.3; done; \
+	    for i in $$(seq 30); do $(SERVER_UP) && break; sleep 0.2; done; \
 	fi
 	$(BUILD)/bin/tessary
 
