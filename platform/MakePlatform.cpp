@@ -1,7 +1,11 @@
 #include "MakePlatform.h"
 
+#include "BackendPlan.h"
 #include "atspi/AtspiAccessibility.h"
 #include "clipboard/ClipboardPasteboard.h"
+#include "kwin/KWinWorkspace.h"
+#include "portal/PortalGlobalShortcuts.h"
+#include "portal/PortalKeySynth.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
 #include "x11/X11PrimarySelection.h"
@@ -48,19 +52,60 @@ public:
 
 } // namespace
 
+namespace {
+
+// What each Wayland desktop's own components offer, as these desktops ship them: asking
+// the compositor and the portals would cost round trips before the first window, and a
+// backend whose service turns out to be missing says so when it is first used.
+SessionFacts sessionFacts()
+{
+    SessionFacts facts;
+    facts.qtPlatform = QGuiApplication::platformName();
+    facts.sessionType = qEnvironmentVariable("XDG_SESSION_TYPE");
+    facts.currentDesktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
+    const QStringList desktops = facts.currentDesktop.toLower().split(u':', Qt::SkipEmptyParts);
+    if (desktops.contains(u"kde"_s)) {
+        facts.globalShortcutsPortal = facts.remoteDesktopPortal = facts.dataControl = true;
+    } else if (desktops.contains(u"gnome"_s)) {
+        facts.remoteDesktopPortal = true;
+    } else {
+        facts.dataControl = facts.virtualKeyboard = !desktops.isEmpty();
+    }
+    return facts;
+}
+
+} // namespace
+
 Platform makePlatform()
 {
+    const BackendPlan plan = planBackends(sessionFacts());
+    qCDebug(lcPlatform) << "desktop" << int(plan.desktop) << "shortcut" << int(plan.shortcut) << "keys"
+                        << int(plan.keySynthesis);
     Platform platform;
-    if (QGuiApplication::platformName() == u"xcb"_s)
+    const bool x11Session = plan.desktop == BackendPlan::Desktop::X11;
+    std::shared_ptr<X11Connection> x11 = x11Session ? X11Connection::open() : nullptr;
+
+    if (plan.shortcut == BackendPlan::Shortcut::KeyGrab && QGuiApplication::platformName() == u"xcb"_s)
         platform.keyboardGrab = std::make_unique<X11KeyboardGrab>();
-    if (auto x11 = X11Connection::open()) {
+    else if (plan.shortcut == BackendPlan::Shortcut::Portal)
+        platform.keyboardGrab = std::make_unique<PortalGlobalShortcuts>();
+
+    if (x11)
         platform.workspace = std::make_unique<X11Workspace>(x11);
-        platform.keySynth = std::make_unique<X11KeySynth>(x11);
-        platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
-    } else {
+    else if (plan.desktop == BackendPlan::Desktop::Plasma)
+        platform.workspace = std::make_unique<KWinWorkspace>();
+    else
         platform.workspace = std::make_unique<NoWorkspace>();
+
+    if (x11)
+        platform.keySynth = std::make_unique<X11KeySynth>(x11);
+    else if (plan.keySynthesis == BackendPlan::KeySynthesis::RemoteDesktop)
+        platform.keySynth = std::make_unique<PortalKeySynth>();
+    else
         platform.keySynth = std::make_unique<NoKeySynth>();
-    }
+
+    if (x11)
+        platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
     platform.accessibility = std::make_unique<AtspiAccessibility>();
     platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard());
     return platform;
