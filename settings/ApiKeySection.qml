@@ -4,42 +4,38 @@ import Tessary.Settings
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
 
-// The key the rewrite service expects, and a way to see at once whether it works.
+// The Tessary service: its address and the key it expects.
 ColumnLayout {
     id: section
     required property SettingsModel model
     property alias keyField: keyField
 
-    spacing: 10
+    spacing: 8
 
-    SectionLabel { text: qsTr("API Key") }
+    SettingsField {
+        objectName: "apiBaseField"
+        Layout.fillWidth: true
+        text: section.model.storage.apiBase
+        placeholderText: "http://127.0.0.1:8787/api/v1"
+        Accessible.name: qsTr("Tessary service address")
+        onTextEdited: {
+            // Stored with the choice of service, so the address outlives a restart.
+            section.model.storage.provider = StorageManager.TessaryService;
+            section.model.storage.apiBase = text.trim();
+        }
+    }
 
     RowLayout {
         Layout.fillWidth: true
         spacing: 8
 
-        TextField {
+        SettingsField {
             id: keyField
             objectName: "apiKeyField"
             Layout.fillWidth: true
             text: section.model.storage.apiKey
             echoMode: reveal.checked ? TextInput.Normal : TextInput.Password
             placeholderText: qsTr("Paste your API key")
-            placeholderTextColor: Theme.secondary
-            font.pixelSize: 12
-            color: Theme.primary
-            selectionColor: Theme.purple
-            selectedTextColor: "white"
-            selectByMouse: true
-            leftPadding: 8
-            rightPadding: 8
-            background: Rectangle {
-                implicitHeight: 28
-                radius: 6
-                color: Theme.withAlpha(Theme.primary, Theme.dark ? 0.06 : 0.03)
-                border.width: keyField.activeFocus ? 1.5 : 1
-                border.color: keyField.activeFocus ? Theme.withAlpha(Theme.purple, 0.7) : Theme.separator
-            }
             Accessible.name: qsTr("API key")
             onTextEdited: section.model.storage.apiKey = text
         }
@@ -61,31 +57,5 @@ ColumnLayout {
         wrapMode: Text.Wrap
         font.pixelSize: 10
         color: Theme.secondary
-    }
-
-    RowLayout {
-        Layout.fillWidth: true
-        spacing: 8
-
-        SettingsButton {
-            objectName: "testConnection"
-            text: qsTr("Test connection")
-            enabled: section.model.connectionState !== SettingsModel.Testing
-            onClicked: section.model.testConnection()
-        }
-        Spinner {
-            visible: section.model.connectionState === SettingsModel.Testing
-        }
-        Text {
-            objectName: "connectionMessage"
-            Layout.fillWidth: true
-            text: section.model.connectionMessage
-            elide: Text.ElideRight
-            maximumLineCount: 2
-            wrapMode: Text.Wrap
-            font.pixelSize: 11
-            color: section.model.connectionState === SettingsModel.Succeeded ? Theme.green
-                 : section.model.connectionState === SettingsModel.Failed ? Theme.red : Theme.secondary
-        }
     }
 }

@@ -1,6 +1,5 @@
 #include "SettingsModel.h"
 
-#include "Rewriter.h"
 #include "StorageManager.h"
 
 #include <QCoreApplication>
@@ -9,7 +8,6 @@
 #include <QFile>
 #include <QLocale>
 #include <QLoggingCategory>
-#include <QPointer>
 #include <QSaveFile>
 #include <QStandardPaths>
 
@@ -18,10 +16,6 @@ Q_LOGGING_CATEGORY(lcSettings, "tessary.settings", QtInfoMsg)
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// One word is enough to prove the address, the key and the model all answer.
-const auto probeText = u"Hello"_s;
-const auto probeTone = u"natural"_s;
 
 QString defaultAutostartDir()
 {
@@ -47,18 +41,19 @@ QByteArray autostartEntry(const QString &program)
 
 } // namespace
 
-SettingsModel::SettingsModel(StorageManager &storage, Rewriter &rewriter, QObject *parent)
-    : SettingsModel(storage, rewriter, defaultAutostartDir(), &QDesktopServices::openUrl, parent)
+SettingsModel::SettingsModel(StorageManager &storage, QObject *parent)
+    : SettingsModel(storage, defaultAutostartDir(), &QDesktopServices::openUrl,
+        ModelProbe::candidatesFromEnvironment(), parent)
 {
 }
 
-SettingsModel::SettingsModel(StorageManager &storage, Rewriter &rewriter, const QString &autostartDir,
-    UrlOpener openUrl, QObject *parent)
+SettingsModel::SettingsModel(StorageManager &storage, const QString &autostartDir, UrlOpener openUrl,
+    QList<ModelProbe::Candidate> localServers, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
-    , m_rewriter(rewriter)
     , m_autostartDir(autostartDir)
     , m_openUrl(std::move(openUrl))
+    , m_chooser(storage, std::move(localServers))
 {
     connect(&m_storage, &StorageManager::examplesChanged, this, &SettingsModel::samplesChanged);
     connect(
@@ -132,36 +127,6 @@ void SettingsModel::download()
         return;
     if (!m_openUrl(url))
         qCWarning(lcSettings) << "no application opened the download address";
-}
-
-void SettingsModel::testConnection()
-{
-    const int attempt = ++m_connectionAttempt;
-    // Only our own earlier test is stopped; a rewrite in the popup goes on.
-    if (m_connectionRequest)
-        m_connectionRequest->drop();
-    setConnection(ConnectionState::Testing, u"Testing…"_s);
-    QPointer<SettingsModel> self(this);
-    // Only the latest attempt may report: an earlier one was cancelled by the new request.
-    auto current = [self, attempt] { return self && self->m_connectionAttempt == attempt; };
-    RewriteCallbacks callbacks;
-    callbacks.onToken = [](const QString &) {};
-    callbacks.onComplete = [self, current] {
-        if (current())
-            self->setConnection(ConnectionState::Succeeded, u"Connected — the service answered."_s);
-    };
-    callbacks.onError = [self, current](const QString &message) {
-        if (current())
-            self->setConnection(ConnectionState::Failed, message);
-    };
-    m_connectionRequest = m_rewriter.humanize(probeText, probeTone, std::move(callbacks));
-}
-
-void SettingsModel::setConnection(ConnectionState state, const QString &message)
-{
-    m_connectionState = state;
-    m_connectionMessage = message;
-    Q_EMIT connectionChanged();
 }
 
 QString SettingsModel::autostartFilePath() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ModelChooser.h"
 #include "StorageManager.h"
 
 #include <QObject>
@@ -10,9 +11,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-
-class Rewriter;
-class RewriteRequest;
 
 // What the settings window needs beyond plain bindings to the store: sample editing
 // by position, the update section's derived state, the connection test and the
@@ -31,15 +29,11 @@ class SettingsModel : public QObject
     Q_PROPERTY(bool showsUpdate READ showsUpdate NOTIFY updateStateChanged)
     Q_PROPERTY(QString updateTitle READ updateTitle NOTIFY updateStateChanged)
     Q_PROPERTY(QString releaseNotes READ releaseNotes NOTIFY updateStateChanged)
-    Q_PROPERTY(ConnectionState connectionState READ connectionState NOTIFY connectionChanged)
-    Q_PROPERTY(QString connectionMessage READ connectionMessage NOTIFY connectionChanged)
+    Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
     Q_PROPERTY(bool startAtLogin READ startAtLogin WRITE setStartAtLogin NOTIFY startAtLoginChanged)
 
 public:
     static constexpr int maxAddableSamples = 5;
-
-    enum class ConnectionState { Idle, Testing, Succeeded, Failed };
-    Q_ENUM(ConnectionState)
 
     struct Release
     {
@@ -51,11 +45,12 @@ public:
     using UrlOpener = std::function<bool(const QUrl &)>;
 
     // autostartDir and openUrl default to the desktop's; tests pass their own.
-    SettingsModel(StorageManager &storage, Rewriter &rewriter, QObject *parent = nullptr);
-    SettingsModel(StorageManager &storage, Rewriter &rewriter, const QString &autostartDir, UrlOpener openUrl,
-        QObject *parent = nullptr);
+    explicit SettingsModel(StorageManager &storage, QObject *parent = nullptr);
+    SettingsModel(StorageManager &storage, const QString &autostartDir, UrlOpener openUrl,
+        QList<ModelProbe::Candidate> localServers, QObject *parent = nullptr);
 
     StorageManager *storage() const { return &m_storage; }
+    ModelChooser *chooser() { return &m_chooser; }
     bool canAddSample() const;
     QString lastCheckedText() const;
 
@@ -64,9 +59,6 @@ public:
     QString updateTitle() const;
     QString releaseNotes() const;
     void setUpdateState(bool checking, bool updateAvailable, const std::optional<Release> &release);
-
-    ConnectionState connectionState() const { return m_connectionState; }
-    QString connectionMessage() const { return m_connectionMessage; }
 
     bool startAtLogin() const;
     void setStartAtLogin(bool enabled);
@@ -77,21 +69,16 @@ public:
     Q_INVOKABLE void addExample();
     Q_INVOKABLE void checkForUpdates() { Q_EMIT updateCheckRequested(); }
     Q_INVOKABLE void download();
-    Q_INVOKABLE void testConnection();
 
 Q_SIGNALS:
     void samplesChanged();
     void lastCheckedTextChanged();
     void updateStateChanged();
-    void connectionChanged();
     void startAtLoginChanged();
     void updateCheckRequested();
 
 private:
-    void setConnection(ConnectionState state, const QString &message);
-
     StorageManager &m_storage;
-    Rewriter &m_rewriter;
     QString m_autostartDir;
     UrlOpener m_openUrl;
 
@@ -99,8 +86,5 @@ private:
     bool m_updateAvailable = false;
     std::optional<Release> m_release;
 
-    ConnectionState m_connectionState = ConnectionState::Idle;
-    QString m_connectionMessage;
-    int m_connectionAttempt = 0;
-    std::shared_ptr<RewriteRequest> m_connectionRequest;
+    ModelChooser m_chooser;
 };

@@ -73,7 +73,7 @@ Window {
                     y: 20
                     spacing: 20
 
-                    ApiKeySection {
+                    LanguageModelSection {
                         id: apiKey
                         Layout.fillWidth: true
                         model: root.model

@@ -113,12 +113,11 @@ int main(int argc, char *argv[])
                               u"so keep going as you were."_s,
             u"Thanks for the notes! I took most of them; the intro stays long because it sets up "
             u"the whole argument."_s });
-        IdleRewriter rewriter;
         QQmlEngine engine;
         engine.addImportPath(u"qrc:/qt/qml"_s);
 
         SettingsModel settings(
-            storage, rewriter, home.filePath(u"autostart"_s), [](const QUrl &) { return true; });
+            storage, home.filePath(u"autostart"_s), [](const QUrl &) { return true; }, {});
         settings.setUpdateState(false, true,
             SettingsModel::Release { u"1.4.0"_s,
                 u"Faster rewrites, a warmer tone and fixes for pasting into terminals."_s,

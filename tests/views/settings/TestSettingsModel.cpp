@@ -1,4 +1,3 @@
-#include "FakeRewriter.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
 
@@ -25,14 +24,15 @@ private:
     {
         explicit Fixture(const QString &path, const QString &autostartDir)
             : storage(path, u"http://127.0.0.1:8787/api/v1"_s)
-            , model(storage, rewriter, autostartDir, [this](const QUrl &url) {
-                opened.append(url);
-                return true;
-            })
+            , model(storage, autostartDir,
+                  [this](const QUrl &url) {
+                      opened.append(url);
+                      return true;
+                  },
+                  {})
         {
         }
         StorageManager storage;
-        FakeRewriter rewriter;
         QList<QUrl> opened;
         SettingsModel model;
     };
@@ -164,43 +164,6 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 1);
         QVERIFY(f.model.lastCheckedText().startsWith(u"Last checked: "_s));
         QVERIFY(f.model.lastCheckedText().contains(u"14"_s));
-    }
-
-    // One word through the rewrite seam; the outcome of the latest attempt only.
-    void connectionTest_data()
-    {
-        QTest::addColumn<QString>("outcome");
-        QTest::addColumn<SettingsModel::ConnectionState>("state");
-        QTest::addColumn<QString>("message");
-
-        QTest::newRow("answered") << u"complete"_s << SettingsModel::ConnectionState::Succeeded
-                                  << u"Connected — the service answered."_s;
-        QTest::newRow("service's own message")
-            << u"error"_s << SettingsModel::ConnectionState::Failed << u"Invalid API key"_s;
-    }
-    void connectionTest()
-    {
-        QFETCH(QString, outcome);
-        Fixture f(newPath(), m_dir.filePath(u"autostart"_s));
-        f.model.testConnection();
-        QCOMPARE(f.model.connectionState(), SettingsModel::ConnectionState::Testing);
-        QCOMPARE(f.rewriter.requests.size(), 1);
-        QCOMPARE(f.rewriter.last().text.split(u' ', Qt::SkipEmptyParts).size(), 1);
-
-        // A second press supersedes the first; the first's late outcome is not shown.
-        f.model.testConnection();
-        FakeRewriter::Request first = f.rewriter.requests.first();
-        QCOMPARE(first.handle->outcome(), RewriteRequest::Outcome::Cancelled);
-        first.handle->fail(u"cancelled one"_s);
-        QCOMPARE(f.model.connectionState(), SettingsModel::ConnectionState::Testing);
-
-        f.rewriter.token(u"Hi"_s);
-        if (outcome == u"complete"_s)
-            f.rewriter.complete();
-        else
-            f.rewriter.error(u"Invalid API key"_s);
-        QTEST(f.model.connectionState(), "state");
-        QTEST(f.model.connectionMessage(), "message");
     }
 
     void startAtLogin()

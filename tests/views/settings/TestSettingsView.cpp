@@ -1,5 +1,5 @@
 // Faults: a control that does not write the store, wrong sample rows, Check usable while checking, no close.
-#include "FakeRewriter.h"
+#include "FixtureServer.h"
 #include "QuickItems.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
@@ -33,9 +33,10 @@ private:
 
     struct View
     {
-        View(const QString &path, const QString &autostart)
+        View(const QString &path, const QString &autostart, const QList<ModelProbe::Candidate> &localServers)
             : storage(path, u"http://127.0.0.1:8787/api/v1"_s)
-            , model(storage, rewriter, autostart, [](const QUrl &) { return true; })
+            , model(
+                  storage, autostart, [](const QUrl &) { return true; }, localServers)
         {
             engine.addImportPath(u"qrc:/qt/qml"_s);
         }
@@ -56,6 +57,10 @@ private:
         }
         QList<QQuickItem *> items(const QString &name) const
         {
+            // Rows just added or changed are placed when the next frame is prepared.
+            QSignalSpy rendered(window.get(), &QQuickWindow::frameSwapped);
+            window->update();
+            rendered.wait(2000);
             QList<QQuickItem *> found = QuickItems::all(window->contentItem(), name);
             found.removeIf([](QQuickItem *item) { return !item->isVisible(); });
             // In row order, top to bottom.
@@ -64,24 +69,29 @@ private:
             });
             return found;
         }
-        // Scrolls the settings so that the item is in the window.
-        void reveal(QQuickItem *target) const
+        // Scrolls the settings so that the item is in the window; false while the layout
+        // has not yet caught up with rows just added.
+        bool reveal(QQuickItem *target) const
         {
             auto *flickable = item(u"scroll"_s)->property("contentItem").value<QQuickItem *>();
             auto *content = flickable->property("contentItem").value<QQuickItem *>();
             const qreal y = target->mapToItem(content, QPointF()).y();
             const qreal last = flickable->property("contentHeight").toReal() - flickable->height();
             flickable->setProperty("contentY", std::clamp(y - 100, 0.0, std::max(0.0, last)));
+            if (!content->isAncestorOf(target))
+                return true;
+            const QPointF centre
+                = target->mapToItem(flickable, QPointF(target->width() / 2, target->height() / 2));
+            return centre.y() >= 0 && centre.y() < flickable->height();
         }
         void click(QQuickItem *item) const
         {
-            reveal(item);
+            QTRY_VERIFY(reveal(item));
             const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
             QTest::mouseClick(window.get(), Qt::LeftButton, {}, centre.toPoint());
         }
 
         StorageManager storage;
-        FakeRewriter rewriter;
         SettingsModel model;
         QQmlEngine engine;
         std::unique_ptr<QQuickWindow> window;
@@ -93,10 +103,11 @@ private:
             QTest::keyClick(window, *c);
     }
 
-    std::unique_ptr<View> makeView(const QStringList &samples)
+    std::unique_ptr<View> makeView(
+        const QStringList &samples, const QList<ModelProbe::Candidate> &localServers = {})
     {
-        auto view = std::make_unique<View>(
-            m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)), m_dir.filePath(u"autostart"_s));
+        auto view = std::make_unique<View>(m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)),
+            m_dir.filePath(u"autostart"_s), localServers);
         view->storage.setExamples(samples);
         view->load();
         return view;
@@ -189,6 +200,48 @@ private Q_SLOTS:
         QCOMPARE(view->storage.apiKey(), u"sk-1"_s);
         view->click(view->item(u"revealKey"_s));
         QCOMPARE(key->property("echoMode").toInt(), 0); // TextInput.Normal
+    }
+
+    // The language model is picked with the mouse from what this computer runs, tested
+    // without a rewrite, and the result line goes when a field changes.
+    void languageModel()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        FixtureReply models;
+        models.headers = { { "Content-Type", "application/json" } };
+        models.body = R"({"object":"list","data":[{"id":"phi-3.gguf"},{"id":"qwen2.5.gguf"}]})";
+        server.route("/v1/models", models);
+        auto view = makeView({}, { { server.port(), u"llama.cpp"_s } });
+        QVERIFY(view->item(u"apiKeyField"_s)->isVisible());
+
+        view->click(view->item(u"providerLocal"_s));
+        QCOMPARE(view->storage.provider(), StorageManager::Provider::LocalModel);
+        QVERIFY(!view->item(u"apiKeyField"_s)->isVisible());
+        QTRY_VERIFY(view->item(u"localModel1"_s) && view->item(u"localModel1"_s)->isVisible());
+        QCOMPARE(view->item(u"localModel1"_s)->property("text").toString(),
+            u"qwen2.5.gguf — llama.cpp (127.0.0.1:%1)"_s.arg(server.port()));
+        QVERIFY(!view->storage.serviceUsable());
+        view->click(view->item(u"localModel1"_s));
+        QCOMPARE(view->storage.model(), u"qwen2.5.gguf"_s);
+        QCOMPARE(view->storage.modelBase(), server.url("/v1").toString());
+        QVERIFY(view->storage.serviceUsable());
+
+        view->click(view->item(u"testConnection"_s));
+        QQuickItem *result = view->item(u"connectionMessage"_s);
+        QTRY_VERIFY(result->property("text").toString().startsWith(
+            u"Connected to 127.0.0.1:%1 — model qwen2.5.gguf ("_s.arg(server.port())));
+        for (const FixtureRequest &request : server.requests())
+            QCOMPARE(request.method, QByteArray("GET"));
+
+        view->click(view->item(u"providerService"_s));
+        QVERIFY(!result->isVisible());
+        QQuickItem *base = view->item(u"modelBaseField"_s);
+        QVERIFY(base->isVisible());
+        view->click(base);
+        QTest::keyClick(view->window.get(), Qt::Key_End);
+        type(view->window.get(), "x");
+        QCOMPARE(view->storage.modelBase(), server.url("/v1").toString() + u"x"_s);
     }
 
     void closing_data()
