@@ -63,7 +63,24 @@ QList<ObjectReference> readReferences(const QVariant &value)
 AtspiAccessibility::AtspiAccessibility(QObject *parent)
     : QObject(parent)
 {
-    connectBus();
+    // Asked once and waited for while the program starts, before any window is up, so
+    // that the launch knows at once whether to wait for the bus. Later questions are
+    // answered from what the last check in the background found.
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
+    const QDBusMessage address = QDBusConnection::sessionBus().call(request, QDBus::Block, 1000);
+    if (address.type() == QDBusMessage::ReplyMessage && !address.arguments().isEmpty())
+        attach(address.arguments().constFirst().toString());
+    else
+        qCDebug(lcAtspi) << "no accessibility bus:" << address.errorMessage();
+    m_trusted = isEnabled(QDBusConnection::sessionBus().call(statusRequest(), QDBus::Block, 1000));
+    if (!m_trusted && m_bus) {
+        const QDBusMessage apps = m_bus->call(
+            QDBusMessage::createMethodCall(registryService, rootPath, accessibleInterface, u"GetChildren"_s),
+            QDBus::Block, callTimeoutMs);
+        m_trusted = apps.type() == QDBusMessage::ReplyMessage
+            && !readReferences(apps.arguments().value(0)).isEmpty();
+    }
 }
 
 AtspiAccessibility::~AtspiAccessibility()
@@ -72,63 +89,96 @@ AtspiAccessibility::~AtspiAccessibility()
         QDBusConnection::disconnectFromBus(m_bus->name());
 }
 
-bool AtspiAccessibility::connectBus()
+void AtspiAccessibility::attach(const QString &address)
 {
-    if (m_bus && m_bus->isConnected())
-        return true;
-    QDBusMessage request = QDBusMessage::createMethodCall(
-        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(request, QDBus::Block, 1000);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
-        qCDebug(lcAtspi) << "no accessibility bus:" << reply.errorMessage();
-        return false;
-    }
-    const QString address = reply.arguments().constFirst().toString();
     QDBusConnection bus = QDBusConnection::connectToBus(address, u"tessary-a11y"_s);
     if (!bus.isConnected()) {
         qCDebug(lcAtspi) << "cannot connect to the accessibility bus:" << bus.lastError().message();
-        return false;
+        return;
     }
     m_bus = bus;
 
     // Applications only send focus events that somebody has registered for.
     bus.connect(QString(), QString(), u"org.a11y.atspi.Event.Object"_s, u"StateChanged"_s, this,
         SLOT(onStateChanged(QDBusMessage)));
-    QDBusMessage registration = QDBusMessage::createMethodCall(
-        registryService, u"/org/a11y/atspi/registry"_s, u"org.a11y.atspi.Registry"_s, u"RegisterEvent"_s);
-    registration << u"object:state-changed:focused"_s << QStringList() << QString();
-    if (bus.call(registration, QDBus::Block, callTimeoutMs).type() == QDBusMessage::ErrorMessage) {
-        // registries before 2.46 take the event name alone
-        registration.setArguments({ u"object:state-changed:focused"_s });
-        bus.call(registration, QDBus::Block, callTimeoutMs);
-    }
-    return true;
+    const Element registry { registryService, u"/org/a11y/atspi/registry"_s };
+    const QString interface = u"org.a11y.atspi.Registry"_s;
+    const QString event = u"object:state-changed:focused"_s;
+    call(registry, interface, u"RegisterEvent"_s, { event, QStringList(), QString() },
+        [this, registry, interface, event](const std::optional<QDBusMessage> &reply) {
+            // registries before 2.46 take the event name alone
+            if (!reply)
+                call(registry, interface, u"RegisterEvent"_s, { event }, [](const auto &) {});
+        });
+}
+
+QDBusMessage AtspiAccessibility::statusRequest()
+{
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    request << u"org.a11y.Status"_s << u"IsEnabled"_s;
+    return request;
+}
+
+bool AtspiAccessibility::isEnabled(const QDBusMessage &reply)
+{
+    return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty()
+        && reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
 }
 
 bool AtspiAccessibility::isTrusted(bool prompt)
 {
-    bool enabled = false;
-    if (connectBus()) {
-        QDBusMessage request = QDBusMessage::createMethodCall(
-            u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-        request << u"org.a11y.Status"_s << u"IsEnabled"_s;
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(request, QDBus::Block, 1000);
-        enabled = reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty()
-            && reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
-        // GTK applications join the bus even when the desktop's switch is off; if any
-        // did, reading and writing their text works.
-        if (!enabled) {
-            const QDBusMessage apps = m_bus->call(QDBusMessage::createMethodCall(registryService, rootPath,
-                                                      accessibleInterface, u"GetChildren"_s),
-                QDBus::Block, callTimeoutMs);
-            enabled = apps.type() == QDBusMessage::ReplyMessage
-                && !readReferences(apps.arguments().value(0)).isEmpty();
-        }
-    }
-    if (!enabled && prompt)
+    refreshTrust();
+    if (!m_trusted && prompt)
         qCWarning(lcAtspi) << "The accessibility bus is off: turn on assistive technologies in the desktop's "
                               "accessibility settings (see README), then restart the applications to use.";
-    return enabled;
+    return m_trusted;
+}
+
+void AtspiAccessibility::refreshTrust()
+{
+    if (m_checkingTrust)
+        return;
+    m_checkingTrust = true;
+    const auto finish = [this](bool trusted) {
+        m_trusted = trusted;
+        m_checkingTrust = false;
+    };
+    const auto askStatus = [this, finish] {
+        auto *watcher = new QDBusPendingCallWatcher(
+            QDBusConnection::sessionBus().asyncCall(statusRequest(), 1000), this);
+        connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, finish] {
+            watcher->deleteLater();
+            if (isEnabled(watcher->reply())) {
+                finish(true);
+                return;
+            }
+            // GTK applications join the bus even when the desktop's switch is off; if any
+            // did, reading and writing their text works.
+            call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
+                [finish](const std::optional<QDBusMessage> &apps) {
+                    finish(apps && !readReferences(apps->arguments().value(0)).isEmpty());
+                });
+        });
+    };
+    if (m_bus) {
+        askStatus();
+        return;
+    }
+    // The bus may have been started since: the user turned assistive technologies on.
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
+    auto *watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(request, 1000), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, askStatus, finish] {
+        watcher->deleteLater();
+        const QDBusMessage reply = watcher->reply();
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
+            finish(false);
+            return;
+        }
+        attach(reply.arguments().constFirst().toString());
+        askStatus();
+    });
 }
 
 void AtspiAccessibility::call(const Element &element, const QString &interface, const QString &method,

@@ -39,7 +39,10 @@ private:
     using Reply = std::function<void(const std::optional<QDBusMessage> &reply)>;
     struct Walk;
 
-    bool connectBus();
+    void attach(const QString &address);
+    void refreshTrust();
+    static QDBusMessage statusRequest();
+    static bool isEnabled(const QDBusMessage &reply);
     void call(const Element &element, const QString &interface, const QString &method,
         const QVariantList &arguments, Reply answer);
     void pidOf(const QString &busName, std::function<void(std::optional<quint32>)> answer);
@@ -53,6 +56,8 @@ private:
     void insertAt(const Element &element, int start, const QString &text, std::function<void(int)> done);
 
     std::optional<QDBusConnection> m_bus;
+    bool m_trusted = false;
+    bool m_checkingTrust = false;
     QHash<QString, quint32> m_pids;
     // The element each application last reported as focused; the most recent first.
     QHash<QString, QString> m_focusedPaths;

@@ -398,7 +398,9 @@ void TestTextAccessDesktop::shortcut()
         QVERIFY(editor->waitUntilActive());
         select(selectRange(int(paragraph.indexOf(sentence)), int(sentence.size())), sentence);
     }
-    setClipboard("the user's own clipboard");
+    // Text of its own, so that the wait for it also waits for its owner to take over.
+    const QByteArray userClipboard = "the user's own clipboard, " + QByteArray(QTest::currentDataTag());
+    setClipboard(userClipboard);
     const xcb_window_t owner = clipboardOwner();
 
     std::optional<Capture> captured;
@@ -416,7 +418,7 @@ void TestTextAccessDesktop::shortcut()
     QCOMPARE(captured->text.value_or(u"(nothing)"_s), expected);
     QCOMPARE(captured->target.method, method);
     QCOMPARE(clipboardOwner(), owner);
-    QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
+    QCOMPARE(clipboard(), userClipboard);
     if (xterm)
         QVERIFY2(xterm->jobRuns(), "the job in the terminal was interrupted");
 }
