@@ -55,21 +55,26 @@ private Q_SLOTS:
     void credentialReachesTheService_data()
     {
         QTest::addColumn<QByteArray>("fileKey"); // api_key in the settings file from an older start
+        QTest::addColumn<QString>("keyringBefore");
         QTest::addColumn<QByteArray>("serverToken"); // the local tessary-server's token file
         QTest::addColumn<QByteArray>("sent"); // the bearer the service gets
         QTest::addColumn<QString>("inKeyring");
 
         QTest::newRow("key from an older start moves into the keyring")
-            << QByteArray("sk-e2e-older-start-7a1c9f03") << QByteArray()
+            << QByteArray("sk-e2e-older-start-7a1c9f03") << QString() << QByteArray()
             << QByteArray("sk-e2e-older-start-7a1c9f03") << u"sk-e2e-older-start-7a1c9f03"_s;
         QTest::newRow("the local server pairs by its token file")
-            << QByteArray() << QByteArray("tok-e2e-paired-55b2e0d4\n")
+            << QByteArray() << QString() << QByteArray("tok-e2e-paired-55b2e0d4\n")
             << QByteArray("tok-e2e-paired-55b2e0d4") << QString();
+        QTest::newRow("key only in the keyring")
+            << QByteArray() << u"sk-e2e-keyring-only-3f9a1c"_s << QByteArray()
+            << QByteArray("sk-e2e-keyring-only-3f9a1c") << u"sk-e2e-keyring-only-3f9a1c"_s;
     }
 
     void credentialReachesTheService()
     {
         QFETCH(QByteArray, fileKey);
+        QFETCH(QString, keyringBefore);
         QFETCH(QByteArray, serverToken);
         QFETCH(QByteArray, sent);
         QFETCH(QString, inKeyring);
@@ -94,6 +99,15 @@ private Q_SLOTS:
         QProcess::execute(
             u"secret-tool"_s, { u"clear"_s, u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s });
         QCOMPARE(keyringEntry(u"api_key"_s), QString());
+        if (!keyringBefore.isEmpty()) {
+            QProcess store;
+            store.start(u"secret-tool"_s,
+                { u"store"_s, u"--label=Tessary"_s, u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s,
+                    u"type"_s, u"plaintext"_s });
+            store.write(keyringBefore.toUtf8());
+            store.closeWriteChannel();
+            QVERIFY(store.waitForFinished(10000) && store.exitCode() == 0);
+        }
 
         QByteArray log; // outlives the process, which may still write while it is destroyed
         QProcess tessary;
@@ -123,6 +137,9 @@ private Q_SLOTS:
             << u"hello there"_s));
         QTRY_VERIFY_WITH_TIMEOUT(!service.requests().isEmpty(), 10000);
         QCOMPARE(service.requests().constLast().header("authorization"), "Bearer " + sent);
+        // The service was usable from the start, though the keyring answered after it:
+        // the welcome window never opened.
+        QCOMPARE(QProcess::execute(u"xdotool"_s, { u"search"_s, u"--name"_s, u"Welcome to Tessary"_s }), 1);
 
         tessary.terminate();
         QVERIFY(tessary.waitForFinished(5000));
