@@ -24,8 +24,6 @@ constexpr quint64 Shift = 0x20000;
 constexpr quint64 Control = 0x40000;
 constexpr quint64 Alt = 0x80000;
 constexpr quint64 Super = 0x100000; // copy and paste are synthesized as Ctrl on Linux
-constexpr quint64 Option = Alt;
-constexpr quint64 Command = Super;
 } // namespace Keys
 
 // Error codes of accessibility calls; 0 is success, as the log lines print them.

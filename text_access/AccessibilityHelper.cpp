@@ -170,7 +170,7 @@ void AccessibilityHelper::selectedTextViaClipboard(const std::optional<RunningAp
     // own time are then refused. The copy shows itself by raising the change count, even
     // when it holds the same text as before.
     QPointer<AccessibilityHelper> self(this);
-    m_keySynth.post(Keys::C, Keys::Command, [self] {
+    m_keySynth.post(Keys::C, Keys::Super, [self] {
         if (self)
             QTimer::singleShot(self->m_timings.pollPause, self,
                 [self] { self->pollClipboard(self->m_timings.clipboardPolls); });
@@ -374,7 +374,7 @@ void AccessibilityHelper::paste(int generation, const RunningApplication &target
             }
             logStep(u"Sending ⌘V"_s);
             QPointer<AccessibilityHelper> self(this);
-            m_keySynth.post(Keys::V, Keys::Command, [self, generation] {
+            m_keySynth.post(Keys::V, Keys::Super, [self, generation] {
                 if (!self)
                     return;
                 logStep(u"⌘V sent"_s);

@@ -99,7 +99,7 @@ void PortalGlobalShortcuts::activated(const QDBusMessage &message)
         return;
     if (arguments.at(0).value<QDBusObjectPath>().path() != m_sessionHandle)
         return;
-    m_handler(Keys::H, Keys::Control | Keys::Option);
+    m_handler(Keys::H, Keys::Control | Keys::Alt);
 }
 
 void PortalGlobalShortcuts::stop()

@@ -74,9 +74,9 @@ std::pair<int, quint64> X11KeyboardGrab::translate(
     if (state & controlMask)
         flags |= Keys::Control;
     if (bits.alt && (state & bits.alt))
-        flags |= Keys::Option;
+        flags |= Keys::Alt;
     if (bits.super && (state & bits.super))
-        flags |= Keys::Command;
+        flags |= Keys::Super;
     return { keycode == hKeycode ? Keys::H : -1, flags };
 }
 

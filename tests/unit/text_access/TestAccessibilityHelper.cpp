@@ -23,8 +23,8 @@ Q_DECLARE_METATYPE(std::optional<RunningApplication>)
 
 namespace {
 
-const Key copyKey { Keys::C, Keys::Command };
-const Key pasteKey { Keys::V, Keys::Command };
+const Key copyKey { Keys::C, Keys::Super };
+const Key pasteKey { Keys::V, Keys::Super };
 
 const Formats richUserClipboard { { u"text/plain"_s, "user text" }, { u"text/html"_s, "<b>user</b> text" },
     { u"image/png"_s, QByteArray("\x89PNG\r\n\x1a\n", 8) } };
