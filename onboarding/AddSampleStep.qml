@@ -85,7 +85,7 @@ FocusScope {
                         if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter)
                                 && (event.modifiers & Qt.ControlModifier)) {
                             if (page.model.canFinish)
-                                page.model.finish();
+                                page.model.advance();
                             event.accepted = true;
                         }
                     }
@@ -111,7 +111,20 @@ FocusScope {
                 color: Theme.secondary
             }
             Text {
-                text: qsTr("You can add more samples anytime in Settings.")
+                objectName: "storedSamples"
+                Layout.fillWidth: true
+                // Samples from an earlier start stay; this one joins them.
+                text: {
+                    const stored = page.model.storedSamples;
+                    if (stored.length === 0)
+                        return qsTr("You can add more samples anytime in Settings.");
+                    const first = stored[0].replace(/\s+/g, " ").trim();
+                    return stored.length === 1
+                        ? qsTr("1 sample stored already (“%1”); this one is added to it.").arg(first)
+                        : qsTr("%1 samples stored already (“%2”, …); this one is added to them.")
+                              .arg(stored.length).arg(first);
+                }
+                elide: Text.ElideMiddle
                 font.pixelSize: 11
                 color: Theme.secondary
             }
@@ -125,7 +138,7 @@ FocusScope {
                 objectName: "skip"
                 text: qsTr("Skip for now")
                 Accessible.name: text
-                onClicked: page.model.finish()
+                onClicked: page.model.advance()
                 contentItem: Text {
                     text: skip.text
                     font.pixelSize: 12
@@ -137,10 +150,12 @@ FocusScope {
             Item { Layout.fillWidth: true }
             PrimaryButton {
                 objectName: "finishSetup"
-                text: qsTr("Finish setup")
-                iconSource: "qrc:/qt/qml/Tessary/Ui/icons/checkmark.svg"
+                // The choice of a model follows unless one is usable already.
+                text: page.model.serviceUsable ? qsTr("Finish setup") : qsTr("Continue")
+                iconSource: page.model.serviceUsable ? "qrc:/qt/qml/Tessary/Ui/icons/checkmark.svg"
+                                                     : Qt.resolvedUrl("icons/arrow-right.svg")
                 disabled: !page.model.canFinish
-                onActivated: page.model.finish()
+                onActivated: page.model.advance()
             }
         }
     }

@@ -86,8 +86,8 @@ Item {
         Text {
             objectName: "apiKeyHint"
             Layout.alignment: Qt.AlignHCenter
-            visible: page.model.needsApiKey
-            text: qsTr("One more step: add your API key in Settings.")
+            visible: !page.model.serviceUsable
+            text: qsTr("One more step: pick a language model in Settings.")
             font.pixelSize: 13
             font.weight: Font.Medium
             color: Theme.purple

@@ -8,11 +8,19 @@ using namespace Qt::StringLiterals;
 
 OnboardingModel::OnboardingModel(
     StorageManager &storage, std::chrono::milliseconds completionDelay, QObject *parent)
+    : OnboardingModel(storage, completionDelay, ModelProbe::candidatesFromEnvironment(), parent)
+{
+}
+
+OnboardingModel::OnboardingModel(StorageManager &storage, std::chrono::milliseconds completionDelay,
+    QList<ModelProbe::Candidate> localServers, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_completionDelay(completionDelay)
+    , m_chooser(storage, std::move(localServers))
 {
-    connect(&m_storage, &StorageManager::apiKeyChanged, this, &OnboardingModel::needsApiKeyChanged);
+    connect(&m_storage, &StorageManager::serviceUsableChanged, this, &OnboardingModel::serviceUsableChanged);
+    connect(&m_storage, &StorageManager::examplesChanged, this, &OnboardingModel::storedSamplesChanged);
 }
 
 void OnboardingModel::setSampleText(const QString &text)
@@ -37,7 +45,24 @@ bool OnboardingModel::isBlank(const QString &text)
 
 void OnboardingModel::advance()
 {
-    setStep(Step(std::min(int(m_step), countedSteps() - 1) + 1));
+    switch (m_step) {
+    case Step::Welcome:
+        setStep(Step::AddSample);
+        break;
+    case Step::AddSample:
+        if (serviceUsable()) {
+            finish();
+            return;
+        }
+        setStep(Step::ChooseModel);
+        m_chooser.searchLocal();
+        break;
+    case Step::ChooseModel:
+        finish();
+        break;
+    case Step::Done:
+        break;
+    }
 }
 
 void OnboardingModel::finish()
@@ -45,7 +70,7 @@ void OnboardingModel::finish()
     if (m_step == Step::Done)
         return;
     if (!isBlank(m_sampleText))
-        m_storage.setExamples({ m_sampleText });
+        m_storage.setExamples(m_storage.examples() << m_sampleText);
     setStep(Step::Done);
     QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed);
 }

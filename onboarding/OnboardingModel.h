@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ModelChooser.h"
 #include "StorageManager.h"
 
 #include <QObject>
@@ -8,9 +9,10 @@
 
 #include <chrono>
 
-// The state of the first-run flow: which page shows, the sample being typed, and what
-// finishing stores. The flow only goes forward; completed() tells the controller, a
-// moment after the last page has appeared, that the window may close.
+// The state of the first-run flow: which page shows, the sample being typed, the
+// language model picked, and what finishing stores. The flow only goes forward;
+// completed() tells the controller, a moment after the last page has appeared, that
+// the window may close. Samples stored before are kept: a new one is added to them.
 class OnboardingModel : public QObject
 {
     Q_OBJECT
@@ -20,41 +22,52 @@ class OnboardingModel : public QObject
     Q_PROPERTY(Step currentStep READ currentStep NOTIFY currentStepChanged)
     Q_PROPERTY(QString sampleText READ sampleText WRITE setSampleText NOTIFY sampleTextChanged)
     Q_PROPERTY(bool canFinish READ canFinish NOTIFY sampleTextChanged)
+    Q_PROPERTY(QStringList storedSamples READ storedSamples NOTIFY storedSamplesChanged)
     Q_PROPERTY(int countedSteps READ countedSteps CONSTANT)
     Q_PROPERTY(QString stepCounter READ stepCounter NOTIFY currentStepChanged)
-    Q_PROPERTY(bool needsApiKey READ needsApiKey NOTIFY needsApiKeyChanged)
+    // Whether the chosen language model can be used; the last page says so when not.
+    Q_PROPERTY(bool serviceUsable READ serviceUsable NOTIFY serviceUsableChanged)
+    Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
 
 public:
-    enum class Step { Welcome = 0, AddSample = 1, Done = 2 };
+    enum class Step { Welcome = 0, AddSample = 1, ChooseModel = 2, Done = 3 };
     Q_ENUM(Step)
 
     // How long the closing page shows before completed(), unless the caller says otherwise.
     static constexpr std::chrono::milliseconds defaultCompletionDelay { 1600 };
 
+    // Looks for model servers where TESSARY_LOCAL_MODEL_PORTS says, or on the known ports.
     explicit OnboardingModel(StorageManager &storage,
         std::chrono::milliseconds completionDelay = defaultCompletionDelay, QObject *parent = nullptr);
+    OnboardingModel(StorageManager &storage, std::chrono::milliseconds completionDelay,
+        QList<ModelProbe::Candidate> localServers, QObject *parent = nullptr);
 
     Step currentStep() const { return m_step; }
     QString sampleText() const { return m_sampleText; }
     void setSampleText(const QString &text);
     bool canFinish() const { return !isBlank(m_sampleText); }
+    QStringList storedSamples() const { return m_storage.examples(); }
     // Every step but the closing one.
     int countedSteps() const { return int(Step::Done); }
     QString stepCounter() const;
-    bool needsApiKey() const { return m_storage.apiKey().isEmpty(); }
+    bool serviceUsable() const { return m_storage.serviceUsable(); }
+    ModelChooser *chooser() { return &m_chooser; }
 
     // Blanks are spaces of any width and tabs; a text of line breaks is not blank.
     static bool isBlank(const QString &text);
 
+    // To the next page; from the sample page, to the choice of a language model, or
+    // straight to the end when the chosen one is usable already.
     Q_INVOKABLE void advance();
-    // Stores a non-blank sample as the only one, shows the closing page and schedules
+    // Adds a non-blank sample to those stored, shows the closing page and schedules
     // completed(). A second press while the closing page shows is ignored.
     Q_INVOKABLE void finish();
 
 Q_SIGNALS:
     void currentStepChanged();
     void sampleTextChanged();
-    void needsApiKeyChanged();
+    void storedSamplesChanged();
+    void serviceUsableChanged();
     void completed();
 
 private:
@@ -62,6 +75,7 @@ private:
 
     StorageManager &m_storage;
     std::chrono::milliseconds m_completionDelay;
+    ModelChooser m_chooser;
     Step m_step = Step::Welcome;
     QString m_sampleText;
 };

@@ -5,7 +5,7 @@ import QtQuick.Layouts
 import Tessary.Ui
 import Tessary.Onboarding
 
-// The first-run window: welcome, a first writing sample, done.
+// The first-run window: welcome, a first writing sample, the language model, done.
 Window {
     id: root
     required property OnboardingModel model
@@ -120,6 +120,10 @@ Window {
         AddSampleStep { model: root.model }
     }
     Component {
+        id: chooseModel
+        ChooseModelStep { model: root.model }
+    }
+    Component {
         id: done
         DoneStep { model: root.model }
     }
@@ -127,7 +131,9 @@ Window {
     Connections {
         target: root.model
         function onCurrentStepChanged() {
-            pages.show(root.model.currentStep === OnboardingModel.AddSample ? addSample : done);
+            const step = root.model.currentStep;
+            pages.show(step === OnboardingModel.AddSample ? addSample
+                     : step === OnboardingModel.ChooseModel ? chooseModel : done);
         }
     }
 }

@@ -1,4 +1,5 @@
-// Faults: a blank or trimmed sample stored, a second completion, no wait before it, a stale API-key hint.
+// Faults: a blank or trimmed sample stored, stored samples replaced, a second completion, no wait
+// before it, a model step shown when a usable service is chosen already, a stale hint.
 #include "OnboardingModel.h"
 #include "StorageManager.h"
 
@@ -21,7 +22,7 @@ private:
 
 private Q_SLOTS:
     // What finishing stores, whichever button finished: only a non-blank text, exactly
-    // as typed, as the one and only sample.
+    // as typed, added to the samples stored before (never replacing them).
     void finish_data()
     {
         QTest::addColumn<QString>("text");
@@ -29,13 +30,16 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("stored");
 
         const QStringList before { u"old one"_s, u"old two"_s };
-        QTest::newRow("plain") << u"Hello there"_s << true << QStringList { u"Hello there"_s };
-        QTest::newRow("blanks around are kept") << u"  hi\t "_s << true << QStringList { u"  hi\t "_s };
+        QTest::newRow("plain") << u"Hello there"_s << true << before + QStringList { u"Hello there"_s };
+        QTest::newRow("blanks around are kept")
+            << u"  hi\t "_s << true << before + QStringList { u"  hi\t "_s };
         QTest::newRow("empty") << QString() << false << before;
         QTest::newRow("spaces and tabs") << u" \t  \t"_s << false << before;
         QTest::newRow("no-break and ideographic spaces") << u"\u00a0\u3000\u2003 "_s << false << before;
-        QTest::newRow("line breaks are not blanks") << u"\n\n"_s << true << QStringList { u"\n\n"_s };
-        QTest::newRow("line break among blanks") << u" \t\r\n "_s << true << QStringList { u" \t\r\n "_s };
+        QTest::newRow("line breaks are not blanks")
+            << u"\n\n"_s << true << before + QStringList { u"\n\n"_s };
+        QTest::newRow("line break among blanks")
+            << u" \t\r\n "_s << true << before + QStringList { u" \t\r\n "_s };
     }
     void finish()
     {
@@ -70,7 +74,7 @@ private Q_SLOTS:
         model.finish();
         model.setSampleText(u"second"_s);
         model.finish();
-        QCOMPARE(model.stepCounter(), u"2 of 2"_s);
+        QCOMPARE(model.stepCounter(), u"3 of 3"_s);
         QCOMPARE(completed.size(), 0);
         QVERIFY(completed.wait());
         // Coarse timers may fire up to 5% early.
@@ -87,15 +91,38 @@ private Q_SLOTS:
         QCOMPARE(model.currentStep(), OnboardingModel::Step::Done);
     }
 
-    void needsApiKey()
+    // The model page comes after the sample only while no usable service is chosen;
+    // finishing without one leaves the hint for the last page.
+    void steps_data()
     {
-        StorageManager storage(newPath(), QString());
-        OnboardingModel model(storage);
-        QSignalSpy changed(&model, &OnboardingModel::needsApiKeyChanged);
-        QVERIFY(model.needsApiKey());
-        storage.setApiKey(u"k"_s);
-        QVERIFY(!model.needsApiKey());
-        QCOMPARE(changed.size(), 1);
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QList<OnboardingModel::Step>>("steps");
+        using Step = OnboardingModel::Step;
+        QTest::newRow("nothing chosen: the model page")
+            << QString() << QList<Step> { Step::Welcome, Step::AddSample, Step::ChooseModel, Step::Done };
+        QTest::newRow("a key stored: straight to the end")
+            << u"k"_s << QList<Step> { Step::Welcome, Step::AddSample, Step::Done };
+    }
+    void steps()
+    {
+        QFETCH(QString, key);
+        QFETCH(QList<OnboardingModel::Step>, steps);
+        StorageManager storage(newPath(), u"http://127.0.0.1:1/api/v1"_s);
+        storage.setApiKey(key);
+        OnboardingModel model(storage, std::chrono::milliseconds(10), {});
+        QSignalSpy usable(&model, &OnboardingModel::serviceUsableChanged);
+        QList<OnboardingModel::Step> seen { model.currentStep() };
+        while (model.currentStep() != OnboardingModel::Step::Done) {
+            model.advance();
+            seen.append(model.currentStep());
+        }
+        QCOMPARE(seen, steps);
+        QCOMPARE(model.serviceUsable(), !key.isEmpty());
+        storage.setModelBase(u"http://127.0.0.1:11434/v1"_s);
+        storage.setModel(u"llama3.1"_s);
+        storage.setProvider(StorageManager::Provider::LocalModel);
+        QVERIFY(model.serviceUsable());
+        QVERIFY(!usable.isEmpty());
     }
 };
 

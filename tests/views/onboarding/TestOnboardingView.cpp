@@ -1,8 +1,11 @@
-// Faults: onboarding deaf to mouse or keys, Finish usable while blank, a wrong hover colour, no key hint.
+// Faults: onboarding deaf to mouse or keys, Finish usable while blank, no model offered or
+// picked, a wrong hover colour, no hint when the service is not usable.
+#include "FixtureServer.h"
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "StorageManager.h"
 
+#include <QFile>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -25,6 +28,7 @@ class TestOnboardingView : public QObject
 
 private:
     QTemporaryDir m_dir;
+    FixtureServer m_modelServer; // a local model server, as llama.cpp's would answer
     std::unique_ptr<StorageManager> m_storage;
     std::unique_ptr<OnboardingModel> m_model;
     QQmlEngine m_engine;
@@ -60,11 +64,21 @@ private:
     }
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_modelServer.listen());
+        FixtureReply models;
+        models.headers = { { "Content-Type", "application/json" } };
+        models.body = R"({"object":"list","data":[{"id":"phi-3.gguf"},{"id":"qwen2.5.gguf"}]})";
+        m_modelServer.route("/v1/models", models);
+    }
     void init()
     {
+        QFile::remove(m_dir.filePath(u"Tessary.conf"_s));
         m_storage = std::make_unique<StorageManager>(m_dir.filePath(u"Tessary.conf"_s), QString());
         m_storage->setExamples({});
-        m_model = std::make_unique<OnboardingModel>(*m_storage, std::chrono::milliseconds(50));
+        m_model = std::make_unique<OnboardingModel>(*m_storage, std::chrono::milliseconds(50),
+            QList<ModelProbe::Candidate> { { m_modelServer.port(), u"llama.cpp"_s } });
         m_engine.addImportPath(u"qrc:/qt/qml"_s);
         QQmlComponent component(&m_engine, QUrl(u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s));
         m_window.reset(qobject_cast<QQuickWindow *>(
@@ -90,11 +104,11 @@ private Q_SLOTS:
     {
         QFETCH(QString, button);
         QCOMPARE(m_window->size(), QSize(640, 480));
-        QCOMPARE(item(u"stepCounter"_s)->property("text").toString(), u"1 of 2"_s);
+        QCOMPARE(item(u"stepCounter"_s)->property("text").toString(), u"1 of 3"_s);
 
         QVERIFY(click(u"getStartedButton"_s));
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
-        QTRY_COMPARE(item(u"stepCounter"_s)->property("text").toString(), u"2 of 2"_s);
+        QTRY_COMPARE(item(u"stepCounter"_s)->property("text").toString(), u"2 of 3"_s);
 
         // Blank text: Finish setup does not react.
         QTRY_VERIFY(item(u"sampleEditor"_s) && item(u"finishSetupButton"_s)->opacity() > 0.99);
@@ -110,14 +124,23 @@ private Q_SLOTS:
         QCOMPARE(m_model->sampleText(), u" \tHi"_s);
         QVERIFY(item(u"finishSetupButton"_s)->isEnabled());
 
-        QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
         QVERIFY(click(button));
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::ChooseModel);
+        QTRY_COMPARE(item(u"stepCounter"_s)->property("text").toString(), u"3 of 3"_s);
+
+        // The models of the server on this computer are offered; a click picks one.
+        QVERIFY(click(u"localModel1"_s));
+        QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
+        QCOMPARE(m_storage->provider(), StorageManager::Provider::LocalModel);
+        QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
+        QVERIFY(click(u"finishModelButton"_s));
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
         QCOMPARE(m_storage->examples(), QStringList { u" \tHi"_s });
         QVERIFY(completed.wait(5000));
     }
 
-    // Without a mouse: Return on the welcome page, the sample typed at once, Ctrl+Return.
+    // Without a mouse: Return on the welcome page, the sample typed at once, Ctrl+Return,
+    // a model picked with the arrow keys, Return.
     void keyboardOnly()
     {
         m_window->requestActivate();
@@ -132,8 +155,16 @@ private Q_SLOTS:
         for (const char c : QByteArray("Hi"))
             QTest::keyClick(m_window.get(), c);
         QTest::keyClick(m_window.get(), Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::ChooseModel);
+
+        QTRY_VERIFY(item(u"localModels"_s) && item(u"localModels"_s)->hasActiveFocus());
+        QTRY_COMPARE(m_storage->model(), u"phi-3.gguf"_s); // the first, until another is picked
+        QTest::keyClick(m_window.get(), Qt::Key_Down);
+        QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
+        QTest::keyClick(m_window.get(), Qt::Key_Return);
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
         QCOMPARE(m_storage->examples(), QStringList { u"Hi"_s });
+        QCOMPARE(m_storage->modelBase(), m_modelServer.url("/v1").toString());
     }
 
     // The pointer rests on "Finish setup" while it is disabled: it stays the faint
