@@ -195,6 +195,7 @@ private Q_SLOTS:
     void replaceAfterTheEditorHasGone();
     void oneInstanceAndTheCommandLineTrigger();
     void textHandedOverTheBus();
+    void terminalSelection();
 
 private:
     void startProgram();
@@ -433,6 +434,26 @@ void TestPopupDesktop::textHandedOverTheBus()
         logged(
             u"🔧 [Service] Got text from service: Grüße 👋🏽 aus der Werkstatt. Grüße 👋🏽 aus der Werksta..."_s),
         qPrintable(m_log));
+}
+
+void TestPopupDesktop::terminalSelection()
+{
+    // A stock xterm passes Ctrl+C to its job as an interrupt: the popup gets the
+    // selection from PRIMARY, and the job still runs once the rewrite is shown.
+    Terminal terminal(u"copyme"_s);
+    QVERIFY(terminal.waitUntilActive());
+    QVERIFY(terminal.waitUntilReady());
+    startProgram();
+    QVERIFY(terminal.waitUntilActive());
+    run(u"xdotool"_s,
+        { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
+            u"--repeat"_s, u"2"_s, u"1"_s });
+    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
+    trigger();
+    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
+    QVERIFY2(rewrites().first().body.contains("copyme"), rewrites().first().body.constData());
+    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+    QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
 }
 
 QTEST_MAIN(TestPopupDesktop)
