@@ -11,6 +11,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -67,6 +68,12 @@ QString readString(const QSettings &settings, const QString &key)
     return value.typeId() == QMetaType::QString ? value.toString() : QString();
 }
 
+// A key, telling an entry that holds the empty string (a cleared key) from none.
+std::optional<QString> readKey(const QSettings &settings, const QString &key)
+{
+    return settings.contains(key) ? std::optional(readString(settings, key)) : std::nullopt;
+}
+
 bool readBool(const QSettings &settings, const QString &key)
 {
     const QVariant value = settings.value(key);
@@ -117,14 +124,14 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
     , m_serverTokenPath(serverTokenPath)
     , m_examples(readStringList(m_defaults, examplesKey))
     , m_apiBase(defaultApiBase) // a stored api_base is deliberately not read
-    , m_apiKey(apiKeyKey, readString(m_defaults, apiKeyKey), keys,
+    , m_apiKey(apiKeyKey, readKey(m_defaults, apiKeyKey), keys,
           [this](const QVariant &value) { store(apiKeyKey, value); })
     , m_lastVersionCheck(readDateTime(m_defaults, lastVersionCheckKey))
     , m_updateCheckEnabled(readBool(m_defaults, updateCheckEnabledKey))
     , m_skippedUpdateVersion(readString(m_defaults, skippedUpdateVersionKey))
     , m_provider(Provider(std::max(qsizetype(0), providerNames.indexOf(readString(m_defaults, providerKey)))))
     , m_modelBase(readString(m_defaults, modelBaseKey))
-    , m_modelKey(modelKeyKey, readString(m_defaults, modelKeyKey), keys,
+    , m_modelKey(modelKeyKey, readKey(m_defaults, modelKeyKey), keys,
           [this](const QVariant &value) { store(modelKeyKey, value); })
     , m_model(readString(m_defaults, modelNameKey))
 {

@@ -8,14 +8,14 @@
 
 Q_LOGGING_CATEGORY(lcSecret, "tessary.storage.secret")
 
-StoredSecret::StoredSecret(
-    const QString &name, const QString &fileValue, KeyStore *keys, FileWriter writeFile, QObject *parent)
+StoredSecret::StoredSecret(const QString &name, const std::optional<QString> &fileValue, KeyStore *keys,
+    FileWriter writeFile, QObject *parent)
     : QObject(parent)
     , m_name(name)
     , m_keys(keys)
     , m_writeFile(std::move(writeFile))
-    , m_value(fileValue)
-    , m_inFile(!fileValue.isEmpty())
+    , m_value(fileValue.value_or(QString()))
+    , m_inFile(fileValue.has_value())
 {
     if (!m_keys) {
         m_place = Place::File;
@@ -119,8 +119,8 @@ bool StoredSecret::saved() const
 
 void StoredSecret::keepUnconfirmedInFile()
 {
-    if (!saved() && !m_value.isEmpty())
-        writeFile(m_value);
+    if (!saved())
+        writeFile(m_value); // an empty one too: the key was cleared
 }
 
 void StoredSecret::writeFile(const QVariant &value)

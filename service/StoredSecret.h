@@ -20,10 +20,12 @@ public:
     // Stores a value under the secret's name in the settings file; an invalid one removes it.
     using FileWriter = std::function<void(const QVariant &value)>;
 
-    // `fileValue` is what the settings file holds now. Without `keys`, the file is the
-    // only place and the secret is loaded at once; otherwise the keyring is asked.
-    StoredSecret(const QString &name, const QString &fileValue, KeyStore *keys, FileWriter writeFile,
-        QObject *parent = nullptr);
+    // `fileValue` is what the settings file holds now, if anything: an entry there (even
+    // an empty one, a cleared key) was written after anything in the keyring. Without
+    // `keys`, the file is the only place and the secret is loaded at once; otherwise the
+    // keyring is asked.
+    StoredSecret(const QString &name, const std::optional<QString> &fileValue, KeyStore *keys,
+        FileWriter writeFile, QObject *parent = nullptr);
 
     QString value() const { return m_value; }
     void assign(const QString &value);

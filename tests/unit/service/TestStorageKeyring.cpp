@@ -136,26 +136,38 @@ private Q_SLOTS:
     void withKeyring_data();
     void withKeyring() { placement(true); }
 
-    // The program ends before the keyring confirmed the key: it is not lost, and the
-    // next start moves it into the keyring.
-    void keyAssignedJustBeforeTheEndIsKept()
+    // The program ends before the keyring confirmed the change: it is not lost, and the
+    // next start makes it in the keyring.
+    void changeJustBeforeTheEndIsKept_data()
     {
+        QTest::addColumn<QString>("keyringBefore");
+        QTest::addColumn<QString>("typed");
+        QTest::newRow("key typed") << QString() << u"sk-at-the-end-0123456789"_s;
+        QTest::newRow("key cleared") << u"sk-cleared-at-the-end-0123"_s << QString();
+    }
+
+    void changeJustBeforeTheEndIsKept()
+    {
+        QFETCH(QString, keyringBefore);
+        QFETCH(QString, typed);
         startKeyring();
-        KeyStore keys(u"TessaryTest-end"_s);
+        KeyStore keys(u"TessaryTest-end-%1"_s.arg(m_stores));
+        if (!keyringBefore.isEmpty())
+            keyringWrite(keys, u"api_key"_s, keyringBefore);
         const QString path = newPath();
         {
             StorageManager storage(path, QString(), &keys, QString());
             waitLoaded(storage);
-            storage.setApiKey(u"sk-at-the-end-0123456789"_s);
+            storage.setApiKey(typed);
         }
-        QVERIFY(contents(path).contains("api_key=sk-at-the-end-0123456789"));
+        QVERIFY(contents(path).contains("api_key=" + typed.toUtf8() + '\n'));
 
         {
             StorageManager next(path, QString(), &keys, QString());
             waitLoaded(next);
-            QCOMPARE(next.apiKey(), u"sk-at-the-end-0123456789"_s);
+            QCOMPARE(next.apiKey(), typed);
             QTRY_VERIFY(next.keysSaved());
-            QCOMPARE(lookup(keys.service(), u"api_key"_s), u"sk-at-the-end-0123456789"_s);
+            QCOMPARE(lookup(keys.service(), u"api_key"_s), typed);
         }
         QVERIFY(!contents(path).contains("api_key"));
     }
