@@ -120,8 +120,7 @@ private Q_SLOTS:
             QTRY_VERIFY(settings->activeFocusItem());
             QCOMPARE(settings->activeFocusItem()->objectName(), u"apiKeyField"_s);
             // Still there after the moment a closing window would have hidden it.
-            QTest::qWait(300);
-            QVERIFY(settings->isVisible());
+            QVERIFY(!QTest::qWaitFor([&] { return !settings->isVisible(); }, 300));
         } else {
             QVERIFY(!windows.settingsWindow());
             QCOMPARE(windows.presence().policy(), Presence::Policy::Accessory);
