@@ -277,6 +277,11 @@ void AtspiAccessibility::checkRemembered(
     const Element remembered { candidate.service, m_focusedPaths.value(candidate.service) };
     pidOf(remembered.service,
         [this, app, services, remembered, done = std::move(done)](std::optional<quint32> pid) mutable {
+            if (!pid) {
+                // The application has left the bus: forget it.
+                m_focusedPaths.remove(remembered.service);
+                m_focusOrder.removeAll(remembered.service);
+            }
             if (pid != quint32(app.pid)) {
                 checkRemembered(app, services, std::move(done));
                 return;
