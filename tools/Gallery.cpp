@@ -116,8 +116,7 @@ int main(int argc, char *argv[])
         QQmlEngine engine;
         engine.addImportPath(u"qrc:/qt/qml"_s);
 
-        SettingsModel settings(
-            storage, home.filePath(u"autostart"_s), [](const QUrl &) { return true; }, {});
+        SettingsModel settings(storage, home.filePath(u"autostart"_s), [](const QUrl &) { return true; }, {});
         settings.setUpdateState(false, true,
             SettingsModel::Release { u"1.4.0"_s,
                 u"Faster rewrites, a warmer tone and fixes for pasting into terminals."_s,
