@@ -7,6 +7,7 @@
 #include "HumanizeService.h"
 #include "KeyStore.h"
 #include "MakePlatform.h"
+#include "QuitOnSignal.h"
 #include "RewriteSessions.h"
 #include "SceneGraph.h"
 #include "Shortcut.h"
@@ -29,6 +30,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(QStringLiteral("Tessary"));
     QApplication::setApplicationVersion(BuildInfo::version());
     QApplication::setQuitOnLastWindowClosed(false); // lives in the tray
+    QuitOnSignal quitOnSignal;
 
     // One instance per session: a second start leaves the running one in charge.
     DBusService dbus;

@@ -141,8 +141,11 @@ private Q_SLOTS:
         // the welcome window never opened.
         QCOMPARE(QProcess::execute(u"xdotool"_s, { u"search"_s, u"--name"_s, u"Welcome to Tessary"_s }), 1);
 
+        // The end of the session quits as the menu does.
         tessary.terminate();
         QVERIFY(tessary.waitForFinished(5000));
+        QCOMPARE(tessary.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(tessary.exitCode(), 0);
         log += tessary.readAll();
         QVERIFY2(!log.contains(sent), log.constData());
     }
