@@ -2,6 +2,7 @@
 
 #include "AccessibilityHelper.h"
 #include "Log.h"
+#include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
 #include "RewriteSession.h"
@@ -80,8 +81,7 @@ void RewriteSessions::humanizeSelectedText(const QString &text)
     }
     if (text.size() > maxTextLength) {
         Log::write(u"❌"_s, u"Service"_s, u"Text too long: %1 characters"_s.arg(text.size()));
-        showPopup({});
-        m_session->refuse(tooLongMessage(text.size()));
+        showPopup({ text, {} });
         return;
     }
     Log::write(u"🔧"_s, u"Service"_s, u"Got text from service: "_s + firstCharacters(text, 50) + u"..."_s);
@@ -98,8 +98,9 @@ void RewriteSessions::showPopup(const Capture &capture)
 {
     const bool tooLong = capture.text && capture.text->size() > maxTextLength;
     Capture shown = capture;
+    // Only the start of a refused text goes on: enough to recognise it by.
     if (tooLong)
-        shown.text.reset();
+        shown.text = capture.text->first(PopupViewModel::previewLength);
     if (m_session) {
         m_session->end();
         retire(std::move(m_session));
