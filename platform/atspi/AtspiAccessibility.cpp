@@ -8,7 +8,6 @@
 #include <QDBusVariant>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
-#include <QPointer>
 
 using namespace Qt::StringLiterals;
 

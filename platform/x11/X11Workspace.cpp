@@ -3,7 +3,7 @@
 #include <QFutureWatcher>
 #include <QTimer>
 #include <QWindow>
-#include <QtConcurrent>
+#include <QtConcurrentRun>
 
 namespace {
 // Window managers usually switch within a few milliseconds; a bound of half a second
