@@ -135,7 +135,7 @@ private:
         m_receivedData = true;
         m_bytesReceived += piece.size();
         const QString text = m_decoder.decode(piece);
-        log(u"📦"_s, u"Received chunk: "_s + oneLine(firstCharacters(text, 100)) + u"..."_s);
+        log(u"📦"_s, u"Received chunk: "_s + Log::content(oneLine(firstCharacters(text, 100))) + u"..."_s);
         m_parser.feed(piece);
         flushLog();
         postFound();
@@ -191,19 +191,22 @@ private:
             && m_bytesReceived < announced.toLongLong();
     }
 
-    void line(QByteArrayView line) override { log(u"📄"_s, u"Processing line: "_s + QString::fromUtf8(line)); }
+    void line(QByteArrayView line) override
+    {
+        log(u"📄"_s, u"Processing line: "_s + Log::content(QString::fromUtf8(line)));
+    }
 
     void endMarker() override { log(u"🏁"_s, u"Stream completed"_s); }
 
     // An event's data may span several lines; its log line stays one.
     void event(QByteArrayView json) override
     {
-        log(u"📋"_s, u"Stream JSON: "_s + oneLine(QString::fromUtf8(json)));
+        log(u"📋"_s, u"Stream JSON: "_s + Log::content(oneLine(QString::fromUtf8(json))));
     }
 
     void token(const QString &fragment) override
     {
-        log(u"📝"_s, u"Token received: "_s + oneLine(fragment));
+        log(u"📝"_s, u"Token received: "_s + Log::content(oneLine(fragment)));
         m_found.append({ StreamDelegate::Found::Kind::Token, fragment });
     }
 

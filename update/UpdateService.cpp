@@ -184,7 +184,8 @@ void UpdateService::showNativeUpdateAlert()
         return;
     // The alert is a window of the view layer; the check does not wait for the choice.
     Q_EMIT updateAlertRequested(m_updateInfo->currentVersion,
-        u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s + m_updateInfo->releaseNotes);
+        u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s
+            + m_updateInfo->releaseNotes);
 }
 
 void UpdateService::skipVersion(const QString &version)

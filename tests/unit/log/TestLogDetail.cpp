@@ -20,8 +20,7 @@ private Q_SLOTS:
         const QString journal = u"JOURNAL_STREAM=8:4711"_s;
         QTest::newRow("terminal or caller's pipe") << QStringList { u"HOME=/h"_s } << u"0:99"_s << true;
         QTest::newRow("output is the journal") << QStringList { journal } << u"8:4711"_s << false;
-        QTest::newRow("journal inherited, output redirected")
-            << QStringList { journal } << u"0:99"_s << true;
+        QTest::newRow("journal inherited, output redirected") << QStringList { journal } << u"0:99"_s << true;
         QTest::newRow("launched from a desktop entry")
             << QStringList { u"GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/t.desktop"_s } << u"0:99"_s
             << false;

@@ -1,4 +1,5 @@
 #include "FixtureServer.h"
+#include "Log.h"
 #include "RewriteRecorder.h"
 #include "StdoutCapture.h"
 #include "StreamDelegate.h"
@@ -237,8 +238,29 @@ private Q_SLOTS:
         QTest::addColumn<QList<qsizetype>>("splitAt");
         QTest::addColumn<QStringList>("calls");
         QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<bool>("fromDesktop"); // the log may end up in the journal
 
         const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
+        const auto length = [](const QString &value) { return u"[%1 characters]"_s.arg(value.size()); };
+        QTest::newRow("started from the desktop: lengths, no words")
+            << 200 << QByteArray(sse("Hi") + "data: [DONE]\n\n") << QList<qsizetype> { 20 }
+            << QStringList { u"token:Hi"_s, u"complete"_s }
+            << QStringList {
+                   u"📡 [StreamDelegate] Response received"_s,
+                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
+                   u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
+                   u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
+                   u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
+                   u"📋 [StreamDelegate] Stream JSON: "_s + length(json),
+                   u"📝 [StreamDelegate] Token received: [2 characters]"_s,
+                   u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
+                   u"📄 [StreamDelegate] Processing line: [12 characters]"_s,
+                   u"🏁 [StreamDelegate] Stream completed"_s,
+                   u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
+                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
+                   u"✅ [StreamDelegate] Stream completed successfully"_s,
+               }
+            << true;
         QTest::newRow("typical stream")
             << 200 << QByteArray(sse("Hi") + "data: [DONE]\n\n") << QList<qsizetype> { 20 }
             << QStringList { u"token:Hi"_s, u"complete"_s }
@@ -256,7 +278,8 @@ private Q_SLOTS:
                    u"📄 [StreamDelegate] Processing line: "_s,
                    u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
                    u"✅ [StreamDelegate] Stream completed successfully"_s,
-               };
+               }
+            << false;
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
         QTest::newRow("whole-reply credential error")
@@ -272,7 +295,8 @@ private Q_SLOTS:
                    "key provided"_s,
                    u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
                    u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
-               };
+               }
+            << false;
         QTest::newRow("streamed error")
             << 200 << QByteArray(R"(data: {"error":{"message":"overloaded"}})") << QList<qsizetype> {}
             << QStringList { u"error:overloaded"_s }
@@ -285,7 +309,8 @@ private Q_SLOTS:
                    u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
                    u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
                    u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
-               };
+               }
+            << false;
         // Its lines are logged as they come, its data once it is whole, on one line.
         QTest::newRow("event over two data lines")
             << 200 << QByteArray("data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n")
@@ -301,7 +326,8 @@ private Q_SLOTS:
                    u"📝 [StreamDelegate] Token received: Hi"_s,
                    u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
                    u"✅ [StreamDelegate] Stream completed successfully"_s,
-               };
+               }
+            << false;
     }
 
     void logLines()
@@ -311,10 +337,13 @@ private Q_SLOTS:
         QFETCH(QList<qsizetype>, splitAt);
         QFETCH(QStringList, calls);
         QFETCH(QStringList, lines);
+        QFETCH(bool, fromDesktop);
+        Log::setDetail(fromDesktop ? Log::Detail::Private : Log::Detail::Full);
         StdoutCapture capture;
         const QStringList actual = run(reply(body, splitAt, status));
         const QStringList logged = capture.lines();
         capture.restore(); // test failures are reported on stdout too
+        Log::setDetail(Log::Detail::Full);
         QCOMPARE(actual, calls);
         QCOMPARE(logged, lines);
     }
