@@ -43,7 +43,11 @@ ColumnLayout {
             font.pixelSize: 12
             Accessible.name: qsTr("Model")
             onActivated: index => service.store.model = textAt(index)
-            onEditTextChanged: if (editText !== service.store.model) service.store.model = editText.trim()
+            // Only what the user types: the box also rewrites its text when its list changes.
+            onEditTextChanged: {
+                if (contentItem.activeFocus && editText.trim() !== service.store.model)
+                    service.store.model = editText.trim();
+            }
         }
         SettingsButton {
             objectName: "listModels"

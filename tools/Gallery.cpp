@@ -1,6 +1,7 @@
 // tessary-gallery OUTDIR: renders the settings window (with an update known) and every
 // onboarding page, light and dark, into PNG files for the documentation and the demo.
 
+#include "FixtureServer.h"
 #include "OnboardingModel.h"
 #include "Rewriter.h"
 #include "SettingsModel.h"
@@ -98,6 +99,15 @@ int main(int argc, char *argv[])
         return 2;
     }
     const QDir out(QString::fromLocal8Bit(argv[1]));
+    // A stand-in for Ollama, so the language model choices have models to show.
+    FixtureServer ollama;
+    if (!ollama.listen(11434) && !ollama.listen())
+        std::fprintf(stderr, "no port for the stand-in model server\n");
+    FixtureReply tags;
+    tags.headers = { { "Content-Type", "application/json" } };
+    tags.body = R"({"models":[{"name":"llama3.1:8b"},{"name":"qwen2.5:7b"},{"name":"mistral:7b"}]})";
+    ollama.route("/api/tags", tags);
+    const QList<ModelProbe::Candidate> localServers { { ollama.port(), u"Ollama"_s } };
     QDir().mkpath(out.absolutePath());
     const QPalette light = QGuiApplication::palette();
 
@@ -133,10 +143,23 @@ int main(int argc, char *argv[])
         shoot(*settingsWindow, out.filePath(u"settings-updates-%1.png"_s.arg(scheme)), 300);
         settingsWindow->close();
 
+        // The Language Model section with a model on this computer chosen and tested.
+        storage.setModelBase(ollama.url("/v1").toString());
+        storage.setModel(u"qwen2.5:7b"_s);
+        storage.setProvider(StorageManager::Provider::LocalModel);
+        SettingsModel modelSettings(
+            storage, home.filePath(u"autostart"_s), [](const QUrl &) { return true; }, localServers);
+        auto modelWindow = load(engine, u"qrc:/qt/qml/Tessary/Settings/SettingsView.qml"_s,
+            { { u"model"_s, QVariant::fromValue(&modelSettings) } });
+        modelSettings.chooser()->testConnection();
+        shoot(*modelWindow, out.filePath(u"settings-model-%1.png"_s.arg(scheme)), 900);
+        modelWindow->close();
+        storage.setProvider(StorageManager::Provider::TessaryService);
+
         // The last page differs while no key is stored: show both.
         for (const bool withKey : { true, false }) {
             storage.setApiKey(withKey ? u"tsk-demo-4f9a2c"_s : QString());
-            OnboardingModel onboarding(storage);
+            OnboardingModel onboarding(storage, OnboardingModel::defaultCompletionDelay, localServers);
             auto window = load(engine, u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s,
                 { { u"model"_s, QVariant::fromValue(&onboarding) } });
             if (withKey) {
@@ -148,6 +171,10 @@ int main(int argc, char *argv[])
                 shoot(*window, out.filePath(u"onboarding-2-sample-%1.png"_s.arg(scheme)), 1200);
             } else {
                 onboarding.advance();
+                onboarding.advance();
+                shoot(*window, out.filePath(u"onboarding-3-model-%1.png"_s.arg(scheme)), 1500);
+                // The last page as it looks when no usable model was chosen in the end.
+                storage.setProvider(StorageManager::Provider::TessaryService);
             }
             onboarding.finish();
             shoot(*window,
