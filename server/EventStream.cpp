@@ -108,7 +108,14 @@ QByteArray fragmentEvent(const QString &fragment)
     QByteArray event;
     event.reserve(text.size() + 64);
     event.append(R"(data: {"choices":[{"delta":{"content":")");
-    for (const char c : text) {
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char c = text.at(i);
+        // Qt's JSON reader drops a raw U+FEFF inside a string; escaped, it arrives.
+        if (c == '\xef' && text.sliced(i).startsWith("\xef\xbb\xbf")) {
+            event.append("\\ufeff");
+            i += 2;
+            continue;
+        }
         switch (c) {
         case '"':
             event.append("\\\"");

@@ -126,6 +126,7 @@ private Q_SLOTS:
         QTest::newRow("line breaks and tabs") << u"a\r\nb\tc\n"_s;
         QTest::newRow("other control characters") << QString::fromUtf16(u"\x01\x1f\x7f end");
         QTest::newRow("non-ASCII") << u"Grüße — 日本語 🙂"_s;
+        QTest::newRow("byte order marks inside the text") << u"\uFEFF\uFEFFa\uFEFF"_s;
         QTest::newRow("empty") << QString();
     }
     void fragmentEventsCarryAnyTextIntact()
