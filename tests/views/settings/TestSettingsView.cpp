@@ -244,6 +244,27 @@ private Q_SLOTS:
         QCOMPARE(view->storage.modelBase(), server.url("/v1").toString() + u"x"_s);
     }
 
+    // Opening the window leaves a chosen model alone, whatever the hidden panels hold.
+    void chosenModelKept()
+    {
+        FixtureServer server;
+        QVERIFY(server.listen());
+        FixtureReply models;
+        models.headers = { { "Content-Type", "application/json" } };
+        models.body = R"({"object":"list","data":[{"id":"phi-3.gguf"},{"id":"qwen2.5.gguf"}]})";
+        server.route("/v1/models", models);
+        const QString path = m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores));
+        View view(path, m_dir.filePath(u"autostart"_s), { { server.port(), u"llama.cpp"_s } });
+        view.storage.setModelBase(server.url("/v1").toString());
+        view.storage.setModel(u"qwen2.5.gguf"_s);
+        view.storage.setProvider(StorageManager::Provider::LocalModel);
+        view.load();
+        QTRY_VERIFY(view.item(u"localModel1"_s) && view.item(u"localModel1"_s)->property("checked").toBool());
+        QCOMPARE(view.storage.model(), u"qwen2.5.gguf"_s);
+        view.click(view.item(u"providerService"_s));
+        QCOMPARE(view.storage.model(), u"qwen2.5.gguf"_s);
+    }
+
     void closing_data()
     {
         QTest::addColumn<QString>("how");
