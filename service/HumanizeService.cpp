@@ -48,6 +48,8 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
     Log::write(u"🚀"_s, tag, u"Starting humanize request..."_s);
     Log::write(u"📝"_s, tag, u"Text length: %1, Tone: %2"_s.arg(graphemeCount(text)).arg(tone));
+    if (const auto running = std::exchange(m_currentTask, {}).lock())
+        running->cancel();
 
     // A model server spoken to directly gets the prompt built here, not the samples.
     if (m_storage.provider() != StorageManager::Provider::TessaryService) {
@@ -76,7 +78,7 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     const QString apiKey = m_storage.credential();
     if (!apiKey.isEmpty()) {
         request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
-        Log::write(u"🔑"_s, tag, u"Using API key: "_s + apiKey.left(8) + u"..."_s);
+        Log::write(u"🔑"_s, tag, u"Using API key: "_s + Log::content(apiKey.left(8)) + u"..."_s);
     }
 
     const QJsonObject message { { u"role"_s, u"user"_s },
@@ -106,5 +108,6 @@ std::shared_ptr<RewriteRequest> HumanizeService::send(
         if (task)
             task->cancel();
     });
+    m_currentTask = handle;
     return handle;
 }

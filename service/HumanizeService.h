@@ -11,9 +11,8 @@ class StorageManager;
 class StreamDelegate;
 
 // Sends a rewrite request to the service and hands its streamed reply to a
-// StreamDelegate. Requests are independent: the popup's rewrite and the settings'
-// connection test run side by side, and each ends only by its own handle.
-// Lives on the main thread.
+// StreamDelegate. One rewrite at a time: a new request cancels the one still running,
+// whose owner hears that through its handle. Lives on the main thread.
 class HumanizeService : public QObject, public Rewriter
 {
     Q_OBJECT
@@ -33,4 +32,5 @@ private:
 
     StorageManager &m_storage;
     std::chrono::milliseconds m_idleTimeout;
+    std::weak_ptr<RewriteRequest> m_currentTask;
 };
