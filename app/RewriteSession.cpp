@@ -106,6 +106,12 @@ void RewriteSession::replaceDone()
         Q_EMIT idle();
 }
 
+void RewriteSession::openSettings()
+{
+    end();
+    Q_EMIT settingsRequested();
+}
+
 QString RewriteSession::replaceRefusal() const
 {
     if (m_target.method != CaptureTarget::Method::Primary)

@@ -51,9 +51,11 @@ public:
     void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) override;
     void copyToClipboard(const QString &text) override;
     QString replaceRefusal() const override;
+    void openSettings() override;
 
 Q_SIGNALS:
     void idle();
+    void settingsRequested();
 
 private:
     void replaceDone();

@@ -107,6 +107,8 @@ void RewriteSessions::showPopup(const Capture &capture)
     }
     m_session = std::make_unique<RewriteSession>(
         shown, RewriteSession::Services { m_textAccess, m_workspace, m_rewriter, popupWindows() });
+    connect(m_session.get(), &RewriteSession::settingsRequested, this, &RewriteSessions::settingsRequested,
+        Qt::QueuedConnection);
     if (tooLong)
         m_session->refuse(tooLongMessage(capture.text->size()));
     m_session->showPopup();

@@ -40,6 +40,10 @@ public:
     PopupWindowController *popupWindowController() const;
     static QString tooLongMessage(qsizetype length);
 
+Q_SIGNALS:
+    // A popup's error is fixed in Settings, and the user asked to go there.
+    void settingsRequested();
+
 private:
     PopupWindowFactory &popupWindows();
     void retire(std::unique_ptr<RewriteSession> session);

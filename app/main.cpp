@@ -57,6 +57,7 @@ int main(int argc, char *argv[])
     QObject::connect(&dbus, &DBusService::triggerRequested, &sessions, &RewriteSessions::triggerHumanize);
     QObject::connect(
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
+    QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -21,4 +21,6 @@ public:
     // Why Replace cannot write where the text came from (a terminal, which gets no
     // synthesized paste), in one sentence; empty when it can. Replace then copies.
     virtual QString replaceRefusal() const { return {}; }
+    // Shows the settings window, for a failure that is fixed there; the popup goes.
+    virtual void openSettings() { }
 };

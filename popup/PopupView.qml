@@ -317,6 +317,27 @@ FocusScope {
                                     Accessible.role: Accessible.StaticText
                                     Accessible.name: text
                                 }
+                                // Where the fix is a choice in Settings, one click takes the user there.
+                                AbstractButton {
+                                    id: openSettings
+                                    objectName: "openSettings"
+                                    anchors.horizontalCenter: parent.horizontalCenter
+                                    visible: view.viewModel.offersSettings
+                                    text: qsTr("Open Settings")
+                                    focusPolicy: Qt.NoFocus
+                                    Accessible.name: text
+                                    Accessible.onPressAction: clicked()
+                                    onClicked: view.viewModel.openSettings()
+                                    contentItem: Text {
+                                        text: openSettings.text
+                                        font.family: Theme.fontFamily
+                                        font.pixelSize: 11
+                                        font.weight: Font.Medium
+                                        color: Theme.purple
+                                        opacity: openSettings.pressed ? 0.6 : 1
+                                    }
+                                    background: null
+                                }
                             }
 
                             TextEdit {

@@ -1,5 +1,6 @@
 #include "PopupViewModel.h"
 
+#include "FailureAdvice.h"
 #include "Log.h"
 #include "PopupHost.h"
 #include "Rewriter.h"
@@ -184,6 +185,17 @@ void PopupViewModel::copy()
 {
     if (m_host)
         m_host->copyToClipboard(m_resultText);
+}
+
+bool PopupViewModel::offersSettings() const
+{
+    return FailureAdvice::pointsToSettings(errorMessage());
+}
+
+void PopupViewModel::openSettings()
+{
+    if (m_host)
+        m_host->openSettings();
 }
 
 void PopupViewModel::replace(std::function<void()> closeWindow)

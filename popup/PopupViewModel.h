@@ -25,6 +25,8 @@ class PopupViewModel : public QObject
 
     Q_PROPERTY(State state READ state NOTIFY stateChanged)
     Q_PROPERTY(QString errorMessage READ errorMessage NOTIFY stateChanged)
+    // The error is fixed in Settings (a model to pick, a key to enter): the popup offers it.
+    Q_PROPERTY(bool offersSettings READ offersSettings NOTIFY stateChanged)
     // The sentence in the result area when there is no result to show: the error, or
     // what to do when there is nothing to rewrite.
     Q_PROPERTY(QString message READ message NOTIFY stateChanged)
@@ -65,6 +67,7 @@ public:
 
     State state() const { return m_state; }
     QString errorMessage() const { return m_state == State::Error ? m_message : QString(); }
+    bool offersSettings() const;
     QString message() const { return m_message; }
     QString resultText() const { return m_resultText; }
     QString selectedTone() const { return m_selectedTone; }
@@ -81,6 +84,7 @@ public:
     Q_INVOKABLE void run();
     Q_INVOKABLE void selectTone(const QString &tone);
     Q_INVOKABLE void copy();
+    Q_INVOKABLE void openSettings();
     // Replaces with the result as it is now, after closeWindow has hidden the popup.
     void replace(std::function<void()> closeWindow);
     // The view's Replace: the popup's window closes on closeRequested.
