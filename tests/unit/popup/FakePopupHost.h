@@ -31,4 +31,6 @@ public:
         done(replaceSucceeds);
     }
     void copyToClipboard(const QString &text) override { copied.append(text); }
+    void openSettings() override { ++settingsOpened; }
+    int settingsOpened = 0;
 };

@@ -26,6 +26,8 @@ private Q_SLOTS:
     void quietStream();
     void callbacksOfAGoneModelDoNothing();
     void copyPutsTheResultOnTheClipboard();
+    void openSettingsWhereTheFixIs_data();
+    void openSettingsWhereTheFixIs();
     void replaceReturnsThenReplacesTheTextAsItWas();
     void replaceLeavesTheTextOnTheClipboardWhenReturningFails();
 };
@@ -297,6 +299,39 @@ void TestPopupViewModel::copyPutsTheResultOnTheClipboard()
     rewriter.complete();
     vm.copy();
     QCOMPARE(host.copied, (QStringList { QString(), u"result"_s }));
+}
+
+// A failure fixed by a choice in Settings offers to go there; others, and a running
+// rewrite, do not.
+void TestPopupViewModel::openSettingsWhereTheFixIs_data()
+{
+    QTest::addColumn<QStringList>("script");
+    QTest::addColumn<bool>("offered");
+    QTest::newRow("nothing listening") << QStringList { u"error:Tessary can't reach the rewrite service at "
+                                                        "127.0.0.1:8787. Start it with `tessary-server`, or "
+                                                        "pick a language model in Settings."_s }
+                                       << true;
+    QTest::newRow("no model chosen") << QStringList {
+        u"error:No language model is chosen yet. Pick one in Settings."_s
+    } << true;
+    QTest::newRow("a timeout") << QStringList { u"error:The request timed out."_s } << false;
+    QTest::newRow("streaming") << QStringList { u"token:Hi"_s } << false;
+}
+
+void TestPopupViewModel::openSettingsWhereTheFixIs()
+{
+    QFETCH(QStringList, script);
+    QFETCH(bool, offered);
+    FakeRewriter rewriter;
+    FakePopupHost host;
+    PopupViewModel vm(u"text"_s, rewriter, &host);
+    vm.run();
+    play(rewriter, vm, script);
+    QCOMPARE(vm.offersSettings(), offered);
+    if (offered) {
+        vm.openSettings();
+        QCOMPARE(host.settingsOpened, 1);
+    }
 }
 
 void TestPopupViewModel::replaceReturnsThenReplacesTheTextAsItWas()
