@@ -84,7 +84,8 @@ void RewriteSessions::humanizeSelectedText(const QString &text)
         showPopup({ text, {} });
         return;
     }
-    Log::write(u"🔧"_s, u"Service"_s, u"Got text from service: "_s + firstCharacters(text, 50) + u"..."_s);
+    Log::write(u"🔧"_s, u"Service"_s,
+        u"Got text from service: "_s + Log::content(firstCharacters(text, 50)) + u"..."_s);
     // The latest handed text wins over a capture still under way.
     m_capturing = false;
     const int capture = ++m_captures;

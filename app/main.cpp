@@ -6,12 +6,14 @@
 #include "DBusService.h"
 #include "HumanizeService.h"
 #include "KeyStore.h"
+#include "Log.h"
 #include "MakePlatform.h"
 #include "QuitOnSignal.h"
 #include "RewriteSessions.h"
 #include "SceneGraph.h"
 #include "Shortcut.h"
 #include "StorageManager.h"
+#include "UpdateAlert.h"
 #include "UpdateService.h"
 
 #include <QApplication>
@@ -31,6 +33,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationVersion(BuildInfo::version());
     QApplication::setQuitOnLastWindowClosed(false); // lives in the tray
     QuitOnSignal quitOnSignal;
+    Log::setDetail(Log::detailFromProcess());
 
     // One instance per session: a second start leaves the running one in charge.
     DBusService dbus;
@@ -46,6 +49,7 @@ int main(int argc, char *argv[])
     StorageManager storage(StorageManager::defaultFilePath(), QStringLiteral(TESSARY_DEFAULT_API_BASE), &keys,
         StorageManager::defaultServerTokenPath());
     UpdateService updates(storage, BuildInfo::forUpdateCheck());
+    UpdateAlert updateAlert(updates);
     HumanizeService rewriter(storage);
     AccessibilityHelper textAccess(platform);
     RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
