@@ -15,6 +15,7 @@
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
+#include <QWheelEvent>
 
 #include <memory>
 
@@ -169,9 +170,18 @@ void TestPopupView::chipsSendTheirToneInLowerCase()
         QQuickItem *chip = item(qPrintable(u"tone-"_s + tone));
         QVERIFY(chip);
         QCOMPARE(chip->property("text").toString(), title);
-        // Scroll the row so the chip is in view, as the user would.
-        const qreal right = chip->x() + chip->width() - row->width();
-        row->setProperty("contentX", std::max<qreal>(0, right));
+        // Turn the wheel over the row until the chip is wholly in view, as the user would.
+        const auto chipInView = [&] {
+            const qreal left = chip->mapToItem(row, QPointF(0, 0)).x();
+            return left >= 0 && left + chip->width() <= row->width() + 0.5;
+        };
+        const QPoint overRow = row->mapToScene(QPointF(row->width() / 2, row->height() / 2)).toPoint();
+        for (int notch = 0; notch < 20 && !chipInView(); ++notch) {
+            QWheelEvent wheel(overRow, m_popup->window()->mapToGlobal(overRow), {}, QPoint(0, -120),
+                Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+            QCoreApplication::sendEvent(m_popup->window(), &wheel);
+        }
+        QVERIFY2(chipInView(), qPrintable(tone));
         m_rewriter.token(u"half"_s); // chips react while streaming too
         const qsizetype before = m_rewriter.requests.size();
         click(chip);
