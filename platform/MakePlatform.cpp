@@ -5,7 +5,6 @@
 #include "clipboard/ClipboardPasteboard.h"
 #include "kwin/KWinWorkspace.h"
 #include "portal/PortalGlobalShortcuts.h"
-#include "portal/PortalKeySynth.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
 #include "x11/X11PrimarySelection.h"
@@ -97,16 +96,18 @@ Platform makePlatform()
     else
         platform.workspace = std::make_unique<NoWorkspace>();
 
+    // On Plasma PortalKeySynth can type Ctrl+C and Ctrl+V, but a paste is safe only once
+    // Tessary can set the clipboard from the background, which on Wayland takes the
+    // data-control protocol that the clipboard backend does not speak yet: until then a
+    // typed Ctrl+V would paste the user's own clipboard over their selection.
     if (x11)
         platform.keySynth = std::make_unique<X11KeySynth>(x11);
-    else if (plan.keySynthesis == BackendPlan::KeySynthesis::RemoteDesktop)
-        platform.keySynth = std::make_unique<PortalKeySynth>();
     else
         platform.keySynth = std::make_unique<NoKeySynth>();
 
     if (x11)
         platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
     platform.accessibility = std::make_unique<AtspiAccessibility>();
-    platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard());
+    platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), x11);
     return platform;
 }
