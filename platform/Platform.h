@@ -122,12 +122,13 @@ public:
     virtual ~Pasteboard() = default;
     // Rises whenever the contents change, by us or by anybody else.
     virtual int changeCount() const = 0;
-    virtual std::optional<QString> string() const = 0;
+    // The contents are asked of the program that holds them: the answer comes later.
+    virtual void string(std::function<void(std::optional<QString>)> done) const = 0;
     virtual void clear() = 0;
     // Puts our own text there, marked so clipboard managers do not keep it.
     virtual void setString(const QString &text) = 0;
     // null when the clipboard holds nothing
-    virtual Snapshot snapshot() const = 0;
+    virtual void snapshot(std::function<void(Snapshot)> done) const = 0;
     virtual void restore(const Snapshot &snapshot) = 0;
 };
 

@@ -163,31 +163,45 @@ void AccessibilityHelper::selectedTextViaPrimary(const RunningApplication &app)
 void AccessibilityHelper::selectedTextViaClipboard(const std::optional<RunningApplication> &app)
 {
     m_captureTarget = { CaptureTarget::Method::Clipboard, app, std::nullopt, {} };
-    m_captureSaved = m_pasteboard.snapshot();
-    m_captureChangeCount = m_pasteboard.changeCount();
-    // The clipboard is not emptied first: on X11 that stamps it with a time later than
-    // the user's selection, and programs that claim the clipboard with the selection's
-    // own time are then refused. The copy shows itself by raising the change count, even
-    // when it holds the same text as before.
-    QPointer<AccessibilityHelper> self(this);
-    m_keySynth.post(Keys::C, Keys::Super, [self] {
-        if (self)
-            QTimer::singleShot(self->m_timings.pollPause, self,
-                [self] { self->pollClipboard(self->m_timings.clipboardPolls); });
-    });
+    // A holder of the clipboard that does not answer in time cannot have it saved: it
+    // would not hand it over later either.
+    m_pasteboard.snapshot(deadline<Pasteboard::Snapshot>(
+        m_timings.clipboardDeadline, nullptr, [this](Pasteboard::Snapshot saved) {
+            m_captureSaved = saved;
+            m_captureChangeCount = m_pasteboard.changeCount();
+            // The clipboard is not emptied first: on X11 that stamps it with a time later
+            // than the user's selection, and programs that claim the clipboard with the
+            // selection's own time are then refused. The copy shows itself by raising the
+            // change count, even when it holds the same text as before.
+            QPointer<AccessibilityHelper> self(this);
+            m_keySynth.post(Keys::C, Keys::Super, [self] {
+                if (self)
+                    QTimer::singleShot(self->m_timings.pollPause, self,
+                        [self] { self->pollClipboard(self->m_timings.clipboardPolls); });
+            });
+        }));
 }
 
 void AccessibilityHelper::pollClipboard(int pollsLeft)
 {
     if (m_pasteboard.changeCount() != m_captureChangeCount) {
-        const auto text = m_pasteboard.string();
-        if (text && !text->isEmpty()) {
-            CaptureTarget target = std::exchange(m_captureTarget, {});
-            target.selected = *text;
-            finishCapture({ text, target });
-            return;
-        }
+        m_pasteboard.string(deadline<std::optional<QString>>(
+            m_timings.clipboardDeadline, std::nullopt, [this, pollsLeft](std::optional<QString> text) {
+                if (text && !text->isEmpty()) {
+                    CaptureTarget target = std::exchange(m_captureTarget, {});
+                    target.selected = *text;
+                    finishCapture({ text, target });
+                    return;
+                }
+                pollAgain(pollsLeft);
+            }));
+        return;
     }
+    pollAgain(pollsLeft);
+}
+
+void AccessibilityHelper::pollAgain(int pollsLeft)
+{
     if (pollsLeft > 1) {
         QTimer::singleShot(m_timings.pollPause, this, [this, pollsLeft] { pollClipboard(pollsLeft - 1); });
         return;
@@ -347,14 +361,25 @@ void AccessibilityHelper::pasteFallback(const QString &text, const RunningApplic
 {
     // While an earlier fallback still waits to restore, the clipboard holds its rewrite,
     // not the user's contents: keep what that one saved.
-    if (!m_restorePending)
-        m_replaceSaved = m_pasteboard.snapshot();
-    m_restorePending = true;
     const int generation = ++m_replaceGeneration;
-    m_pasteboard.setString(text);
-    logStep(u"Text set to clipboard"_s);
-    QTimer::singleShot(
-        m_timings.pasteDelay, this, [this, generation, front, text] { paste(generation, front, text); });
+    const auto setText = [this, generation, front, text] {
+        if (generation != m_replaceGeneration)
+            return; // a later replacement took over while the clipboard was being read
+        m_restorePending = true;
+        m_pasteboard.setString(text);
+        logStep(u"Text set to clipboard"_s);
+        QTimer::singleShot(
+            m_timings.pasteDelay, this, [this, generation, front, text] { paste(generation, front, text); });
+    };
+    if (m_restorePending) {
+        setText();
+        return;
+    }
+    m_pasteboard.snapshot(deadline<Pasteboard::Snapshot>(
+        m_timings.clipboardDeadline, nullptr, [this, setText](Pasteboard::Snapshot saved) {
+            m_replaceSaved = saved;
+            setText();
+        }));
 }
 
 void AccessibilityHelper::paste(int generation, const RunningApplication &target, const QString &text)

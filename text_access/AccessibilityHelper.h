@@ -23,6 +23,8 @@ struct TextAccessTimings
     std::chrono::milliseconds answerDeadline { 500 };
     // Writing over a selection takes an application several calls.
     std::chrono::milliseconds writeDeadline { 2000 };
+    // Reading what another program holds on the clipboard, every format of it.
+    std::chrono::milliseconds clipboardDeadline { 1500 };
 };
 
 // Reads the selection of the window in front and writes over it: through the
@@ -68,6 +70,7 @@ private:
     void selectedTextViaPrimary(const RunningApplication &app);
     void selectedTextViaClipboard(const std::optional<RunningApplication> &app);
     void pollClipboard(int pollsLeft);
+    void pollAgain(int pollsLeft);
     void finishCapture(const Capture &capture);
 
     void replaceInFront(const QString &text, const CaptureTarget &target,

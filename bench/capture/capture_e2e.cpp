@@ -71,7 +71,7 @@ int main(int argc, char **argv)
     X11Workspace workspace(x11);
     X11KeySynth keys(x11);
     AtspiAccessibility accessibility;
-    ClipboardPasteboard pasteboard(QGuiApplication::clipboard());
+    ClipboardPasteboard pasteboard(QGuiApplication::clipboard(), x11);
     AccessibilityHelper helper(workspace, accessibility, keys, pasteboard, nullptr);
 
     bool allFound = true;

@@ -137,7 +137,7 @@ int main(int argc, char **argv)
     X11KeySynth keys(x11);
     X11PrimarySelection primary(x11);
     AtspiAccessibility accessibility;
-    ClipboardPasteboard pasteboard(QGuiApplication::clipboard());
+    ClipboardPasteboard pasteboard(QGuiApplication::clipboard(), x11);
     AccessibilityHelper helper(workspace, accessibility, keys, pasteboard, &primary);
 
     QProcess slow;

@@ -10,7 +10,7 @@ void FakePasteboard::setContents(const Formats &formats)
     ++m_changeCount;
 }
 
-std::optional<QString> FakePasteboard::string() const
+std::optional<QString> FakePasteboard::text() const
 {
     const auto text = m_formats.constFind(u"text/plain"_s);
     if (text == m_formats.cend())
@@ -28,7 +28,7 @@ void FakePasteboard::setString(const QString &text)
     setContents({ { u"text/plain"_s, text.toUtf8() }, { u"x-kde-passwordManagerHint"_s, "secret" } });
 }
 
-Pasteboard::Snapshot FakePasteboard::snapshot() const
+Pasteboard::Snapshot FakePasteboard::contentsNow() const
 {
     if (m_formats.isEmpty())
         return nullptr;

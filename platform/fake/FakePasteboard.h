@@ -17,13 +17,16 @@ public:
     Formats contents() const { return m_formats; }
 
     int changeCount() const override { return m_changeCount; }
-    std::optional<QString> string() const override;
+    void string(std::function<void(std::optional<QString>)> done) const override { done(text()); }
     void clear() override;
     void setString(const QString &text) override;
-    Snapshot snapshot() const override;
+    void snapshot(std::function<void(Snapshot)> done) const override { done(contentsNow()); }
     void restore(const Snapshot &snapshot) override;
 
 private:
+    std::optional<QString> text() const;
+    Snapshot contentsNow() const;
+
     Formats m_formats;
     int m_changeCount = 0;
 };

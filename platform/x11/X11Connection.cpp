@@ -2,10 +2,18 @@
 
 #include <QByteArrayList>
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <cstdlib>
 #include <utility>
 #include <xcb/xcbext.h>
+
+namespace {
+// An owner that has not answered by then is not going to.
+constexpr int conversionTimeoutMs = 1000;
+// Larger contents come in increments (INCR), which we do not read.
+constexpr uint32_t maxPropertyLongs = 1 << 22;
+} // namespace
 
 std::shared_ptr<X11Connection> X11Connection::open()
 {
@@ -26,13 +34,17 @@ std::shared_ptr<X11Connection> X11Connection::open()
     if (!x11->m_screen
         || !xcb_ewmh_init_atoms_replies(&x11->m_ewmh, xcb_ewmh_init_atoms(connection, &x11->m_ewmh), nullptr))
         return nullptr;
-    const char propertyName[] = "TESSARY_SELECTION";
-    xcb_intern_atom_reply_t *atom = xcb_intern_atom_reply(
-        connection, xcb_intern_atom(connection, 0, sizeof(propertyName) - 1, propertyName), nullptr);
-    if (atom) {
-        x11->m_selectionProperty = atom->atom;
+    const auto intern = [connection](const QByteArray &name) {
+        xcb_intern_atom_reply_t *atom = xcb_intern_atom_reply(
+            connection, xcb_intern_atom(connection, 0, name.size(), name.constData()), nullptr);
+        const xcb_atom_t value = atom ? atom->atom : XCB_NONE;
         std::free(atom);
-    }
+        return value;
+    };
+    x11->m_selectionProperty = intern("TESSARY_SELECTION");
+    x11->m_clipboard = intern("CLIPBOARD");
+    x11->m_incr = intern("INCR");
+    x11->m_targets = intern("TARGETS");
 
     x11->m_ownWindow = xcb_generate_id(connection);
     const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
@@ -108,6 +120,83 @@ void X11Connection::read()
         }
     }
     xcb_flush(m_connection);
+}
+
+void X11Connection::convertSelection(xcb_atom_t selection, xcb_atom_t target, Converted answer)
+{
+    m_conversions.append({ selection, target, std::move(answer) });
+    nextConversion();
+}
+
+void X11Connection::nextConversion()
+{
+    if (m_converting || m_conversions.isEmpty())
+        return;
+    m_converting = true;
+    const Conversion conversion = m_conversions.constFirst();
+    // Answered once: by the owner, or by the timeout when it does not answer.
+    auto finished = std::make_shared<bool>(false);
+    const auto finish = [this, finished](std::optional<QByteArray> data, xcb_atom_t type) {
+        if (*finished)
+            return;
+        *finished = true;
+        const Conversion done = m_conversions.takeFirst();
+        m_converting = false;
+        done.answer(std::move(data), type);
+        nextConversion();
+    };
+    QTimer::singleShot(conversionTimeoutMs, this, [finish] { finish(std::nullopt, XCB_NONE); });
+
+    const xcb_window_t own = m_ownWindow;
+    const xcb_atom_t property = m_selectionProperty;
+    whenEvent([this, own, property, conversion, finished, finish](const xcb_generic_event_t *event) {
+        if (*finished)
+            return true;
+        if ((event->response_type & 0x7f) != XCB_SELECTION_NOTIFY)
+            return false;
+        const auto *notify = reinterpret_cast<const xcb_selection_notify_event_t *>(event);
+        if (notify->requestor != own || notify->selection != conversion.selection
+            || notify->target != conversion.target)
+            return false;
+        if (notify->property == XCB_NONE) {
+            finish(std::nullopt, XCB_NONE);
+            return true;
+        }
+        const auto cookie = xcb_get_property(
+            m_connection, 1, own, property, XCB_GET_PROPERTY_TYPE_ANY, 0, maxPropertyLongs);
+        whenReplied(cookie.sequence, [this, finish](void *reply) {
+            auto *value = static_cast<xcb_get_property_reply_t *>(reply);
+            if (!value || value->bytes_after > 0 || value->type == m_incr) {
+                finish(std::nullopt, value ? m_incr : XCB_NONE);
+                return;
+            }
+            finish(QByteArray(static_cast<const char *>(xcb_get_property_value(value)),
+                       xcb_get_property_value_length(value)),
+                value->type);
+        });
+        return true;
+    });
+    xcb_convert_selection(
+        m_connection, own, conversion.selection, conversion.target, property, XCB_CURRENT_TIME);
+    xcb_flush(m_connection);
+}
+
+void X11Connection::atomName(xcb_atom_t atom, std::function<void(const QString &name)> answer)
+{
+    if (const auto known = m_atomNames.constFind(atom); known != m_atomNames.cend()) {
+        answer(*known);
+        return;
+    }
+    whenReplied(xcb_get_atom_name(m_connection, atom).sequence,
+        [this, atom, answer = std::move(answer)](void *reply) {
+            auto *name = static_cast<xcb_get_atom_name_reply_t *>(reply);
+            const QString text = name
+                ? QString::fromLatin1(xcb_get_atom_name_name(name), xcb_get_atom_name_name_length(name))
+                : QString();
+            if (name)
+                m_atomNames.insert(atom, text);
+            answer(text);
+        });
 }
 
 void X11Connection::activeWindow(std::function<void(xcb_window_t)> answer)

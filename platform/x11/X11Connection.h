@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -38,6 +39,9 @@ public:
     // An input-only window of ours: the requestor of selections, the source of timestamps.
     xcb_window_t ownWindow() const { return m_ownWindow; }
     xcb_atom_t selectionProperty() const { return m_selectionProperty; }
+    xcb_atom_t clipboardAtom() const { return m_clipboard; }
+    xcb_atom_t incrementalAtom() const { return m_incr; }
+    xcb_atom_t targetsAtom() const { return m_targets; }
     // Whether two windows were created by the same client (the same program's connection).
     bool sameClient(xcb_window_t a, xcb_window_t b) const;
 
@@ -46,6 +50,15 @@ public:
     void whenReplied(unsigned int sequence, std::function<void(void *reply)> answer);
     // Hands every event that arrives to listener until it returns true.
     void whenEvent(std::function<bool(const xcb_generic_event_t *event)> listener);
+
+    // Asks the owner of selection for its contents as target, onto our window; answer
+    // gets the bytes and their type, or nullopt when the owner refuses, does not answer
+    // within a second, or sends them in increments (large contents: the type is then
+    // incrementalAtom()). One at a time.
+    using Converted = std::function<void(std::optional<QByteArray> data, xcb_atom_t type)>;
+    void convertSelection(xcb_atom_t selection, xcb_atom_t target, Converted answer);
+    // An atom's name, asked once.
+    void atomName(xcb_atom_t atom, std::function<void(const QString &name)> answer);
 
     void activeWindow(std::function<void(xcb_window_t)> answer);
     void windowPid(xcb_window_t window, std::function<void(std::optional<quint32>)> answer);
@@ -61,6 +74,7 @@ public:
 private:
     X11Connection() = default;
     void read();
+    void nextConversion();
 
     struct Pending
     {
@@ -77,5 +91,17 @@ private:
     QSocketNotifier *m_notifier = nullptr;
     QList<Pending> m_pending;
     QList<std::function<bool(const xcb_generic_event_t *)>> m_listeners;
+    struct Conversion
+    {
+        xcb_atom_t selection;
+        xcb_atom_t target;
+        Converted answer;
+    };
+    QList<Conversion> m_conversions;
+    bool m_converting = false;
+    xcb_atom_t m_clipboard = XCB_NONE;
+    xcb_atom_t m_incr = XCB_NONE;
+    xcb_atom_t m_targets = XCB_NONE;
+    QHash<xcb_atom_t, QString> m_atomNames;
     bool m_readQueued = false;
 };

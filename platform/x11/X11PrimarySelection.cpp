@@ -4,11 +4,6 @@
 
 Q_LOGGING_CATEGORY(lcSelection, "tessary.platform.selection", QtInfoMsg)
 
-namespace {
-// Longer selections come in increments (INCR); a rewrite of that size is refused anyway.
-constexpr uint32_t maxSelectionLongs = 1 << 20;
-} // namespace
-
 X11PrimarySelection::X11PrimarySelection(std::shared_ptr<X11Connection> x11)
     : m_x11(std::move(x11))
 {
@@ -40,34 +35,12 @@ void X11PrimarySelection::text(
 
 void X11PrimarySelection::convert(xcb_atom_t target, std::function<void(std::optional<QString>)> done)
 {
-    xcb_connection_t *connection = m_x11->connection();
-    const xcb_window_t own = m_x11->ownWindow();
-    const xcb_atom_t property = m_x11->selectionProperty();
-    m_x11->whenEvent(
-        [this, connection, own, property, target, done = std::move(done)](const xcb_generic_event_t *event) {
-            if ((event->response_type & 0x7f) != XCB_SELECTION_NOTIFY)
-                return false;
-            const auto *notify = reinterpret_cast<const xcb_selection_notify_event_t *>(event);
-            if (notify->requestor != own || notify->selection != XCB_ATOM_PRIMARY)
-                return false;
-            if (notify->property == XCB_NONE) {
+    m_x11->convertSelection(XCB_ATOM_PRIMARY, target,
+        [target, done = std::move(done)](std::optional<QByteArray> bytes, xcb_atom_t type) {
+            if (!bytes || type != target) {
                 done(std::nullopt);
-                return true;
+                return;
             }
-            const auto cookie = xcb_get_property(
-                connection, 1, own, property, XCB_GET_PROPERTY_TYPE_ANY, 0, maxSelectionLongs);
-            m_x11->whenReplied(cookie.sequence, [target, done](void *reply) {
-                auto *value = static_cast<xcb_get_property_reply_t *>(reply);
-                if (!value || value->type != target || value->format != 8) {
-                    done(std::nullopt);
-                    return;
-                }
-                const QByteArray bytes(static_cast<const char *>(xcb_get_property_value(value)),
-                    xcb_get_property_value_length(value));
-                done(target == XCB_ATOM_STRING ? QString::fromLatin1(bytes) : QString::fromUtf8(bytes));
-            });
-            return true;
+            done(target == XCB_ATOM_STRING ? QString::fromLatin1(*bytes) : QString::fromUtf8(*bytes));
         });
-    xcb_convert_selection(connection, own, XCB_ATOM_PRIMARY, target, property, XCB_CURRENT_TIME);
-    xcb_flush(connection);
 }

@@ -33,7 +33,8 @@ const Formats emptyText { { u"text/plain"_s, QByteArray() } };
 
 // Short enough to keep the suite quick, in the same proportions as in production.
 const TextAccessTimings fast { 20, std::chrono::milliseconds(5), std::chrono::milliseconds(10),
-    std::chrono::milliseconds(50), std::chrono::milliseconds(60), std::chrono::milliseconds(120) };
+    std::chrono::milliseconds(50), std::chrono::milliseconds(60), std::chrono::milliseconds(120),
+    std::chrono::milliseconds(60) };
 
 const RunningApplication mousepad { 4242, u"Mousepad"_s, 0x1200007, { u"mousepad"_s, u"Mousepad"_s } };
 const RunningApplication xterm { 5151, u"XTerm"_s, 0x1600022, { u"xterm"_s, u"XTerm"_s } };
