@@ -8,6 +8,7 @@
 #include "Upstream.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -40,6 +41,8 @@ namespace {
 
 constexpr std::string_view completionsPath = "/api/v1/chat/completions";
 constexpr std::string_view versionPath = "/api/v1/version";
+// The model that answers, for a client's connection test: costs no tokens, needs the token.
+constexpr std::string_view modelsPath = "/api/v1/models";
 constexpr int maxRequestsPerConnection = 100;
 // A client that stops reading its stream must not make us keep what we would send it.
 constexpr size_t maxUnsentBytes = 256 * 1024;
@@ -130,6 +133,7 @@ struct RewriteServer::Shared
 
     void accept();
     QByteArray versionReply() const;
+    QByteArray modelsReply() const;
 
     ServerConfig config;
     std::string token;
@@ -300,6 +304,15 @@ void RewriteServer::Session::onHead(const beast::error_code &error)
     if (path == versionPath && method == "GET")
         return sendWhole(
             wholeReply(200, m_shared.versionReply(), m_keepAlive && !hasBody), m_keepAlive && !hasBody);
+    if (path == modelsPath && method == "GET") {
+        if (!authorized())
+            return refuse(401, u"invalid_request_error"_s,
+                u"Invalid API key: enter the client token of tessary-server (kept in "
+                "~/.config/tessary-server/client-token) in Tessary's Settings."_s,
+                "WWW-Authenticate: Bearer\r\n");
+        return sendWhole(
+            wholeReply(200, m_shared.modelsReply(), m_keepAlive && !hasBody), m_keepAlive && !hasBody);
+    }
     if (path != completionsPath || method != "POST")
         return refuse(path == completionsPath || path == versionPath ? 405 : 404, u"invalid_request_error"_s,
             u"tessary-server answers POST %1 and GET %2 only."_s.arg(
@@ -582,6 +595,16 @@ void RewriteServer::Shared::accept()
         std::make_shared<Session>(*this, std::move(socket))->begin();
         accept();
     });
+}
+
+QByteArray RewriteServer::Shared::modelsReply() const
+{
+    QJsonArray models;
+    if (!config.model.isEmpty())
+        models.append(QJsonObject {
+            { "id"_L1, config.model }, { "object"_L1, "model"_L1 }, { "owned_by"_L1, "tessary-server"_L1 } });
+    return QJsonDocument(QJsonObject { { "object"_L1, "list"_L1 }, { "data"_L1, models } })
+        .toJson(QJsonDocument::Compact);
 }
 
 QByteArray RewriteServer::Shared::versionReply() const

@@ -3,6 +3,7 @@
 #include "FixtureServer.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -103,10 +104,33 @@ private Q_SLOTS:
 
         QFile tokenFile(home.filePath(u"tessary-server/client-token"_s));
         QVERIFY(tokenFile.open(QIODevice::ReadOnly));
+        const QByteArray token = tokenFile.readAll().trimmed();
         QNetworkAccessManager network;
+
+        // The model it took, for a client's connection test: with the token only.
+        for (const bool withToken : { false, true }) {
+            QNetworkRequest ask(QUrl(u"http://127.0.0.1:%1/api/v1/models"_s.arg(serverPort)));
+            if (withToken)
+                ask.setRawHeader("Authorization", "Bearer " + token);
+            QNetworkReply *listed = network.get(ask);
+            QTRY_VERIFY_WITH_TIMEOUT(listed->isFinished(), 10000);
+            QCOMPARE(
+                listed->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), withToken ? 200 : 401);
+            if (withToken)
+                QCOMPARE(QJsonDocument::fromJson(listed->readAll())
+                             .object()
+                             .value(u"data"_s)
+                             .toArray()
+                             .first()
+                             .toObject()
+                             .value(u"id"_s)
+                             .toString(),
+                    model);
+        }
+
         QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(serverPort)));
         request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-        request.setRawHeader("Authorization", "Bearer " + tokenFile.readAll().trimmed());
+        request.setRawHeader("Authorization", "Bearer " + token);
         QNetworkReply *reply = network.post(request,
             R"({"stream":true,"examples":["Cheers"],"tone":"natural","messages":[{"role":"user","content":"Rewrite this in my voice:\n\nhi"}]})");
         QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
