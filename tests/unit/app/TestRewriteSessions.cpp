@@ -1,3 +1,5 @@
+// Faults: a burst of presses making several popups, an old rewrite leaking into a new one,
+// an over-long text reaching the service, Replace writing where the text did not come from.
 #include "AccessibilityHelper.h"
 #include "FakeAccessibility.h"
 #include "FakeKeySynth.h"
@@ -70,158 +72,151 @@ class TestRewriteSessions : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void burstOfTriggersMakesOneSession();
-    void secondTriggerEndsTheFirstSession();
-    void textOverTheLimitIsRefused_data();
-    void textOverTheLimitIsRefused();
-    void replaceWritesOnlyWhereTheTextCameFrom_data();
-    void replaceWritesOnlyWhereTheTextCameFrom();
-};
-
-// Triggers arriving while a capture is under way join it: one capture, one popup, however
-// many arrive (the D-Bus entry may be called a thousand times in a row).
-void TestRewriteSessions::burstOfTriggersMakesOneSession()
-{
-    Desk desk;
-    desk.accessibility.answerDelayMs = 10;
-    StdoutCapture capture;
-    for (int i = 0; i < 200; ++i)
-        desk.sessions.triggerHumanize();
-    QTRY_VERIFY(desk.model());
-    QTRY_COMPARE(desk.rewriter.requests.size(), 1);
-    RewriteSession *session = desk.sessions.session();
-    desk.sessions.triggerHumanize(); // a later press is a new session again
-    QTRY_VERIFY(desk.sessions.session() != session);
-    const QStringList lines = capture.lines();
-    capture.restore();
-
-    QCOMPARE(countLines(lines, u"🎯 [AppDelegate] Stored previous app: Mousepad"_s), 2);
-    QCOMPARE(desk.accessibility.focusQueries, 2);
-}
-
-// A second press ends the first rewrite cleanly: its popup closes, its request is
-// cancelled and nothing of it reaches the new popup.
-void TestRewriteSessions::secondTriggerEndsTheFirstSession()
-{
-    Desk desk;
-    desk.sessions.triggerHumanize();
-    QTRY_COMPARE(desk.rewriter.requests.size(), 1);
-    PopupWindowController *first = desk.sessions.popupWindowController();
-    QTRY_VERIFY(first->window()->isVisible());
-    desk.rewriter.token(u"half"_s);
-
-    desk.accessibility.selection = u"two"_s;
-    desk.sessions.triggerHumanize();
-    QTRY_COMPARE(desk.rewriter.requests.size(), 2);
-    QCOMPARE(desk.rewriter.requests.first().handle->outcome(), RewriteRequest::Outcome::Cancelled);
-    QCOMPARE(desk.rewriter.last().text, u"two"_s);
-    QCOMPARE(desk.model()->originalText(), u"two"_s);
-
-    desk.rewriter.requests.first().handle->token(u"stale"_s);
-    desk.finishRewrite(u"new"_s);
-    QCOMPARE(desk.model()->resultText(), u"new"_s);
-    QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
-}
-
-void TestRewriteSessions::textOverTheLimitIsRefused_data()
-{
-    QTest::addColumn<bool>("handed"); // over D-Bus, else captured
-    QTest::addColumn<qsizetype>("length");
-    QTest::addColumn<bool>("refused");
-
-    const qsizetype limit = RewriteSessions::maxTextLength;
-    QTest::newRow("handed, at the limit") << true << limit << false;
-    QTest::newRow("handed, over the limit") << true << limit + 1 << true;
-    QTest::newRow("captured, at the limit") << false << limit << false;
-    QTest::newRow("captured, over the limit") << false << limit + 1 << true;
-}
-
-// Too long a text is refused with a message before any of it reaches the popup, the
-// service or the log; up to the limit it is rewritten as usual.
-void TestRewriteSessions::textOverTheLimitIsRefused()
-{
-    QFETCH(bool, handed);
-    QFETCH(qsizetype, length);
-    QFETCH(bool, refused);
-
-    const QString text(length, u'x');
-    Desk desk(text);
-    StdoutCapture capture;
-    if (handed)
-        desk.sessions.humanizeSelectedText(text);
-    else
-        desk.sessions.triggerHumanize();
-    QTRY_VERIFY(desk.model());
-    QTRY_VERIFY(desk.sessions.popupWindowController()->window()->isVisible());
-    if (!refused)
+    // Triggers arriving while a capture is under way join it: one capture, one popup, however
+    // many arrive (the D-Bus entry may be called a thousand times in a row).
+    void burstOfTriggersMakesOneSession()
+    {
+        Desk desk;
+        desk.accessibility.answerDelayMs = 10;
+        StdoutCapture capture;
+        for (int i = 0; i < 200; ++i)
+            desk.sessions.triggerHumanize();
+        QTRY_VERIFY(desk.model());
         QTRY_COMPARE(desk.rewriter.requests.size(), 1);
-    const QStringList lines = capture.lines();
-    capture.restore();
+        RewriteSession *session = desk.sessions.session();
+        desk.sessions.triggerHumanize(); // a later press is a new session again
+        QTRY_VERIFY(desk.sessions.session() != session);
+        const QStringList lines = capture.lines();
+        capture.restore();
 
-    PopupViewModel *model = desk.model();
-    if (refused) {
-        QCOMPARE(model->state(), PopupViewModel::State::Notice);
-        QCOMPARE(model->message(), RewriteSessions::tooLongMessage(length));
-        QCOMPARE(model->originalText().size(), PopupViewModel::previewLength);
-        QVERIFY(desk.rewriter.requests.isEmpty());
-        QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), 0);
-    } else {
-        QCOMPARE(desk.rewriter.requests.size(), 1);
-        QCOMPARE(desk.rewriter.last().text.size(), length);
-        QCOMPARE(model->originalPreview().size(), PopupViewModel::previewLength + 1);
-        QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), handed ? 1 : 0);
+        QCOMPARE(countLines(lines, u"🎯 [AppDelegate] Stored previous app: Mousepad"_s), 2);
+        QCOMPARE(desk.accessibility.focusQueries, 2);
     }
-}
 
-void TestRewriteSessions::replaceWritesOnlyWhereTheTextCameFrom_data()
-{
-    QTest::addColumn<bool>("handed");
-    QTest::addColumn<bool>("inTerminal");
-    QTest::addColumn<QString>("selectedAtReplace");
-    QTest::addColumn<bool>("written");
-
-    QTest::newRow("captured") << false << false << u"hello"_s << true;
-    QTest::newRow("handed, still selected") << true << false << u"hello"_s << true;
-    QTest::newRow("handed, selection changed") << true << false << u"other"_s << false;
-    QTest::newRow("captured in a terminal") << false << true << u"hello"_s << false;
-}
-
-// Replace writes only over the text the rewrite came from, in the window it came from.
-// Elsewhere the rewrite goes to the clipboard; in a terminal the popup says so.
-void TestRewriteSessions::replaceWritesOnlyWhereTheTextCameFrom()
-{
-    QFETCH(bool, handed);
-    QFETCH(bool, inTerminal);
-    QFETCH(QString, selectedAtReplace);
-    QFETCH(bool, written);
-
-    Desk desk(u"hello"_s);
-    if (inTerminal) {
-        desk.workspace.frontmost = terminal;
-        desk.primary.owner = terminal.window;
-        desk.primary.selection = u"hello"_s;
-    }
-    QGuiApplication::clipboard()->clear();
-    if (handed)
-        desk.sessions.humanizeSelectedText(u"hello"_s);
-    else
+    // A second press ends the first rewrite cleanly: its popup closes, its request is
+    // cancelled and nothing of it reaches the new popup.
+    void secondTriggerEndsTheFirstSession()
+    {
+        Desk desk;
         desk.sessions.triggerHumanize();
-    QTRY_COMPARE(desk.rewriter.requests.size(), 1);
-    desk.finishRewrite(u"Hi there"_s);
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        PopupWindowController *first = desk.sessions.popupWindowController();
+        QTRY_VERIFY(first->window()->isVisible());
+        desk.rewriter.token(u"half"_s);
 
-    desk.accessibility.selection = selectedAtReplace;
-    desk.workspace.frontmost = std::nullopt; // the popup has the focus
-    desk.model()->replace();
+        desk.accessibility.selection = u"two"_s;
+        desk.sessions.triggerHumanize();
+        QTRY_COMPARE(desk.rewriter.requests.size(), 2);
+        QCOMPARE(desk.rewriter.requests.first().handle->outcome(), RewriteRequest::Outcome::Cancelled);
+        QCOMPARE(desk.rewriter.last().text, u"two"_s);
+        QCOMPARE(desk.model()->originalText(), u"two"_s);
 
-    if (written) {
-        QTRY_COMPARE(desk.accessibility.written, QStringList { u"Hi there"_s });
-        return;
+        desk.rewriter.requests.first().handle->token(u"stale"_s);
+        desk.finishRewrite(u"new"_s);
+        QCOMPARE(desk.model()->resultText(), u"new"_s);
+        QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
     }
-    QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
-    QVERIFY(desk.accessibility.written.isEmpty());
-    QCOMPARE(desk.sessions.popupWindowController()->window()->isVisible(), inTerminal);
-    QCOMPARE(desk.model()->note().isEmpty(), !inTerminal);
-}
+
+    void textOverTheLimitIsRefused_data()
+    {
+        QTest::addColumn<bool>("handed"); // over D-Bus, else captured
+        QTest::addColumn<qsizetype>("length");
+        QTest::addColumn<bool>("refused");
+
+        const qsizetype limit = RewriteSessions::maxTextLength;
+        QTest::newRow("handed, at the limit") << true << limit << false;
+        QTest::newRow("handed, over the limit") << true << limit + 1 << true;
+        QTest::newRow("captured, at the limit") << false << limit << false;
+        QTest::newRow("captured, over the limit") << false << limit + 1 << true;
+    }
+
+    // Too long a text is refused with a message before any of it reaches the popup, the
+    // service or the log; up to the limit it is rewritten as usual.
+    void textOverTheLimitIsRefused()
+    {
+        QFETCH(bool, handed);
+        QFETCH(qsizetype, length);
+        QFETCH(bool, refused);
+
+        const QString text(length, u'x');
+        Desk desk(text);
+        StdoutCapture capture;
+        if (handed)
+            desk.sessions.humanizeSelectedText(text);
+        else
+            desk.sessions.triggerHumanize();
+        QTRY_VERIFY(desk.model());
+        QTRY_VERIFY(desk.sessions.popupWindowController()->window()->isVisible());
+        if (!refused)
+            QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        const QStringList lines = capture.lines();
+        capture.restore();
+
+        PopupViewModel *model = desk.model();
+        if (refused) {
+            QCOMPARE(model->state(), PopupViewModel::State::Notice);
+            QCOMPARE(model->message(), RewriteSessions::tooLongMessage(length));
+            QCOMPARE(model->originalText().size(), PopupViewModel::previewLength);
+            QVERIFY(desk.rewriter.requests.isEmpty());
+            QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), 0);
+        } else {
+            QCOMPARE(desk.rewriter.requests.size(), 1);
+            QCOMPARE(desk.rewriter.last().text.size(), length);
+            QCOMPARE(model->originalPreview().size(), PopupViewModel::previewLength + 1);
+            QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), handed ? 1 : 0);
+        }
+    }
+
+    void replaceWritesOnlyWhereTheTextCameFrom_data()
+    {
+        QTest::addColumn<bool>("handed");
+        QTest::addColumn<bool>("inTerminal");
+        QTest::addColumn<QString>("selectedAtReplace");
+        QTest::addColumn<bool>("written");
+
+        QTest::newRow("captured") << false << false << u"hello"_s << true;
+        QTest::newRow("handed, still selected") << true << false << u"hello"_s << true;
+        QTest::newRow("handed, selection changed") << true << false << u"other"_s << false;
+        QTest::newRow("captured in a terminal") << false << true << u"hello"_s << false;
+    }
+
+    // Replace writes only over the text the rewrite came from, in the window it came from.
+    // Elsewhere the rewrite goes to the clipboard; in a terminal the popup says so.
+    void replaceWritesOnlyWhereTheTextCameFrom()
+    {
+        QFETCH(bool, handed);
+        QFETCH(bool, inTerminal);
+        QFETCH(QString, selectedAtReplace);
+        QFETCH(bool, written);
+
+        Desk desk(u"hello"_s);
+        if (inTerminal) {
+            desk.workspace.frontmost = terminal;
+            desk.primary.owner = terminal.window;
+            desk.primary.selection = u"hello"_s;
+        }
+        QGuiApplication::clipboard()->clear();
+        if (handed)
+            desk.sessions.humanizeSelectedText(u"hello"_s);
+        else
+            desk.sessions.triggerHumanize();
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        desk.finishRewrite(u"Hi there"_s);
+
+        desk.accessibility.selection = selectedAtReplace;
+        desk.workspace.frontmost = std::nullopt; // the popup has the focus
+        desk.model()->replace();
+
+        if (written) {
+            QTRY_COMPARE(desk.accessibility.written, QStringList { u"Hi there"_s });
+            return;
+        }
+        QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
+        QVERIFY(desk.accessibility.written.isEmpty());
+        QCOMPARE(desk.sessions.popupWindowController()->window()->isVisible(), inTerminal);
+        QCOMPARE(desk.model()->note().isEmpty(), !inTerminal);
+    }
+};
 
 QTEST_MAIN(TestRewriteSessions)
 #include "TestRewriteSessions.moc"
