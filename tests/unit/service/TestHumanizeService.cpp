@@ -1,4 +1,4 @@
-// Faults: a malformed request or log line, a cancelled rewrite still reporting, leaks, no idle timeout.
+// Faults: a malformed request or log line, a cancelled rewrite still reporting, leaks.
 #include "FixtureServer.h"
 #include "HumanizeService.h"
 #include "RewriteRecorder.h"
@@ -228,20 +228,6 @@ private Q_SLOTS:
 
         QTEST(first.calls, "first");
         QTEST(second.calls, "second");
-    }
-
-    void idleTimeoutFromTheConstructor()
-    {
-        FixtureServer server;
-        QVERIFY(server.listen());
-        FixtureReply silent = eventStream({ "never" }, FixtureReply::End::Stall);
-        silent.stopAt = 0;
-        server.route(completions, silent);
-        auto storage = newStorage(server.url("/api/v1").toString());
-        HumanizeService service(*storage, 250ms);
-        RewriteRecorder recorder;
-        service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
-        QTRY_COMPARE(recorder.calls, QStringList { u"error:The request timed out."_s });
     }
 
     // Each request's thread and objects go once it has ended; none pile up.

@@ -1,3 +1,5 @@
+// Faults: a direct request to a model server built wrong, and a failure told in words that do
+// not say what to do.
 #include "FixtureServer.h"
 #include "HumanizeService.h"
 #include "RewriteRecorder.h"
@@ -180,6 +182,8 @@ private Q_SLOTS:
             << int(Provider::LocalModel) << u"stall"_s << none << u"llama3.1"_s
             << u"%1 stopped answering before the rewrite was done. Retry; a model that is "
                "still loading may need a moment."_s;
+        QTest::newRow("tessary service: timeout") << int(Provider::TessaryService) << u"stall"_s << none
+                                                  << QString() << u"The request timed out."_s;
         QTest::newRow("tls to a plain server")
             << int(Provider::ModelService) << u"tls"_s << stream({ "x" }) << u"gpt-4o-mini"_s
             << u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
