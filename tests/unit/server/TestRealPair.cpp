@@ -1,5 +1,4 @@
-// The desktop program's own HumanizeService talking to tessary-server, which talks to
-// the stand-in model server: the whole road of a rewrite, each hop real HTTP.
+// Faults: the program and tessary-server disagreeing on the request, its errors, or a cancel.
 
 #include "HumanizeService.h"
 #include "RewriteServer.h"
@@ -101,8 +100,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::newRow("wrong token") << true << u"stale"_s
                                      << u"Invalid API key. Please check your token in Settings."_s;
-        QTest::newRow("no token") << true << QString()
-                                  << u"Invalid API key. Please check your token in Settings."_s;
         QTest::newRow("no model configured")
             << false << u"pair-token"_s
             << u"No language model is configured for tessary-server: set upstream_url, for example "

@@ -1,3 +1,4 @@
+// Faults: local models missed or stored wrong, a connection test that rewrites or misreports, stale results.
 #include "FixtureServer.h"
 #include "ModelChooser.h"
 #include "StorageManager.h"
