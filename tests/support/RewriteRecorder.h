@@ -17,14 +17,4 @@ struct RewriteRecorder
             [this](const QString &message) { calls.append(QStringLiteral("error:") + message); },
             [this] { calls.append(QStringLiteral("cancelled")); } };
     }
-
-    QStringList tokens() const
-    {
-        QStringList result;
-        for (const QString &call : calls) {
-            if (call.startsWith(QStringLiteral("token:")))
-                result.append(call.mid(6));
-        }
-        return result;
-    }
 };

@@ -1,10 +1,10 @@
 // Faults: a model server's list misread, a server missed or wrongly offered, the port list misparsed.
+#include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "ModelProbe.h"
 
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTest>
 
 #include <memory>
@@ -27,16 +27,6 @@ FixtureReply json(int status, const QByteArray &body)
 
 const QByteArray openAiList = R"({"object":"list","data":[{"id":"qwen2.5:7b"},{"id":"llama3.1:8b"}]})";
 const QByteArray ollamaTags = R"({"models":[{"name":"llama3.1:latest","model":"llama3.1:latest"}]})";
-
-// A port on which nothing listens: taken from the kernel, then given back.
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    const quint16 port = server.serverPort();
-    server.close();
-    return port;
-}
 
 // A server that answers like llama.cpp's, or like a web page, or like Ollama.
 std::unique_ptr<FixtureServer> modelServer(const QString &kind)

@@ -1,16 +1,14 @@
 // Faults: a server without an upstream that does not look on this machine, takes a
 // server without models, or asks the found server for another model than it listed.
+#include "ClosedPort.h"
 #include "FixtureServer.h"
 
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,15 +22,6 @@ FixtureReply json(const QByteArray &body)
     reply.headers = { { "Content-Type", "application/json" } };
     reply.body = body;
     return reply;
-}
-
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    const quint16 port = server.serverPort();
-    server.close();
-    return port;
 }
 
 } // namespace
@@ -117,15 +106,7 @@ private Q_SLOTS:
             QCOMPARE(
                 listed->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), withToken ? 200 : 401);
             if (withToken)
-                QCOMPARE(QJsonDocument::fromJson(listed->readAll())
-                             .object()
-                             .value(u"data"_s)
-                             .toArray()
-                             .first()
-                             .toObject()
-                             .value(u"id"_s)
-                             .toString(),
-                    model);
+                QCOMPARE(QJsonDocument::fromJson(listed->readAll())["data"_L1][0]["id"_L1].toString(), model);
         }
 
         QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(serverPort)));
@@ -141,7 +122,7 @@ private Q_SLOTS:
                 asked.append(seen);
         }
         QCOMPARE(asked.size(), 1);
-        QCOMPARE(QJsonDocument::fromJson(asked.first().body).object().value(u"model"_s).toString(), model);
+        QCOMPARE(QJsonDocument::fromJson(asked.first().body)["model"_L1].toString(), model);
     }
 };
 

@@ -1,11 +1,11 @@
 // Faults: local models missed or stored wrong, a connection test that rewrites or misreports, stale results.
+#include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "ModelChooser.h"
 #include "StorageManager.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -23,15 +23,6 @@ FixtureReply json(int status, const QByteArray &body)
     reply.headers = { { "Content-Type", "application/json" } };
     reply.body = body;
     return reply;
-}
-
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    const quint16 port = server.serverPort();
-    server.close();
-    return port;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Faults: a direct request to a model server built wrong, and a failure told in words that do
 // not say what to do.
+#include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "HumanizeService.h"
 #include "RewriteRecorder.h"
@@ -35,15 +36,6 @@ FixtureReply stream(const QList<QByteArray> &fragments)
     for (const QByteArray &fragment : fragments)
         body += R"(data: {"choices":[{"delta":{"content":")" + fragment + "\"}}]}\n\n";
     return reply(200, body + "data: [DONE]\n\n", "text/event-stream");
-}
-
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    const quint16 port = server.serverPort();
-    server.close();
-    return port;
 }
 
 } // namespace

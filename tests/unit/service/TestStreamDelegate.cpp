@@ -1,4 +1,5 @@
 // Faults: replies misread over real reads, failures without a message, wrong or private log lines.
+#include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "Log.h"
 #include "RewriteRecorder.h"
@@ -6,7 +7,6 @@
 #include "StreamDelegate.h"
 
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -196,13 +196,7 @@ private Q_SLOTS:
 
     void unreachableService()
     {
-        quint16 port = 0;
-        {
-            QTcpServer probe; // a port that was free a moment ago and has no listener now
-            QVERIFY(probe.listen(QHostAddress::LocalHost));
-            port = probe.serverPort();
-        }
-        const QStringList calls = run(QUrl(u"http://127.0.0.1:%1/chat"_s.arg(port)));
+        const QStringList calls = run(QUrl(u"http://127.0.0.1:%1/chat"_s.arg(closedPort())));
         QCOMPARE(calls.size(), 1);
         QVERIFY2(calls.first().startsWith(u"error:Connection refused"_s), qPrintable(calls.first()));
     }
