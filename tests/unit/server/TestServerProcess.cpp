@@ -1,7 +1,8 @@
-// The tessary-server program as a user starts it: first start creates and prints the
-// client token, later starts use it silently, the config file is read, and a stop
-// signal ends it cleanly.
+// Faults: the token shown, lost or readable by others; a port shared; forged log lines; no local model found.
+// The tessary-server program as a user starts it.
 
+#include "ClosedPort.h"
+#include "FixtureServer.h"
 #include "server/FixtureUpstream.h"
 
 #include <QDateTime>
@@ -29,21 +30,37 @@ private:
     FixtureUpstream m_upstream;
     QNetworkAccessManager m_network;
 
-    void launch(QProcess &server, int port, const QStringList &arguments = {})
+    // The program's environment, its settings under `home`.
+    static QProcessEnvironment environmentFor(const QString &home)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.path());
-        server.setProcessEnvironment(environment);
+        environment.insert(u"XDG_CONFIG_HOME"_s, home);
+        environment.remove(u"TESSARY_SERVER_UPSTREAM_URL"_s);
+        return environment;
+    }
+
+    static QByteArray tokenIn(const QString &home)
+    {
+        QFile file(home + u"/tessary-server/client-token"_s);
+        return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+    }
+
+    // Its settings are in the shared home unless `server` was given an environment.
+    void launch(QProcess &server, int port, const QStringList &arguments = {})
+    {
+        if (server.processEnvironment().isEmpty())
+            server.setProcessEnvironment(environmentFor(m_home.path()));
         server.start(
             QString::fromLatin1(TESSARY_SERVER_PATH), QStringList { u"--port=%1"_s.arg(port) } + arguments);
     }
 
     // Starts the program on a free port; `port` is where it listens, 0 when it did not come up.
-    void start(QProcess &server, int &port, const QStringList &arguments = {})
+    void start(QProcess &server, int &port, const QStringList &arguments = {}, QByteArray *logged = nullptr)
     {
         launch(server, 0, arguments);
         const QRegularExpression listening(u"listening on http://127\\.0\\.0\\.1:(\\d+)/api/v1"_s);
-        QByteArray log;
+        QByteArray scratch;
+        QByteArray &log = logged ? *logged : scratch;
         port = 0;
         QTRY_VERIFY_WITH_TIMEOUT((log += server.readAllStandardError(),
                                      port = listening.match(QString::fromUtf8(log)).captured(1).toInt())
@@ -51,13 +68,14 @@ private:
             10000);
     }
 
-    QNetworkReply *rewrite(int port, const QString &token)
+    QNetworkReply *rewrite(int port, const QByteArray &token,
+        const QByteArray &body
+        = R"({"stream":true,"examples":[],"tone":"natural","messages":[{"role":"user","content":"Rewrite this in my voice:\n\nhi"}]})")
     {
         QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(port)));
         request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-        request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
-        return m_network.post(request,
-            R"({"stream":true,"examples":[],"tone":"natural","messages":[{"role":"user","content":"Rewrite this in my voice:\n\nhi"}]})");
+        request.setRawHeader("Authorization", "Bearer " + token);
+        return m_network.post(request, body);
     }
 
     void stop(QProcess &server)
@@ -102,7 +120,7 @@ private Q_SLOTS:
         // Where the token is, never the token: a terminal's scrollback is no place for it.
         QVERIFY2(banner.contains(tokenFile.fileName()) && !banner.contains(token), qPrintable(banner));
 
-        QNetworkReply *reply = rewrite(port, token);
+        QNetworkReply *reply = rewrite(port, token.toUtf8());
         QTRY_VERIFY(reply->isFinished());
         QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
         QVERIFY(reply->readAll().contains(R"("content":"Hey")"));
@@ -113,7 +131,7 @@ private Q_SLOTS:
         int secondPort = 0;
         start(second, secondPort);
         QVERIFY(secondPort > 0);
-        QNetworkReply *again = rewrite(secondPort, token);
+        QNetworkReply *again = rewrite(secondPort, token.toUtf8());
         QTRY_VERIFY(again->isFinished());
         QCOMPARE(again->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
         QVERIFY(second.readAllStandardOutput().isEmpty());
@@ -160,17 +178,12 @@ private Q_SLOTS:
         int port = 0;
         start(server, port, arguments);
         QVERIFY(port > 0);
-        QFile tokenFile(m_home.filePath(u"tessary-server/client-token"_s));
-        QVERIFY(tokenFile.open(QIODevice::ReadOnly));
-
-        QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(port)));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-        request.setRawHeader("Authorization", "Bearer " + tokenFile.readAll().trimmed());
         const QJsonObject body { { "stream"_L1, true }, { "tone"_L1, tone },
             { "examples"_L1, QJsonArray { sample } },
             { "messages"_L1,
                 QJsonArray { QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, "hi"_L1 } } } } };
-        QNetworkReply *reply = m_network.post(request, QJsonDocument(body).toJson(QJsonDocument::Compact));
+        QNetworkReply *reply
+            = rewrite(port, tokenIn(m_home.path()), QJsonDocument(body).toJson(QJsonDocument::Compact));
         QTRY_VERIFY(reply->isFinished());
         QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
         QByteArray log;
@@ -184,6 +197,71 @@ private Q_SLOTS:
                     || line.startsWith(QDateTime::currentDateTimeUtc().toString(u"yyyy-"_s).toLatin1()),
                 log.constData());
         QVERIFY2(log.contains("#7 done: 1 fragments in 1 ms"), log.constData());
+    }
+    // With no upstream_url set, as `make run` starts it on a new machine, it takes a model
+    // server with a model on this machine, and asks it for the model it listed.
+    void upstreamFromThisMachine_data()
+    {
+        QTest::addColumn<QByteArray>("models"); // what the local server lists; empty: nothing listens
+        QTest::addColumn<QString>("logged"); // %1: the local server's port
+        QTest::addColumn<QString>("model"); // asked of the local server by a rewrite; empty: no rewrite
+        const QString none = u"no upstream_url set and no model server with a model found on this machine"_s;
+        QTest::newRow("a model server with models")
+            << QByteArray(R"({"object":"list","data":[{"id":"found-7b"},{"id":"other-3b"}]})")
+            << u"upstream found on this machine: a model server at http://127.0.0.1:%1/v1, model found-7b"_s
+            << u"found-7b"_s;
+        QTest::newRow("a model server without a model")
+            << QByteArray(R"({"object":"list","data":[]})") << none << QString();
+        QTest::newRow("nothing listening") << QByteArray() << none << QString();
+    }
+    void upstreamFromThisMachine()
+    {
+        QFETCH(QByteArray, models);
+        QFETCH(QString, logged);
+        QFETCH(QString, model);
+        FixtureServer local;
+        QVERIFY(local.listen());
+        const quint16 localPort = models.isEmpty() ? closedPort() : local.port();
+        FixtureReply list;
+        list.headers = { { "Content-Type", "application/json" } };
+        list.body = models;
+        local.route("/v1/models", list);
+        FixtureReply stream;
+        stream.headers = { { "Content-Type", "text/event-stream" } };
+        stream.body = "data: {\"choices\":[{\"delta\":{\"content\":\"Hey\"}}]}\n\ndata: [DONE]\n\n";
+        local.route("/v1/chat/completions", stream);
+
+        QTemporaryDir home;
+        QProcessEnvironment environment = environmentFor(home.path());
+        environment.insert(u"TESSARY_LOCAL_MODEL_PORTS"_s, QString::number(localPort));
+        QProcess server;
+        server.setProcessEnvironment(environment);
+        int port = 0;
+        QByteArray log;
+        start(server, port, {}, &log);
+        QVERIFY(port > 0);
+        QVERIFY2(log.contains(logged.arg(localPort).toUtf8()), log.constData());
+        if (!model.isEmpty()) {
+            // The model it took, for a client's connection test: with the token only.
+            for (const bool withToken : { false, true }) {
+                QNetworkRequest ask(QUrl(u"http://127.0.0.1:%1/api/v1/models"_s.arg(port)));
+                if (withToken)
+                    ask.setRawHeader("Authorization", "Bearer " + tokenIn(home.path()));
+                QNetworkReply *listed = m_network.get(ask);
+                QTRY_VERIFY(listed->isFinished());
+                QCOMPARE(listed->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+                    withToken ? 200 : 401);
+                if (withToken)
+                    QCOMPARE(
+                        QJsonDocument::fromJson(listed->readAll())["data"_L1][0]["id"_L1].toString(), model);
+            }
+            QNetworkReply *reply = rewrite(port, tokenIn(home.path()));
+            QTRY_VERIFY(reply->isFinished());
+            QVERIFY(reply->readAll().contains(R"("content":"Hey")"));
+            QCOMPARE(local.requests().last().path, QByteArray("/v1/chat/completions"));
+            QCOMPARE(QJsonDocument::fromJson(local.requests().last().body)["model"_L1].toString(), model);
+        }
+        stop(server);
     }
 };
 
