@@ -2,6 +2,7 @@
 #include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "ModelProbe.h"
+#include "Replies.h"
 
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
@@ -16,15 +17,6 @@ Q_DECLARE_METATYPE(ModelList::Outcome)
 
 namespace {
 
-FixtureReply json(int status, const QByteArray &body)
-{
-    FixtureReply reply;
-    reply.status = status;
-    reply.headers = { { "Content-Type", "application/json" } };
-    reply.body = body;
-    return reply;
-}
-
 const QByteArray openAiList = R"({"object":"list","data":[{"id":"qwen2.5:7b"},{"id":"llama3.1:8b"}]})";
 const QByteArray ollamaTags = R"({"models":[{"name":"llama3.1:latest","model":"llama3.1:latest"}]})";
 
@@ -35,9 +27,9 @@ std::unique_ptr<FixtureServer> modelServer(const QString &kind)
     if (!server->listen())
         return nullptr;
     if (kind == "openai"_L1) {
-        server->route("/v1/models", json(200, openAiList));
+        server->route("/v1/models", jsonReply(200, openAiList));
     } else if (kind == "ollama"_L1) {
-        server->route("/api/tags", json(200, ollamaTags));
+        server->route("/api/tags", jsonReply(200, ollamaTags));
     } else if (kind == "web page"_L1) {
         FixtureReply page;
         page.headers = { { "Content-Type", "text/html" } };
@@ -64,34 +56,35 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("models");
         QTest::addColumn<QString>("serverName");
 
-        const FixtureReply none = json(0, {});
-        FixtureReply stall = json(200, openAiList);
+        const FixtureReply none = jsonReply(0, {});
+        FixtureReply stall = jsonReply(200, openAiList);
         stall.end = FixtureReply::End::Stall;
         stall.stopAt = 5;
 
-        QTest::newRow("openai list") << json(200, openAiList) << none << ModelList::Outcome::Listed
+        QTest::newRow("openai list") << jsonReply(200, openAiList) << none << ModelList::Outcome::Listed
                                      << QStringList { u"qwen2.5:7b"_s, u"llama3.1:8b"_s } << QString();
-        QTest::newRow("server with no model yet") << json(200, R"({"object":"list","data":null})") << none
-                                                  << ModelList::Outcome::Listed << QStringList() << QString();
-        QTest::newRow("models and data both sent, duplicates once") << json(
+        QTest::newRow("server with no model yet")
+            << jsonReply(200, R"({"object":"list","data":null})") << none << ModelList::Outcome::Listed
+            << QStringList() << QString();
+        QTest::newRow("models and data both sent, duplicates once") << jsonReply(
             200, R"({"models":[{"name":"a.gguf"}],"object":"list","data":[{"id":"a.gguf"},{"id":"a.gguf"}]})")
                                                                     << none << ModelList::Outcome::Listed
                                                                     << QStringList { u"a.gguf"_s }
                                                                     << QString();
         QTest::newRow("only ollama's own list")
-            << json(404, "404 page not found") << json(200, ollamaTags) << ModelList::Outcome::Listed
-            << QStringList { u"llama3.1:latest"_s } << u"Ollama"_s;
+            << jsonReply(404, "404 page not found") << jsonReply(200, ollamaTags)
+            << ModelList::Outcome::Listed << QStringList { u"llama3.1:latest"_s } << u"Ollama"_s;
         QTest::newRow("a web server, not a model server")
-            << json(200, "<html>hello</html>") << json(200, "<html>hello</html>")
+            << jsonReply(200, "<html>hello</html>") << jsonReply(200, "<html>hello</html>")
             << ModelList::Outcome::NotFound << QStringList() << QString();
-        QTest::newRow("json, but no list") << json(200, R"({"status":"ok"})") << none
+        QTest::newRow("json, but no list") << jsonReply(200, R"({"status":"ok"})") << none
                                            << ModelList::Outcome::NotFound << QStringList() << QString();
-        QTest::newRow("wrong key") << json(401, R"({"error":{"message":"Incorrect API key provided"}})")
+        QTest::newRow("wrong key") << jsonReply(401, R"({"error":{"message":"Incorrect API key provided"}})")
                                    << none << ModelList::Outcome::Unauthorized << QStringList() << QString();
-        QTest::newRow("forbidden") << json(403, "{}") << none << ModelList::Outcome::Unauthorized
+        QTest::newRow("forbidden") << jsonReply(403, "{}") << none << ModelList::Outcome::Unauthorized
                                    << QStringList() << QString();
         QTest::newRow("server error")
-            << json(500, "{}") << none << ModelList::Outcome::HttpError << QStringList() << QString();
+            << jsonReply(500, "{}") << none << ModelList::Outcome::HttpError << QStringList() << QString();
         QTest::newRow("nothing comes in time")
             << stall << none << ModelList::Outcome::TimedOut << QStringList() << QString();
     }

@@ -3,6 +3,7 @@
 
 #include "ClosedPort.h"
 #include "FixtureServer.h"
+#include "Replies.h"
 #include "server/FixtureUpstream.h"
 
 #include <QDateTime>
@@ -222,14 +223,8 @@ private Q_SLOTS:
         FixtureServer local;
         QVERIFY(local.listen());
         const quint16 localPort = models.isEmpty() ? closedPort() : local.port();
-        FixtureReply list;
-        list.headers = { { "Content-Type", "application/json" } };
-        list.body = models;
-        local.route("/v1/models", list);
-        FixtureReply stream;
-        stream.headers = { { "Content-Type", "text/event-stream" } };
-        stream.body = "data: {\"choices\":[{\"delta\":{\"content\":\"Hey\"}}]}\n\ndata: [DONE]\n\n";
-        local.route("/v1/chat/completions", stream);
+        local.route("/v1/models", jsonReply(200, models));
+        local.route("/v1/chat/completions", eventStream({ "Hey" }));
 
         QTemporaryDir home;
         QProcessEnvironment environment = environmentFor(home.path());

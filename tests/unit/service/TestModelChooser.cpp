@@ -2,6 +2,7 @@
 #include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "ModelChooser.h"
+#include "Replies.h"
 #include "StorageManager.h"
 
 #include <QRegularExpression>
@@ -15,15 +16,6 @@ namespace {
 
 using Provider = StorageManager::Provider;
 using Result = ModelChooser::Result;
-
-FixtureReply json(int status, const QByteArray &body)
-{
-    FixtureReply reply;
-    reply.status = status;
-    reply.headers = { { "Content-Type", "application/json" } };
-    reply.body = body;
-    return reply;
-}
 
 } // namespace
 
@@ -54,8 +46,8 @@ private Q_SLOTS:
         QVERIFY(ollama.listen());
         QVERIFY(llama.listen());
         ollama.route(
-            "/api/tags", json(200, R"({"models":[{"name":"llama3.1:latest"},{"name":"qwen2.5:7b"}]})"));
-        llama.route("/v1/models", json(200, R"({"object":"list","data":[{"id":"phi-3.gguf"}]})"));
+            "/api/tags", jsonReply(200, R"({"models":[{"name":"llama3.1:latest"},{"name":"qwen2.5:7b"}]})"));
+        llama.route("/v1/models", jsonReply(200, R"({"object":"list","data":[{"id":"phi-3.gguf"}]})"));
 
         auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
         ModelChooser chooser(*storage,
@@ -97,23 +89,24 @@ private Q_SLOTS:
         QTest::addColumn<Result>("kind");
         QTest::addColumn<QString>("result"); // a pattern; %1 is host:port
 
-        const FixtureReply list = json(200, R"({"object":"list","data":[{"id":"llama3.1"},{"id":"phi3"}]})");
+        const FixtureReply list
+            = jsonReply(200, R"({"object":"list","data":[{"id":"llama3.1"},{"id":"phi3"}]})");
         QTest::newRow("local server, its model")
             << int(Provider::LocalModel) << u"phi3"_s << QByteArray("/v1/models") << list << Result::Succeeded
             << u"^Connected to %1 — model phi3 \\(\\d+ ms\\)\\.$"_s;
         QTest::newRow("ollama, found by its own list")
             << int(Provider::LocalModel) << u"llama3.1:latest"_s << QByteArray("/api/tags")
-            << json(200, R"({"models":[{"name":"llama3.1:latest"}]})") << Result::Succeeded
+            << jsonReply(200, R"({"models":[{"name":"llama3.1:latest"}]})") << Result::Succeeded
             << u"^Connected to Ollama at %1 — model llama3\\.1:latest \\(\\d+ ms\\)\\.$"_s;
         QTest::newRow("model the server does not have")
             << int(Provider::LocalModel) << u"mistral"_s << QByteArray("/v1/models") << list << Result::Failed
             << u"^The model server at %1 has no model named “mistral”\\. Pick one of its models in Settings\\.$"_s;
         QTest::newRow("service refuses the key")
             << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models")
-            << json(401, R"({"error":{"message":"Incorrect API key provided"}})") << Result::Failed
+            << jsonReply(401, R"({"error":{"message":"Incorrect API key provided"}})") << Result::Failed
             << u"^%1 refused the API key\\. Enter the right key in Settings\\.$"_s;
         QTest::newRow("service rate limit")
-            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models") << json(429, "{}")
+            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models") << jsonReply(429, "{}")
             << Result::Failed << u"^%1 is turning requests away for now: .*"_s;
         QTest::newRow("nothing listening, tessary service")
             << int(Provider::TessaryService) << QString() << QByteArray() << list << Result::Failed
@@ -179,8 +172,8 @@ private Q_SLOTS:
         int asked = 0;
         server.route("/v1/models", [&asked](const FixtureRequest &) {
             if (asked++ > 0)
-                return json(200, R"({"data":[{"id":"gpt-4o"}]})");
-            FixtureReply slow = json(401, R"({"error":{"message":"bad key"}})");
+                return jsonReply(200, R"({"data":[{"id":"gpt-4o"}]})");
+            FixtureReply slow = jsonReply(401, R"({"error":{"message":"bad key"}})");
             slow.headerDelay = std::chrono::milliseconds(300);
             return slow;
         });
@@ -214,8 +207,8 @@ private Q_SLOTS:
     {
         FixtureServer server;
         QVERIFY(server.listen());
-        server.route(
-            "/v1/models", json(200, R"({"object":"list","data":[{"id":"gpt-4o-mini"},{"id":"gpt-4o"}]})"));
+        server.route("/v1/models",
+            jsonReply(200, R"({"object":"list","data":[{"id":"gpt-4o-mini"},{"id":"gpt-4o"}]})"));
         auto storage = newStorage(u"http://127.0.0.1:1/api/v1"_s);
         storage->setProvider(Provider::ModelService);
         storage->setModelBase(server.url("/v1/").toString());

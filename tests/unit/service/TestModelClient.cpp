@@ -3,6 +3,7 @@
 #include "ClosedPort.h"
 #include "FixtureServer.h"
 #include "HumanizeService.h"
+#include "Replies.h"
 #include "RewriteRecorder.h"
 #include "StorageManager.h"
 
@@ -17,28 +18,7 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
-namespace {
-
 using Provider = StorageManager::Provider;
-
-FixtureReply reply(int status, const QByteArray &body, const QByteArray &type = "application/json")
-{
-    FixtureReply reply;
-    reply.status = status;
-    reply.headers = { { "Content-Type", type } };
-    reply.body = body;
-    return reply;
-}
-
-FixtureReply stream(const QList<QByteArray> &fragments)
-{
-    QByteArray body;
-    for (const QByteArray &fragment : fragments)
-        body += R"(data: {"choices":[{"delta":{"content":")" + fragment + "\"}}]}\n\n";
-    return reply(200, body + "data: [DONE]\n\n", "text/event-stream");
-}
-
-} // namespace
 
 // The direct path to a model server, and what the user reads when any path fails.
 class TestModelClient : public QObject
@@ -86,7 +66,7 @@ private Q_SLOTS:
 
         FixtureServer server;
         QVERIFY(server.listen());
-        server.route("/v1/chat/completions", stream({ "Hi", " there" }));
+        server.route("/v1/chat/completions", eventStream({ "Hi", " there" }));
         auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
         chooseModel(
             *storage, Provider(provider), server.url(basePath.toUtf8()).toString(), u"llama3.1:8b"_s, key);
@@ -138,36 +118,36 @@ private Q_SLOTS:
                u"pick "
                "another model in Settings."_s;
         QTest::newRow("no model chosen")
-            << int(Provider::LocalModel) << u"reply"_s << stream({ "x" }) << QString()
+            << int(Provider::LocalModel) << u"reply"_s << eventStream({ "x" }) << QString()
             << u"No language model is chosen yet. Pick one in Settings."_s;
         QTest::newRow("model unknown to the server")
             << int(Provider::LocalModel) << u"reply"_s
-            << reply(404, "{\"error\":{\"message\":\"model 'llama9' not found, try pulling it first\"}}")
+            << jsonReply(404, "{\"error\":{\"message\":\"model 'llama9' not found, try pulling it first\"}}")
             << u"llama9"_s
             << u"The model server at %1 has no model named “llama9”. Pick one of its models in Settings."_s;
         QTest::newRow("wrong key")
             << int(Provider::ModelService) << u"reply"_s
-            << reply(401,
+            << jsonReply(401,
                    R"({"error":{"message":"Incorrect API key provided: sk-ab***yz.","type":"invalid_request_error","code":"invalid_api_key"}})")
             << u"gpt-4o-mini"_s << u"%1 refused the API key. Enter the right key in Settings."_s;
         QTest::newRow("quota spent")
             << int(Provider::ModelService) << u"reply"_s
-            << reply(429,
+            << jsonReply(429,
                    R"({"error":{"message":"You exceeded your current quota.","type":"insufficient_quota"}})")
             << u"gpt-4o-mini"_s
             << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
                "Wait a moment and retry, or check the plan with the provider."_s;
         QTest::newRow("tessary service: rate limited, no body")
-            << int(Provider::TessaryService) << u"reply"_s << reply(429, {}, "text/plain") << QString()
+            << int(Provider::TessaryService) << u"reply"_s << jsonReply(429, {}, "text/plain") << QString()
             << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
                "Wait a moment and retry, or check the plan with the provider."_s;
         QTest::newRow("tessary service: its own key message stays")
             << int(Provider::TessaryService) << u"reply"_s
-            << reply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})")
+            << jsonReply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})")
             << QString() << u"Invalid API key. Please check your token in Settings."_s;
         QTest::newRow("tessary service: its streamed words stay")
             << int(Provider::TessaryService) << u"reply"_s
-            << reply(200, "data: {\"error\":{\"message\":\"The model server is not running\"}}\n\n",
+            << jsonReply(200, "data: {\"error\":{\"message\":\"The model server is not running\"}}\n\n",
                    "text/event-stream")
             << QString() << u"The model server is not running"_s;
         QTest::newRow("timeout")
@@ -177,7 +157,7 @@ private Q_SLOTS:
         QTest::newRow("tessary service: timeout") << int(Provider::TessaryService) << u"stall"_s << none
                                                   << QString() << u"The request timed out."_s;
         QTest::newRow("tls to a plain server")
-            << int(Provider::ModelService) << u"tls"_s << stream({ "x" }) << u"gpt-4o-mini"_s
+            << int(Provider::ModelService) << u"tls"_s << eventStream({ "x" }) << u"gpt-4o-mini"_s
             << u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
                "this machine usually takes http://, not https://)."_s;
     }
@@ -206,7 +186,7 @@ private Q_SLOTS:
         } else if (server == "closed"_L1) {
             port = closedPort();
         } else if (server == "stall"_L1) {
-            FixtureReply stalled = stream({ "Hel", "lo" });
+            FixtureReply stalled = eventStream({ "Hel", "lo" });
             stalled.framing = FixtureReply::Framing::Chunked;
             stalled.end = FixtureReply::End::Stall;
             stalled.stopAt = 0;
