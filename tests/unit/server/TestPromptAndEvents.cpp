@@ -1,5 +1,4 @@
-// The pure pieces of tessary-server: how samples are cut to the budget, how an upstream's
-// reply is read however it comes, and how fragments are written.
+// Faults: samples cut past the budget or wrongly, an upstream reply misread, a fragment event malformed.
 
 #include "EventStream.h"
 #include "EventStreamRows.h"

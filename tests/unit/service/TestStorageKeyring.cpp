@@ -1,3 +1,4 @@
+// Faults: a key lost, in the wrong place, readable by others, or in a log, with or without a keyring.
 #include "KeyStore.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
@@ -223,8 +224,6 @@ void TestStorageKeyring::withoutKeyring_data()
 void TestStorageKeyring::withKeyring_data()
 {
     addColumns();
-    QTest::newRow("typed key") << QString() << QString() << QStringList { u"sk-typed-10001111"_s } << false
-                               << u"sk-typed-10001111"_s;
     QTest::newRow("typed a keystroke at a time")
         << QString() << QString()
         << QStringList { u"s"_s, u"sk"_s, u"sk-"_s, u"sk-k"_s, u"sk-ke"_s, u"sk-key-10002222"_s } << false

@@ -1,5 +1,4 @@
-// The program's reading of a completion reply: the shared event-stream rows through
-// StreamParser, cut in every way, and what it reports of the lines for the log.
+// Faults: a completion reply misread where the network cuts it, or its lines shown wrong in the log.
 
 #include "EventStreamRows.h"
 #include "StreamParser.h"
