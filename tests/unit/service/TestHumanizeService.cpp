@@ -178,8 +178,6 @@ private Q_SLOTS:
         QCOMPARE(m_server.requests().size(), 0);
     }
 
-    // The popup's rewrite and the settings' connection test run side by side: starting
-    // one never silences the other, and each hears its own outcome.
     // One rewrite at a time: the popup's new request ends the one still running, and its
     // owner hears so; a request cancelled by its owner ends alone.
     void secondRequestCancelsTheFirst_data()

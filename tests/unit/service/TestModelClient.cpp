@@ -130,17 +130,17 @@ private Q_SLOTS:
             << jsonReply(401,
                    R"({"error":{"message":"Incorrect API key provided: sk-ab***yz.","type":"invalid_request_error","code":"invalid_api_key"}})")
             << u"gpt-4o-mini"_s << u"%1 refused the API key. Enter the right key in Settings."_s;
+        const QString turnedAway
+            = u"%1 is turning requests away for now: the rate limit or the quota of the "
+              "account is reached. Wait a moment and retry, or check the plan with the provider."_s;
         QTest::newRow("quota spent")
             << int(Provider::ModelService) << u"reply"_s
             << jsonReply(429,
                    R"({"error":{"message":"You exceeded your current quota.","type":"insufficient_quota"}})")
-            << u"gpt-4o-mini"_s
-            << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
-               "Wait a moment and retry, or check the plan with the provider."_s;
+            << u"gpt-4o-mini"_s << turnedAway;
         QTest::newRow("tessary service: rate limited, no body")
             << int(Provider::TessaryService) << u"reply"_s << jsonReply(429, {}, "text/plain") << QString()
-            << u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
-               "Wait a moment and retry, or check the plan with the provider."_s;
+            << turnedAway;
         QTest::newRow("tessary service: its own key message stays")
             << int(Provider::TessaryService) << u"reply"_s
             << jsonReply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})")

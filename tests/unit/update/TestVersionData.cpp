@@ -69,18 +69,16 @@ void TestVersionData::decoding_data()
                                << QString();
     QTest::newRow("data absent") << QByteArray(R"({"success":false,"error":"down"})") << true << false
                                  << QString();
+    const auto changed = [&record](const QByteArray &from, const QByteArray &to) {
+        return R"({"success":true,"data":)" + QByteArray(record).replace(from, to) + "}";
+    };
     QTest::newRow("record lacks minimum_supported_version")
-        << QByteArray(R"({"success":true,"data":{"current_version":"2","download_url":"u",
-            "release_notes":"","force_update":true}})")
-        << false << false << u"minimum_supported_version"_s;
+        << changed(R"(,"minimum_supported_version":"1.0.0")", "") << false << false
+        << u"minimum_supported_version"_s;
     QTest::newRow("force_update as text")
-        << QByteArray(R"({"success":true,"data":{"current_version":"2","download_url":"u",
-            "release_notes":"","force_update":"no","minimum_supported_version":"1"}})")
-        << false << false << u"force_update"_s;
+        << changed("false", R"("no")") << false << false << u"force_update"_s;
     QTest::newRow("version as number")
-        << QByteArray(R"({"success":true,"data":{"current_version":2,"download_url":"u",
-            "release_notes":"","force_update":true,"minimum_supported_version":"1"}})")
-        << false << false << u"current_version"_s;
+        << changed(R"("1.4.2")", "2") << false << false << u"current_version"_s;
     QTest::newRow("success missing") << QByteArray(R"({"data":null})") << false << false << u"success"_s;
     QTest::newRow("success as text") << QByteArray(R"({"success":"true"})") << false << false << u"success"_s;
     QTest::newRow("error as number") << QByteArray(R"({"success":true,"error":5})") << false << false
