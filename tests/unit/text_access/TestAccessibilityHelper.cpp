@@ -1,3 +1,4 @@
+// Faults: the clipboard not restored or typed into the wrong window, a terminal interrupted, wrong log lines.
 #include "AccessibilityHelper.h"
 #include "FakeAccessibility.h"
 #include "FakeKeySynth.h"
@@ -56,7 +57,6 @@ private Q_SLOTS:
 
     void capture_data();
     void capture();
-    void captureWaitsForLateCopy();
     void secondCaptureJoinsTheFirst();
     void terminals_data();
     void terminals();
@@ -200,8 +200,6 @@ void TestAccessibilityHelper::capture_data()
     QTest::newRow("empty clipboard keeps the copy")
         << app << QString() << 0 << none << u"B"_s << Formats() << text(u"B"_s) << Method::Clipboard
         << Formats { { u"text/plain"_s, "B" } };
-    QTest::newRow("empty clipboard, copy ignored")
-        << app << QString() << 0 << none << ignores << Formats() << none << Method::None << Formats();
 
     // Whoever does not answer in time is passed over; capture goes on by its deadline.
     QTest::newRow("application never answers")
@@ -264,33 +262,17 @@ void TestAccessibilityHelper::capture()
         QCOMPARE(m_pasteboard->changeCount(), countBefore);
 }
 
-void TestAccessibilityHelper::captureWaitsForLateCopy()
-{
-    // Slow applications answer Ctrl+C after several polls; the user's clipboard must stay
-    // saved until then, and the caller must not be answered before.
-    m_accessibility->selection.reset();
-    m_pasteboard->setContents(richUserClipboard);
-    applicationCopies(u"late"_s, int(fast.pollPause.count()) * 8);
-    bool answered = false;
-    Capture result;
-    m_helper->captureSelectedText([&](const Capture &capture) {
-        answered = true;
-        result = capture;
-    });
-    QVERIFY(!answered);
-    QTRY_VERIFY(answered);
-    QCOMPARE(result.text, std::optional<QString>(u"late"_s));
-    QCOMPARE(m_pasteboard->contents(), richUserClipboard);
-}
-
 void TestAccessibilityHelper::secondCaptureJoinsTheFirst()
 {
     m_accessibility->selection.reset();
     m_pasteboard->setContents(richUserClipboard);
-    applicationCopies(u"B"_s, int(fast.pollPause.count()) * 2);
+    // A slow application answers Ctrl+C after several polls: neither caller is answered
+    // before, and the user's clipboard stays saved until then.
+    applicationCopies(u"B"_s, int(fast.pollPause.count()) * 8);
     QList<std::optional<QString>> answers;
     m_helper->captureSelectedText([&](const Capture &capture) { answers.append(capture.text); });
     m_helper->captureSelectedText([&](const Capture &capture) { answers.append(capture.text); });
+    QVERIFY(answers.isEmpty());
     QTRY_COMPARE(answers.size(), 2);
     QCOMPARE(answers.at(0), std::optional<QString>(u"B"_s));
     QCOMPARE(answers.at(1), std::optional<QString>(u"B"_s));
@@ -309,21 +291,12 @@ void TestAccessibilityHelper::terminals_data()
     QTest::addColumn<bool>("terminal");
 
     QTest::newRow("xterm") << QStringList { u"xterm"_s, u"XTerm"_s } << u"XTerm"_s << true;
-    QTest::newRow("urxvt") << QStringList { u"urxvt"_s, u"URxvt"_s } << u"URxvt"_s << true;
     QTest::newRow("gnome-terminal") << QStringList { u"gnome-terminal-server"_s, u"Gnome-terminal"_s }
                                     << u"Terminal"_s << true;
-    QTest::newRow("konsole") << QStringList { u"konsole"_s, u"konsole"_s } << u"Konsole"_s << true;
     QTest::newRow("xfce4-terminal") << QStringList { u"xfce4-terminal"_s, u"Xfce4-terminal"_s }
                                     << u"Xfce Terminal"_s << true;
-    QTest::newRow("alacritty") << QStringList { u"Alacritty"_s, u"Alacritty"_s } << u"Alacritty"_s << true;
-    QTest::newRow("kitty") << QStringList { u"kitty"_s, u"kitty"_s } << u"kitty"_s << true;
-    QTest::newRow("foot") << QStringList { u"foot"_s, u"foot"_s } << u"Foot"_s << true;
-    QTest::newRow("tilix") << QStringList { u"tilix"_s, u"Tilix"_s } << u"Tilix"_s << true;
-    QTest::newRow("terminator") << QStringList { u"terminator"_s, u"Terminator"_s } << u"Terminator"_s
-                                << true;
     QTest::newRow("no class, known by name") << QStringList() << u"Konsole"_s << true;
     QTest::newRow("mousepad") << QStringList { u"mousepad"_s, u"Mousepad"_s } << u"Mousepad"_s << false;
-    QTest::newRow("firefox") << QStringList { u"Navigator"_s, u"firefox-esr"_s } << u"Firefox ESR"_s << false;
     QTest::newRow("an editor named after a terminal word")
         << QStringList { u"termpad"_s, u"Termpad"_s } << u"Termpad"_s << false;
 }
@@ -366,9 +339,6 @@ void TestAccessibilityHelper::replace_data()
     QTest::newRow("refused, every format restored")
         << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << richUserClipboard << true
         << fallback + QStringList { restored } << richUserClipboard;
-    QTest::newRow("refused, image restored")
-        << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << imageOnly << true
-        << fallback + QStringList { restored } << imageOnly;
     QTest::newRow("refused, empty string restored")
         << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << emptyText << true
         << fallback + QStringList { restored } << emptyText;
@@ -437,7 +407,6 @@ void TestAccessibilityHelper::replaceLogsFirstFiftyCharacters_data()
     QTest::addColumn<QString>("logged");
 
     const QString family = u"👨‍👩‍👧"_s; // one character for the user, five code points
-    QTest::newRow("short") << u"Hi"_s << u"Hi"_s;
     QTest::newRow("empty") << QString() << QString();
     QTest::newRow("exactly fifty") << QString(50, u'a') << QString(50, u'a');
     QTest::newRow("long") << QString(49, u'a') + u"bc"_s << QString(49, u'a') + u"b"_s;
