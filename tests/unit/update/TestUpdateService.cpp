@@ -1,6 +1,6 @@
 // Faults: a check due too early or never, state lost on a bad reply, an alert on a silent check, a lost skip.
 #include "BrowserCatcher.h"
-#include "FixtureServer.h"
+#include "Replies.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
 #include "UpdateAlert.h"
@@ -26,15 +26,6 @@ QByteArray releaseReply(const QString &version)
            "\"release_notes\":\"Faster rewrites.\",\"force_update\":false,\"minimum_supported_version\":\"0.1.0\"}}"_s
                .arg(version)
                .toUtf8();
-}
-
-FixtureReply reply(const QByteArray &body, int status = 200)
-{
-    FixtureReply r;
-    r.status = status;
-    r.headers = { { "Content-Type", "application/json" } };
-    r.body = body;
-    return r;
 }
 
 // Answers the update alert with the button titled `answer` once it is on screen, and
@@ -167,7 +158,7 @@ void TestUpdateService::due()
     QCOMPARE(service.shouldCheckForUpdates(now), due);
     if (!enabled) {
         // Switched off, not even the user asking starts a check.
-        m_server->route("/api/v1/version", reply(releaseReply(u"9.0"_s)));
+        m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"9.0"_s)));
         QSignalSpy checking(&service, &UpdateService::isCheckingForUpdatesChanged);
         service.checkForUpdates(false);
         QCOMPARE(checking.size(), 0);
@@ -239,14 +230,14 @@ void TestUpdateService::check()
     const QJsonObject buildInfo { { u"name"_s, u"Tessary"_s }, { u"version"_s, u"0.1.0"_s } };
     UpdateService service(*m_storage, buildInfo);
     if (knownBefore) {
-        m_server->route("/api/v1/version", reply(releaseReply(u"9.0.0"_s)));
+        m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"9.0.0"_s)));
         QCOMPARE(runCheck(service, true), 1);
         QVERIFY(service.updateAvailable());
     }
     if (status == 0)
         m_storage->setApiBase(u"http://127.0.0.1:1/api/v1"_s); // nothing listens on port 1
     else
-        m_server->route("/api/v1/version", reply(body, status));
+        m_server->route("/api/v1/version", jsonReply(status, body));
 
     QStringList toldUser;
     connect(&service, &UpdateService::upToDate, this,
@@ -292,7 +283,7 @@ void TestUpdateService::alert()
     QFETCH(QList<QUrl>, opened);
     QFETCH(QString, skipped);
 
-    m_server->route("/api/v1/version", reply(releaseReply(u"2.0.0"_s)));
+    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0.0"_s)));
     UpdateService service(*m_storage, { { u"version"_s, u"1.9"_s } });
     BrowserCatcher browser;
     AlertAnswerer alert(service, answer);
@@ -320,7 +311,7 @@ void TestUpdateService::skippedReleaseOnlyQuietsTheAutomaticCheck()
     UpdateService service(*m_storage, { { u"version"_s, u"1.0"_s } });
     AlertAnswerer alert(service, u"Later"_s);
 
-    m_server->route("/api/v1/version", reply(releaseReply(u"2.0"_s)));
+    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0"_s)));
     QCOMPARE(runCheck(service, true), 1);
     QVERIFY(!service.updateAvailable());
 
@@ -329,7 +320,7 @@ void TestUpdateService::skippedReleaseOnlyQuietsTheAutomaticCheck()
     QTRY_COMPARE(alert.shown, 1);
 
     // A release after the skipped one is announced again.
-    m_server->route("/api/v1/version", reply(releaseReply(u"2.0.1"_s)));
+    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0.1"_s)));
     QCOMPARE(runCheck(service, true), 1);
     QVERIFY(service.updateAvailable());
     QCOMPARE(service.availableVersion(), u"2.0.1"_s);

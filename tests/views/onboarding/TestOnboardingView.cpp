@@ -1,8 +1,8 @@
 // Faults: onboarding deaf to mouse or keys, Finish usable while blank, no model offered or
 // picked, a wrong hover colour, no hint when the service is not usable.
-#include "FixtureServer.h"
 #include "OnboardingModel.h"
 #include "QuickItems.h"
+#include "Replies.h"
 #include "StorageManager.h"
 
 #include <QFile>
@@ -67,10 +67,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_modelServer.listen());
-        FixtureReply models;
-        models.headers = { { "Content-Type", "application/json" } };
-        models.body = R"({"object":"list","data":[{"id":"phi-3.gguf"},{"id":"qwen2.5.gguf"}]})";
-        m_modelServer.route("/v1/models", models);
+        m_modelServer.route("/v1/models",
+            jsonReply(200, R"({"object":"list","data":[{"id":"phi-3.gguf"},{"id":"qwen2.5.gguf"}]})"));
     }
     void init()
     {
