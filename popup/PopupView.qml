@@ -11,6 +11,7 @@ FocusScope {
 
     required property PopupViewModel viewModel
     property bool copied: false
+    property int copiedFor: 1800 // ms that Copy reads "Copied!" after a click
     readonly property bool isLoading: viewModel.busy
 
     signal closeRequested
@@ -23,7 +24,8 @@ FocusScope {
         viewModel.copy();
         copied = true;
         // Every click gets its own reset, so the first of quick clicks ends it.
-        const reset = Qt.createQmlObject("import QtQml; Timer { interval: 1800; running: true }", view);
+        const reset = Qt.createQmlObject(
+            "import QtQml; Timer { interval: " + view.copiedFor + "; running: true }", view);
         reset.triggered.connect(() => {
             view.copied = false;
             reset.destroy();

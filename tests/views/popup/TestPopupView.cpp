@@ -197,14 +197,21 @@ void TestPopupView::copyConfirmsForAWhile()
     m_rewriter.token(u"Result"_s);
     m_rewriter.complete();
     QQuickItem *copy = item("copyButton");
+    QQuickItem *view = copy;
+    while (view && !view->property("copiedFor").isValid())
+        view = view->parentItem();
+    QVERIFY(view);
+    QCOMPARE(view->property("copiedFor").toInt(), 1800);
+    view->setProperty("copiedFor", 200);
 
     QElapsedTimer clock;
     clock.start();
     click(copy);
     QCOMPARE(m_host.copied, QStringList { u"Result"_s });
     QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), u"Copy"_s, 4000);
-    QVERIFY2(clock.elapsed() >= 1700, qPrintable(QString::number(clock.elapsed())));
+    QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
+    // Coarse timers may fire up to 5% early.
+    QVERIFY2(clock.elapsed() >= 190, qPrintable(QString::number(clock.elapsed())));
 }
 
 void TestPopupView::longOriginalIsCutToFourLines()
