@@ -1,3 +1,5 @@
+// Faults: the focus lost during the key grab, a stale or hidden element reported, another application's focus
+// used.
 #include "atspi/AtspiAccessibility.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 // Faults: a tray menu not following the update state, a second icon, no word when the shortcut is taken.
 #include "BrowserCatcher.h"
-#include "FixtureServer.h"
+#include "Replies.h"
 #include "StorageManager.h"
 #include "TrayMenu.h"
 #include "UpdateService.h"
@@ -19,13 +19,11 @@ namespace {
 
 FixtureReply release(const QString &version)
 {
-    FixtureReply reply;
-    reply.body = u"{\"success\":true,\"data\":{\"current_version\":\"%1\",\"download_url\":\"https://"
-                 u"example.org/%1\","
-                 "\"release_notes\":\"\",\"force_update\":false,\"minimum_supported_version\":\"0.1\"}}"_s
-                     .arg(version)
-                     .toUtf8();
-    return reply;
+    return jsonReply(200,
+        u"{\"success\":true,\"data\":{\"current_version\":\"%1\",\"download_url\":\"https://example.org/%1\","
+        u"\"release_notes\":\"\",\"force_update\":false,\"minimum_supported_version\":\"0.1\"}}"_s
+            .arg(version)
+            .toUtf8());
 }
 
 // One line per menu entry: its text, "[bold]" and its shortcut; "--" for a separator.
@@ -67,11 +65,10 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     UpdateService updates(storage, {});
     BrowserCatcher browser;
 
-    TrayMenu trayMenu(updates);
-    TrayMenu *tray = &trayMenu;
+    TrayMenu tray(updates);
     const QStringList plain { u"Rewrite as me  Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s,
         u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
-    QCOMPARE(describe(tray->menu()), plain);
+    QCOMPARE(describe(tray.menu()), plain);
 
     // A newer release: the menu is rebuilt with the bold update item, which downloads.
     server.route("/api/v1/version", release(u"99.0"_s));
@@ -80,8 +77,8 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     QVERIFY(status.wait());
     QStringList available = plain;
     available[2] = u"Update Available! [bold]"_s;
-    QCOMPARE(describe(tray->menu()), available);
-    tray->menu()->actions().at(2)->trigger();
+    QCOMPARE(describe(tray.menu()), available);
+    tray.menu()->actions().at(2)->trigger();
     QCOMPARE(browser.opened, QList<QUrl> { QUrl(u"https://example.org/99.0"_s) });
     QCOMPARE(server.requests().size(), 1); // the item opened the download instead of asking again
 
@@ -89,12 +86,12 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     server.route("/api/v1/version", release(u"0.0.1"_s));
     updates.checkForUpdates(true);
     QVERIFY(status.wait());
-    QCOMPARE(describe(tray->menu()), plain);
-    QCOMPARE(tray->findChildren<QSystemTrayIcon *>().size(), 1);
+    QCOMPARE(describe(tray.menu()), plain);
+    QCOMPARE(tray.findChildren<QSystemTrayIcon *>().size(), 1);
 
     // Without a known update the item asks the service, and the user hears the answer.
     QSignalSpy upToDate(&updates, &UpdateService::upToDate);
-    tray->menu()->actions().at(2)->trigger();
+    tray.menu()->actions().at(2)->trigger();
     QVERIFY(upToDate.wait());
     QCOMPARE(server.requests().size(), 3);
 }
