@@ -1,3 +1,4 @@
+// Faults: a credential read from or written to the wrong place, sent wrongly, or printed in a log.
 #include "FixtureServer.h"
 
 #include <QDBusConnection>

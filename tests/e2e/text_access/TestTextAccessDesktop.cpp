@@ -1,3 +1,4 @@
+// Faults: wrong text captured on a real desktop, the clipboard left changed, a paste into the wrong window.
 #include "AccessibilityHelper.h"
 #include "DesktopFixture.h"
 #include "atspi/AtspiAccessibility.h"
