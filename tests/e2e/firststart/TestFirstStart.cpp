@@ -1,7 +1,7 @@
 // Faults: a first start that needs a file edited, a model server not offered, a keyboard
 // that cannot pick it, a first rewrite that does not reach the model or the editor.
 #include "DesktopFixture.h"
-#include "FixtureServer.h"
+#include "Replies.h"
 #include "Selection.h"
 
 #include <QDBusConnection>
@@ -26,23 +26,15 @@ const QString rewrite = u"A rewrite from the local model."_s;
 // What a local OpenAI-compatible model server answers: its one model, and a stream.
 FixtureReply modelList(const FixtureRequest &)
 {
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "application/json" } };
-    reply.body = R"({"object":"list","data":[{"id":"stand-in-7b","object":"model"}]})";
-    return reply;
+    return jsonReply(200, R"({"object":"list","data":[{"id":"stand-in-7b","object":"model"}]})");
 }
 
 FixtureReply completion(const FixtureRequest &)
 {
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    for (qsizetype at = 0; at < rewrite.size(); at += 8) {
-        const QJsonObject delta { { u"content"_s, rewrite.mid(at, 8) } };
-        const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
-        reply.body += "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
-    }
-    reply.body += "data: [DONE]\n\n";
-    return reply;
+    QList<QByteArray> fragments;
+    for (qsizetype at = 0; at < rewrite.size(); at += 8)
+        fragments.append(rewrite.mid(at, 8).toUtf8());
+    return eventStream(fragments);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // Faults: a credential read from or written to the wrong place, sent wrongly, or printed in a log.
-#include "FixtureServer.h"
+#include "Replies.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -83,10 +83,7 @@ private Q_SLOTS:
         FixtureServer service;
         if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
             QSKIP("the end-to-end service port is taken");
-        FixtureReply reply;
-        reply.headers = { { "Content-Type", "text/event-stream" } };
-        reply.body = "data: {\"choices\":[{\"delta\":{\"content\":\"Hi\"}}]}\n\ndata: [DONE]\n\n";
-        service.route("/api/v1/chat/completions", reply);
+        service.route("/api/v1/chat/completions", eventStream({ "Hi" }));
 
         QTemporaryDir config;
         const QString settings = config.filePath(u"Tessary/Tessary.conf"_s);

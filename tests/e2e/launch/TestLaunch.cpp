@@ -1,5 +1,5 @@
 // Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due.
-#include "FixtureServer.h"
+#include "Replies.h"
 #include "StorageManager.h"
 
 #include <QElapsedTimer>
@@ -165,19 +165,15 @@ private Q_SLOTS:
         FixtureServer service;
         if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
             QSKIP("the end-to-end service port is taken");
-        FixtureReply reply;
-        reply.headers = { { "Content-Type", "application/json" } };
-        reply.body
-            = R"({"success":true,"data":{"current_version":"0.0.1","download_url":"https://example.org",)"
-              R"("release_notes":"","force_update":false,"minimum_supported_version":"0.0.1"}})";
-        service.route("/api/v1/version", reply);
-        QElapsedTimer *clock = nullptr;
+        service.route("/api/v1/version",
+            jsonReply(200,
+                R"({"success":true,"data":{"current_version":"0.0.1","download_url":"https://example.org",)"
+                R"("release_notes":"","force_update":false,"minimum_supported_version":"0.0.1"}})"));
         qint64 requestedAt = -1;
         Run run;
-        clock = &run.clock;
         connect(&service, &FixtureServer::requestReceived, this, [&](const FixtureRequest &request) {
             if (request.path.startsWith("/api/v1/version") && requestedAt < 0)
-                requestedAt = clock->elapsed();
+                requestedAt = run.clock.elapsed();
         });
 
         configure(run, u"sk-test"_s, {}, enabled, lastCheck);

@@ -30,13 +30,13 @@ const QString sentence = u"The second sentence is the one we want."_s;
 const QString mixed
     = u"Grüße 👋🏽 from 東京\nsecond line — 한국어\n\nlast 👨‍👩‍👧 line"_s;
 
-// Selects `length` characters from `start` with the keyboard, as a user would.
-QStringList selectRange(int start, int length)
+// Keys that select `sentence` in `paragraph`, as a user would.
+QStringList selectSentence()
 {
     QStringList names { u"ctrl+Home"_s };
-    for (int i = 0; i < start; ++i)
+    for (qsizetype i = 0; i < paragraph.indexOf(sentence); ++i)
         names.append(u"Right"_s);
-    for (int i = 0; i < length; ++i)
+    for (qsizetype i = 0; i < sentence.size(); ++i)
         names.append(u"shift+Right"_s);
     return names;
 }
@@ -50,6 +50,15 @@ void select(const QStringList &selectKeys, const QString &selected)
         return run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }) == selected.toUtf8();
     };
     QTRY_VERIFY_WITH_TIMEOUT(selectedNow(), 10000);
+}
+
+// Double-clicks the terminal's first word, "copyme"; xterm then holds it as PRIMARY.
+void selectWordInTerminal()
+{
+    run(u"xdotool"_s,
+        { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
+            u"--repeat"_s, u"2"_s, u"1"_s });
+    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
 }
 
 // The program that owns the CLIPBOARD selection: whoever last put something there.
@@ -176,14 +185,12 @@ void TestTextAccessDesktop::capture_data()
     QTest::addColumn<QString>("clipboardType");
     QTest::addColumn<QByteArray>("clipboardData");
 
-    const int at = int(paragraph.indexOf(sentence));
     const QByteArray userText = "the user's own clipboard";
-    QTest::newRow("accessibility") << true << paragraph << selectRange(at, int(sentence.size()))
-                                   << u"UTF8_STRING"_s << userText;
+    QTest::newRow("accessibility") << true << paragraph << selectSentence() << u"UTF8_STRING"_s << userText;
     QTest::newRow("clipboard, user text kept")
-        << false << paragraph << selectRange(at, int(sentence.size())) << u"UTF8_STRING"_s << userText;
+        << false << paragraph << selectSentence() << u"UTF8_STRING"_s << userText;
     QTest::newRow("clipboard, user image kept")
-        << false << paragraph << selectRange(at, int(sentence.size())) << u"image/png"_s << pngImage();
+        << false << paragraph << selectSentence() << u"image/png"_s << pngImage();
     QTest::newRow("accessibility, emoji, CJK, line breaks")
         << true << mixed << QStringList { u"ctrl+a"_s } << u"UTF8_STRING"_s << userText;
     QTest::newRow("clipboard, emoji, CJK, line breaks")
@@ -223,7 +230,7 @@ void TestTextAccessDesktop::captureWhileModifiersAreHeld()
     // them, or the editor sees Ctrl+Alt+C and copies nothing.
     Editor editor(paragraph, false);
     QVERIFY(editor.waitUntilActive());
-    select(selectRange(int(paragraph.indexOf(sentence)), int(sentence.size())), sentence);
+    select(selectSentence(), sentence);
     run(u"xdotool"_s, { u"keydown"_s, u"ctrl+alt"_s });
     QTimer::singleShot(150, this, [] { run(u"xdotool"_s, { u"keyup"_s, u"ctrl+alt"_s }); });
     QCOMPARE(captureNow(), std::optional<QString>(sentence));
@@ -237,14 +244,11 @@ void TestTextAccessDesktop::replace_data()
     QTest::addColumn<QString>("replacement");
     QTest::addColumn<QString>("expected");
 
-    const int at = int(paragraph.indexOf(sentence));
     const QString rewritten = u"This is the rewrite."_s;
     QString expected = paragraph;
     expected.replace(sentence, rewritten);
-    QTest::newRow("accessibility") << true << paragraph << selectRange(at, int(sentence.size())) << rewritten
-                                   << expected;
-    QTest::newRow("paste") << false << paragraph << selectRange(at, int(sentence.size())) << rewritten
-                           << expected;
+    QTest::newRow("accessibility") << true << paragraph << selectSentence() << rewritten << expected;
+    QTest::newRow("paste") << false << paragraph << selectSentence() << rewritten << expected;
     QTest::newRow("accessibility, emoji, CJK, line breaks")
         << true << paragraph << QStringList { u"ctrl+a"_s } << mixed << mixed;
     QTest::newRow("paste, emoji, CJK, line breaks")
@@ -284,11 +288,7 @@ void TestTextAccessDesktop::terminalSelectionFromPrimary()
     QVERIFY(terminal.waitUntilActive());
     QVERIFY(terminal.waitUntilReady());
     const quint32 window = activeWindow();
-    // Double-click the word; xterm then holds it as PRIMARY.
-    run(u"xdotool"_s,
-        { u"mousemove"_s, u"--window"_s, QString::number(window), u"12"_s, u"10"_s, u"click"_s, u"--repeat"_s,
-            u"2"_s, u"1"_s });
-    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
+    selectWordInTerminal();
 
     const int changes = m_pasteboard->changeCount();
     QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
@@ -323,13 +323,12 @@ void TestTextAccessDesktop::replaceAfterSwitchingWindows()
     Editor source(paragraph, accessible);
     QVERIFY(source.waitUntilActive());
     const quint32 sourceWindow = activeWindow();
-    const int at = int(paragraph.indexOf(sentence));
-    select(selectRange(at, int(sentence.size())), sentence);
+    select(selectSentence(), sentence);
     QCOMPARE(captureNow(), std::optional<QString>(sentence));
 
     Editor other(paragraph, accessible);
     QVERIFY(other.waitUntilActive());
-    select(selectRange(at, int(sentence.size())), sentence);
+    select(selectSentence(), sentence);
     QVERIFY(!replaceNow(u"This is the rewrite."_s));
     QTRY_COMPARE(clipboard(), QByteArray("This is the rewrite."));
     // A mark typed at the end after the answer: a paste sent before it would show up
@@ -389,15 +388,12 @@ void TestTextAccessDesktop::shortcut()
         xterm = std::make_unique<Terminal>(u"copyme"_s);
         QVERIFY(xterm->waitUntilActive());
         QVERIFY(xterm->waitUntilReady());
-        run(u"xdotool"_s,
-            { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
-                u"--repeat"_s, u"2"_s, u"1"_s });
+        selectWordInTerminal();
         expected = u"copyme"_s;
-        QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), expected.toUtf8());
     } else {
         editor = std::make_unique<Editor>(paragraph, true);
         QVERIFY(editor->waitUntilActive());
-        select(selectRange(int(paragraph.indexOf(sentence)), int(sentence.size())), sentence);
+        select(selectSentence(), sentence);
     }
     // Text of its own, so that the wait for it also waits for its owner to take over.
     const QByteArray userClipboard = "the user's own clipboard, " + QByteArray(QTest::currentDataTag());
