@@ -4,6 +4,7 @@
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
 #include <QLoggingCategory>
 
 #include <linux/input-event-codes.h>
@@ -17,6 +18,7 @@ const QString portalService = u"org.freedesktop.portal.Desktop"_s;
 const QString portalPath = u"/org/freedesktop/portal/desktop"_s;
 const QString remoteDesktop = u"org.freedesktop.portal.RemoteDesktop"_s;
 constexpr uint keyboardDevice = 1;
+constexpr int keyReplyDeadlineMs = 1000;
 
 int evdevCode(int keyCode)
 {
@@ -110,40 +112,50 @@ void PortalKeySynth::failed(const char *step, uint response)
 
 void PortalKeySynth::drain()
 {
-    if (m_state == State::Starting)
+    if (m_state == State::Starting || m_typing || m_waiting.empty())
         return;
-    while (!m_waiting.empty()) {
-        Press press = std::move(m_waiting.front());
-        m_waiting.pop_front();
-        // Without a session nothing is typed; the caller's sequence still goes on, so the
-        // text stays on the clipboard for the user to paste.
-        if (m_state == State::Ready)
-            type(press);
-        if (press.posted)
-            press.posted();
-    }
+    // Without a session nothing is typed; the caller's sequence still goes on, so the
+    // text stays on the clipboard for the user to paste.
+    if (m_state == State::Ready)
+        queueKeys(m_waiting.front());
+    m_typing = true;
+    typeNext();
 }
 
-void PortalKeySynth::type(const Press &press)
+void PortalKeySynth::queueKeys(const Press &press)
 {
     const int code = evdevCode(press.keyCode);
     if (code == 0)
         return;
     const QList<int> modifiers = modifierCodes(press.flags);
     for (int modifier : modifiers)
-        key(modifier, true);
-    key(code, true);
-    key(code, false);
+        m_keys.emplace_back(modifier, true);
+    m_keys.emplace_back(code, true);
+    m_keys.emplace_back(code, false);
     for (auto it = modifiers.crbegin(); it != modifiers.crend(); ++it)
-        key(*it, false);
+        m_keys.emplace_back(*it, false);
 }
 
-void PortalKeySynth::key(int evdevCode, bool down)
+void PortalKeySynth::typeNext()
 {
-    // Messages on one connection arrive in order, so the keys do too.
+    if (m_keys.empty()) {
+        m_typing = false;
+        Press press = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        if (press.posted)
+            press.posted();
+        drain();
+        return;
+    }
+    const auto [code, down] = m_keys.front();
+    m_keys.pop_front();
     QDBusMessage call = QDBusMessage::createMethodCall(
         portalService, portalPath, remoteDesktop, u"NotifyKeyboardKeycode"_s);
-    call << QVariant::fromValue(QDBusObjectPath(m_session)) << QVariantMap() << evdevCode
-         << uint(down ? 1 : 0);
-    m_bus.send(call);
+    call << QVariant::fromValue(QDBusObjectPath(m_session)) << QVariantMap() << code << uint(down ? 1 : 0);
+    // An error answer or none at all still moves on: a key left down would be worse.
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call, keyReplyDeadlineMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *watcher) {
+        watcher->deleteLater();
+        typeNext();
+    });
 }

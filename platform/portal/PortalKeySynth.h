@@ -32,11 +32,15 @@ private:
     void startSession();
     void failed(const char *step, uint response);
     void drain();
-    void type(const Press &press);
-    void key(int evdevCode, bool down);
+    void typeNext();
+    void queueKeys(const Press &press);
 
     QDBusConnection m_bus;
     State m_state = State::Idle;
     QString m_session;
     std::deque<Press> m_waiting;
+    // The key events of the press being typed, each sent once the portal answered the
+    // one before: the portal may handle calls that arrive together in any order.
+    std::deque<std::pair<int, bool>> m_keys;
+    bool m_typing = false;
 };
