@@ -2,34 +2,26 @@
 
 #include "PopupHost.h"
 
-#include <QElapsedTimer>
 #include <QStringList>
 
-// Records what a popup asked of the application, and when (ms since construction).
+// Records what a popup asked of the application, in order: "return", "replace <text>",
+// "copy <text>", "settings".
 class FakePopupHost : public PopupHost
 {
 public:
     bool returnSucceeds = true;
-    qint64 returnedAt = -1;
-    qint64 replacedAt = -1;
-    QStringList replaced;
-    QStringList copied;
-    QElapsedTimer clock;
-
-    FakePopupHost() { clock.start(); }
+    QStringList calls;
 
     void returnToPreviousApp(std::function<void(bool)> done) override
     {
-        returnedAt = clock.elapsed();
+        calls.append(QStringLiteral("return"));
         done(returnSucceeds);
     }
     void replaceSelectedText(const QString &text, std::function<void(bool)> done) override
     {
-        replacedAt = clock.elapsed();
-        replaced.append(text);
+        calls.append(QStringLiteral("replace ") + text);
         done(true);
     }
-    void copyToClipboard(const QString &text) override { copied.append(text); }
-    void openSettings() override { ++settingsOpened; }
-    int settingsOpened = 0;
+    void copyToClipboard(const QString &text) override { calls.append(QStringLiteral("copy ") + text); }
+    void openSettings() override { calls.append(QStringLiteral("settings")); }
 };
