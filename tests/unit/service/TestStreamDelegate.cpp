@@ -35,6 +35,27 @@ FixtureReply reply(const QByteArray &body, QList<qsizetype> splitAt = {}, int st
     return reply;
 }
 
+// A reply that stops after `stopAt` bytes of `body`: it stalls or the connection is reset.
+FixtureReply broken(
+    const QByteArray &body, FixtureReply::End end, qsizetype stopAt, QList<qsizetype> splitAt = {})
+{
+    FixtureReply broken = reply(body, std::move(splitAt));
+    broken.end = end;
+    broken.stopAt = stopAt;
+    return broken;
+}
+
+// The first and last log lines of a request.
+QStringList received(int status)
+{
+    return { u"📡 [StreamDelegate] Response received"_s,
+        u"📡 [StreamDelegate] HTTP Status Code: %1"_s.arg(status) };
+}
+const QString taskCompleted = u"🔚 [StreamDelegate] Task completed - Error: nil"_s;
+const QStringList succeeded { taskCompleted, u"✅ [StreamDelegate] Stream completed successfully"_s };
+const QStringList failed { taskCompleted,
+    u"❌ [StreamDelegate] Stream completed with error (already handled)"_s };
+
 } // namespace
 
 class TestStreamDelegate : public QObject
@@ -68,47 +89,29 @@ private:
 private Q_SLOTS:
     void initTestCase() { QVERIFY(m_server.listen()); }
 
-    // Whatever the framing and however the body is cut, the same events come out.
-    void streams_data()
+    // Whatever the framing and however the body is cut, the same events come out; errors
+    // the service reports, and replies that yield nothing.
+    void replies_data()
     {
+        QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QList<qsizetype>>("splitAt");
         QTest::addColumn<QStringList>("calls");
 
         const QStringList hello { u"token:Hel"_s, u"token:lo"_s, u"complete"_s };
         const QByteArray twoEvents = sse("Hel") + sse("lo") + "data: [DONE]\n\n";
-        QTest::newRow("one piece") << twoEvents << QList<qsizetype> {} << hello;
-        QTest::newRow("fragment cut inside its json") << twoEvents << QList<qsizetype> { 20, 50 } << hello;
+        QTest::newRow("one piece") << 200 << twoEvents << QList<qsizetype> {} << hello;
+        QTest::newRow("fragment cut inside its json")
+            << 200 << twoEvents << QList<qsizetype> { 20, 50 } << hello;
         // "é" is C3 A9 and "🙂" F0 9F 99 82: cut inside both.
         const QByteArray multiByte = sse("caf\xc3\xa9 \xf0\x9f\x99\x82");
         const qsizetype e = multiByte.indexOf('\xc3') + 1;
         const qsizetype smile = multiByte.indexOf('\xf0') + 2;
-        QTest::newRow("multi-byte characters cut") << multiByte << QList<qsizetype> { e, smile }
+        QTest::newRow("multi-byte characters cut") << 200 << multiByte << QList<qsizetype> { e, smile }
                                                    << QStringList { u"token:café 🙂"_s, u"complete"_s };
         QTest::newRow("done ends nothing by itself")
-            << QByteArray("data: [DONE]\n" + sse("late")) << QList<qsizetype> {}
+            << 200 << QByteArray("data: [DONE]\n" + sse("late")) << QList<qsizetype> {}
             << QStringList { u"token:late"_s, u"complete"_s };
-    }
-
-    void streams()
-    {
-        QFETCH(QByteArray, body);
-        QFETCH(QList<qsizetype>, splitAt);
-        QFETCH(QStringList, calls);
-        for (Framing framing : { Framing::ContentLength, Framing::Chunked, Framing::Close }) {
-            FixtureReply scripted = reply(body, splitAt);
-            scripted.framing = framing;
-            QCOMPARE(run(scripted), calls);
-        }
-    }
-
-    // Errors the service reports, and replies that yield nothing.
-    void serviceErrors_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QList<qsizetype>>("splitAt");
-        QTest::addColumn<QStringList>("calls");
 
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
@@ -121,10 +124,7 @@ private Q_SLOTS:
         // One read: what it holds crosses to the main thread together, in its order.
         QTest::newRow("streamed error between fragments")
             << 200
-            << QByteArray(sse("Hi")
-                   + R"(data: {"error":{"message":"overloaded"}})"
-                     "\n"
-                   + sse("there"))
+            << QByteArray(sse("Hi") + "data: {\"error\":{\"message\":\"overloaded\"}}\n" + sse("there"))
             << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"error:overloaded"_s, u"token:there"_s };
         QTest::newRow("error without message or type")
             << 500 << QByteArray(R"({"error":{"code":1}})") << QList<qsizetype> {}
@@ -141,13 +141,17 @@ private Q_SLOTS:
             << 200 << QByteArray() << QList<qsizetype> {} << QStringList { noResponse };
     }
 
-    void serviceErrors()
+    void replies()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
         QFETCH(QList<qsizetype>, splitAt);
         QFETCH(QStringList, calls);
-        QCOMPARE(run(reply(body, splitAt, status)), calls);
+        for (Framing framing : { Framing::ContentLength, Framing::Chunked, Framing::Close }) {
+            FixtureReply scripted = reply(body, splitAt, status);
+            scripted.framing = framing;
+            QCOMPARE(run(scripted), calls);
+        }
     }
 
     // A failing transport always ends in one error naming it (a stall: the timeout), after whatever the
@@ -158,28 +162,18 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("before");
         QTest::addColumn<QString>("error"); // how the error begins
 
-        FixtureReply resetEarly = reply(sse("never"));
-        resetEarly.end = FixtureReply::End::Reset;
-        resetEarly.stopAt = 0;
-        QTest::newRow("reset before any body") << resetEarly << QStringList {} << u"error:"_s;
-
-        FixtureReply resetMidStream = reply(sse("a") + sse("b"), { 30 });
-        resetMidStream.end = FixtureReply::End::Reset;
-        resetMidStream.stopAt = sse("a").size() + 10;
-        QTest::newRow("reset mid-stream") << resetMidStream << QStringList { u"token:a"_s } << u"error:"_s;
-
-        FixtureReply resetAfterError = reply(R"(data: {"error":{"message":"bad"}})"
-                                             "\n"
-            + sse("b"));
-        resetAfterError.end = FixtureReply::End::Reset;
-        resetAfterError.stopAt = resetAfterError.body.indexOf("data", 5);
+        using End = FixtureReply::End;
+        QTest::newRow("reset before any body")
+            << broken(sse("never"), End::Reset, 0) << QStringList {} << u"error:"_s;
+        QTest::newRow("reset mid-stream")
+            << broken(sse("a") + sse("b"), End::Reset, sse("a").size() + 10, { 30 })
+            << QStringList { u"token:a"_s } << u"error:"_s;
+        const QByteArray errorThenMore = "data: {\"error\":{\"message\":\"bad\"}}\n" + sse("b");
         QTest::newRow("reset after a streamed error")
-            << resetAfterError << QStringList { u"error:bad"_s } << u"error:"_s;
-
-        FixtureReply stall = reply(sse("a") + sse("b"));
-        stall.end = FixtureReply::End::Stall;
-        stall.stopAt = sse("a").size();
-        QTest::newRow("stall") << stall << QStringList { u"token:a"_s } << u"error:The request timed out."_s;
+            << broken(errorThenMore, End::Reset, errorThenMore.indexOf("data", 5))
+            << QStringList { u"error:bad"_s } << u"error:"_s;
+        QTest::newRow("stall") << broken(sse("a") + sse("b"), End::Stall, sse("a").size())
+                               << QStringList { u"token:a"_s } << u"error:The request timed out."_s;
     }
 
     void transportFailures()
@@ -213,91 +207,80 @@ private Q_SLOTS:
 
         const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
         const auto length = [](const QString &value) { return u"[%1 characters]"_s.arg(value.size()); };
+        const QByteArray hi = sse("Hi") + "data: [DONE]\n\n";
+        const QStringList hiCalls { u"token:Hi"_s, u"complete"_s };
         QTest::newRow("started from the desktop: lengths, no words")
-            << 200 << QByteArray(sse("Hi") + "data: [DONE]\n\n") << QList<qsizetype> { 20 }
-            << QStringList { u"token:Hi"_s, u"complete"_s }
-            << QStringList {
-                   u"📡 [StreamDelegate] Response received"_s,
-                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
-                   u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
-                   u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
-                   u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
-                   u"📋 [StreamDelegate] Stream JSON: "_s + length(json),
-                   u"📝 [StreamDelegate] Token received: [2 characters]"_s,
-                   u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
-                   u"📄 [StreamDelegate] Processing line: [12 characters]"_s,
-                   u"🏁 [StreamDelegate] Stream completed"_s,
-                   u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
-                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                   u"✅ [StreamDelegate] Stream completed successfully"_s,
-               }
+            << 200 << hi << QList<qsizetype> { 20 } << hiCalls
+            << received(200)
+                + QStringList {
+                      u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
+                      u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
+                      u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
+                      u"📋 [StreamDelegate] Stream JSON: "_s + length(json),
+                      u"📝 [StreamDelegate] Token received: [2 characters]"_s,
+                      u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
+                      u"📄 [StreamDelegate] Processing line: [12 characters]"_s,
+                      u"🏁 [StreamDelegate] Stream completed"_s,
+                      u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
+                  }
+                + succeeded
             << true;
         QTest::newRow("typical stream")
-            << 200 << QByteArray(sse("Hi") + "data: [DONE]\n\n") << QList<qsizetype> { 20 }
-            << QStringList { u"token:Hi"_s, u"complete"_s }
-            << QStringList {
-                   u"📡 [StreamDelegate] Response received"_s,
-                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
-                   u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
-                   u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
-                   u"📄 [StreamDelegate] Processing line: data: "_s + json,
-                   u"📋 [StreamDelegate] Stream JSON: "_s + json,
-                   u"📝 [StreamDelegate] Token received: Hi"_s,
-                   u"📄 [StreamDelegate] Processing line: "_s,
-                   u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
-                   u"🏁 [StreamDelegate] Stream completed"_s,
-                   u"📄 [StreamDelegate] Processing line: "_s,
-                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                   u"✅ [StreamDelegate] Stream completed successfully"_s,
-               }
+            << 200 << hi << QList<qsizetype> { 20 } << hiCalls
+            << received(200)
+                + QStringList {
+                      u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
+                      u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
+                      u"📄 [StreamDelegate] Processing line: data: "_s + json,
+                      u"📋 [StreamDelegate] Stream JSON: "_s + json,
+                      u"📝 [StreamDelegate] Token received: Hi"_s,
+                      u"📄 [StreamDelegate] Processing line: "_s,
+                      u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
+                      u"🏁 [StreamDelegate] Stream completed"_s,
+                      u"📄 [StreamDelegate] Processing line: "_s,
+                  }
+                + succeeded
             << false;
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
         QTest::newRow("whole-reply credential error")
             << 401 << badKey << QList<qsizetype> {}
             << QStringList { u"error:Invalid API key. Please check your token in Settings."_s }
-            << QStringList {
-                   u"📡 [StreamDelegate] Response received"_s,
-                   u"📡 [StreamDelegate] HTTP Status Code: 401"_s,
-                   u"🔐 [StreamDelegate] Authentication error detected"_s,
-                   u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
-                   u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
-                   u"API "
-                   "key provided"_s,
-                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                   u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
-               }
+            << received(401)
+                + QStringList {
+                      u"🔐 [StreamDelegate] Authentication error detected"_s,
+                      u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
+                      u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
+                      "API key provided"_s,
+                  }
+                + failed
             << false;
         QTest::newRow("streamed error")
             << 200 << QByteArray(R"(data: {"error":{"message":"overloaded"}})") << QList<qsizetype> {}
             << QStringList { u"error:overloaded"_s }
-            << QStringList {
-                   u"📡 [StreamDelegate] Response received"_s,
-                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
-                   u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
-                   u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
-                   u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
-                   u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
-                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                   u"❌ [StreamDelegate] Stream completed with error (already handled)"_s,
-               }
+            << received(200)
+                + QStringList {
+                      u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
+                      u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                      u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                      u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
+                  }
+                + failed
             << false;
         // Its lines are logged as they come, its data once it is whole, on one line.
         QTest::newRow("event over two data lines")
             << 200 << QByteArray("data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n")
-            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"complete"_s }
-            << QStringList {
-                   u"📡 [StreamDelegate] Response received"_s,
-                   u"📡 [StreamDelegate] HTTP Status Code: 200"_s,
-                   u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
-                   u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
-                   u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
-                   u"📄 [StreamDelegate] Processing line: "_s,
-                   u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
-                   u"📝 [StreamDelegate] Token received: Hi"_s,
-                   u"🔚 [StreamDelegate] Task completed - Error: nil"_s,
-                   u"✅ [StreamDelegate] Stream completed successfully"_s,
-               }
+            << QList<qsizetype> {} << hiCalls
+            << received(200)
+                + QStringList {
+                      u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
+                      u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
+                      u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
+                      u"📄 [StreamDelegate] Processing line: "_s,
+                      u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
+                      u"📝 [StreamDelegate] Token received: Hi"_s,
+                  }
+                + succeeded
             << false;
     }
 
@@ -321,10 +304,7 @@ private Q_SLOTS:
 
     void cancelEndsWithoutOutcome()
     {
-        FixtureReply stall = reply(sse("a") + sse("b"));
-        stall.end = FixtureReply::End::Stall;
-        stall.stopAt = sse("a").size();
-        m_server.route("/chat", stall);
+        m_server.route("/chat", broken(sse("a") + sse("b"), FixtureReply::End::Stall, sse("a").size()));
 
         StdoutCapture capture;
         RewriteRecorder recorder;
