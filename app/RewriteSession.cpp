@@ -112,10 +112,16 @@ void RewriteSession::openSettings()
     Q_EMIT settingsRequested();
 }
 
-QString RewriteSession::replaceRefusal() const
+void RewriteSession::checkReplace(std::function<void(const QString &refusal)> done)
 {
-    if (m_target.method != CaptureTarget::Method::Primary)
-        return {};
-    return tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with "
-              "Ctrl+Shift+V.");
+    if (m_target.method == CaptureTarget::Method::Primary) {
+        done(tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with "
+                "Ctrl+Shift+V."));
+        return;
+    }
+    m_textAccess.isStillSelected(m_target, [name = nameOrUnknown(m_target.application), done](bool selected) {
+        done(selected
+                ? QString()
+                : tr("The text is no longer selected in %1: the rewrite is on the clipboard.").arg(name));
+    });
 }

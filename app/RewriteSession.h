@@ -50,7 +50,7 @@ public:
     void returnToPreviousApp(std::function<void(bool returned)> done) override;
     void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) override;
     void copyToClipboard(const QString &text) override;
-    QString replaceRefusal() const override;
+    void checkReplace(std::function<void(const QString &refusal)> done) override;
     void openSettings() override;
 
 Q_SIGNALS:

@@ -19,8 +19,10 @@ public:
     virtual void replaceSelectedText(const QString &text, std::function<void(bool replaced)> done) = 0;
     virtual void copyToClipboard(const QString &text) = 0;
     // Why Replace cannot write where the text came from (a terminal, which gets no
-    // synthesized paste), in one sentence; empty when it can. Replace then copies.
-    virtual QString replaceRefusal() const { return {}; }
+    // synthesized paste; a handed text no longer selected there), in one sentence; empty
+    // when it can. Asked while the popup is still open: Replace then copies instead, and
+    // the popup stays to say so. done runs once, later or at once.
+    virtual void checkReplace(std::function<void(const QString &refusal)> done) { done({}); }
     // Shows the settings window, for a failure that is fixed there; the popup goes.
     virtual void openSettings() { }
 };

@@ -203,19 +203,28 @@ void PopupViewModel::replace(std::function<void()> closeWindow)
     const QString text = m_resultText;
     Log::write(u"🔄"_s, u"PopupView"_s,
         u"Replace called with text length: "_s + QString::number(graphemeCount(text)));
-    if (const QString refusal = m_host ? m_host->replaceRefusal() : QString(); !refusal.isEmpty()) {
-        // The popup stays open to say where the text went.
-        copy();
-        m_replaceNote = refusal;
-        Q_EMIT noteChanged();
+    if (!m_host) {
+        if (closeWindow)
+            closeWindow();
         return;
     }
-    if (m_host)
-        Q_EMIT replaceStarted();
-    if (closeWindow)
-        closeWindow();
-    if (PopupHost *host = m_host)
-        QTimer::singleShot(returnDelayMs, [host, text] { returnAndReplace(host, text); });
+    m_host->checkReplace(
+        [self = QPointer(this), text, closeWindow = std::move(closeWindow)](const QString &refusal) {
+            if (!self || self->m_resultText != text)
+                return; // the popup went, or a Retry replaced the text, while the host looked
+            if (!refusal.isEmpty()) {
+                // The popup stays open to say where the text went.
+                self->copy();
+                self->m_replaceNote = refusal;
+                Q_EMIT self->noteChanged();
+                return;
+            }
+            Q_EMIT self->replaceStarted();
+            if (closeWindow)
+                closeWindow();
+            if (PopupHost *host = self->m_host)
+                QTimer::singleShot(returnDelayMs, [host, text] { returnAndReplace(host, text); });
+        });
 }
 
 void PopupViewModel::replace()

@@ -244,6 +244,19 @@ void AccessibilityHelper::captureHandedText(const QString &text, CaptureCallback
 
 // Replacement
 
+void AccessibilityHelper::isStillSelected(
+    const CaptureTarget &target, std::function<void(bool selected)> done)
+{
+    if (target.method != CaptureTarget::Method::Handed || !target.element) {
+        done(true);
+        return;
+    }
+    m_accessibility.selectedText(*target.element,
+        deadline<std::optional<QString>>(m_timings.answerDeadline, std::nullopt,
+            [target, done = std::move(done)](
+                const std::optional<QString> &selected) { done(selected == target.selected); }));
+}
+
 void AccessibilityHelper::replaceSelectedText(
     const QString &text, const CaptureTarget &target, ReplaceCallback done)
 {

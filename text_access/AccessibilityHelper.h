@@ -64,6 +64,9 @@ public:
     // Nothing is ever written into another window: when another one is in front by the
     // time of the paste, nothing is typed and the text is left on the clipboard.
     void replaceSelectedText(const QString &text, const CaptureTarget &target, ReplaceCallback done);
+    // Whether a handed text is still what its element has selected, asked before the popup
+    // goes; true where it cannot be known yet (Replace looks again in any case).
+    void isStillSelected(const CaptureTarget &target, std::function<void(bool selected)> done);
 
 private:
     void selectedTextViaAX(const RunningApplication &app);

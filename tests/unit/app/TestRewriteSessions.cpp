@@ -181,7 +181,7 @@ private Q_SLOTS:
     }
 
     // Replace writes only over the text the rewrite came from, in the window it came from.
-    // Elsewhere the rewrite goes to the clipboard; in a terminal the popup says so.
+    // Elsewhere the rewrite goes to the clipboard, and the popup says so.
     void replaceWritesOnlyWhereTheTextCameFrom()
     {
         QFETCH(bool, handed);
@@ -213,8 +213,9 @@ private Q_SLOTS:
         }
         QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
         QVERIFY(desk.accessibility.written.isEmpty());
-        QCOMPARE(desk.sessions.popupWindowController()->window()->isVisible(), inTerminal);
-        QCOMPARE(desk.model()->note().isEmpty(), !inTerminal);
+        // The popup stays to say where the rewrite went.
+        QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
+        QVERIFY(!desk.model()->note().isEmpty());
     }
 };
 
