@@ -133,6 +133,7 @@ QString Editor::savedText()
 }
 
 Terminal::Terminal(const QString &firstLine)
+    : m_firstWord(firstLine.section(u' ', 0, 0))
 {
     const QString script = u"echo $$ > \"$2\"; printf '%s\\n' \"$1\"; exec sleep 1000"_s;
     start(u"xterm"_s,
@@ -151,6 +152,14 @@ bool Terminal::waitUntilReady()
     };
     [&] { QTRY_VERIFY_WITH_TIMEOUT(ready(), 10000); }();
     return ready();
+}
+
+void Terminal::selectFirstWord()
+{
+    run(u"xdotool"_s,
+        { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
+            u"--repeat"_s, u"2"_s, u"1"_s });
+    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), m_firstWord.toUtf8());
 }
 
 bool Terminal::jobRuns() const

@@ -67,9 +67,12 @@ public:
     // Once the job runs, the first line has been printed.
     bool waitUntilReady();
     bool jobRuns() const;
+    // Double-clicks the first word, as the user selects it; xterm then holds it as PRIMARY.
+    void selectFirstWord();
 
 private:
     QTemporaryDir m_dir;
+    QString m_firstWord;
     qint64 m_job = 0;
 };
 

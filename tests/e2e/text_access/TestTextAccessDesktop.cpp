@@ -1,6 +1,7 @@
 // Faults: wrong text captured on a real desktop, the clipboard left changed, a paste into the wrong window.
 #include "AccessibilityHelper.h"
 #include "DesktopFixture.h"
+#include "Selection.h"
 #include "atspi/AtspiAccessibility.h"
 #include "clipboard/ClipboardPasteboard.h"
 #include "x11/KeyboardGrab.h"
@@ -30,16 +31,8 @@ const QString sentence = u"The second sentence is the one we want."_s;
 const QString mixed
     = u"Grüße 👋🏽 from 東京\nsecond line — 한국어\n\nlast 👨‍👩‍👧 line"_s;
 
-// Keys that select `sentence` in `paragraph`, as a user would.
-QStringList selectSentence()
-{
-    QStringList names { u"ctrl+Home"_s };
-    for (qsizetype i = 0; i < paragraph.indexOf(sentence); ++i)
-        names.append(u"Right"_s);
-    for (qsizetype i = 0; i < sentence.size(); ++i)
-        names.append(u"shift+Right"_s);
-    return names;
-}
+const QStringList selectSentence = keysSelecting(paragraph, sentence);
+const QStringList selectAll { u"ctrl+a"_s };
 
 // Selects with the keyboard and waits until the editor has made the selection, which it
 // publishes as the PRIMARY selection; keys sent before the editor is ready are repeated.
@@ -52,13 +45,13 @@ void select(const QStringList &selectKeys, const QString &selected)
     QTRY_VERIFY_WITH_TIMEOUT(selectedNow(), 10000);
 }
 
-// Double-clicks the terminal's first word, "copyme"; xterm then holds it as PRIMARY.
-void selectWordInTerminal()
+// Starts an asynchronous call, given the callback it answers through, and waits for the answer.
+template<typename T, typename Start> std::optional<T> answerOf(Start start)
 {
-    run(u"xdotool"_s,
-        { u"mousemove"_s, u"--window"_s, QString::number(activeWindow()), u"12"_s, u"10"_s, u"click"_s,
-            u"--repeat"_s, u"2"_s, u"1"_s });
-    QTRY_COMPARE(run(u"xclip"_s, { u"-selection"_s, u"primary"_s, u"-o"_s }), QByteArray("copyme"));
+    std::optional<T> answer;
+    start([&answer](T value) { answer = std::move(value); });
+    [&] { QTRY_VERIFY_WITH_TIMEOUT(answer.has_value(), 5000); }();
+    return answer;
 }
 
 // The program that owns the CLIPBOARD selection: whoever last put something there.
@@ -146,70 +139,53 @@ void TestTextAccessDesktop::init()
 
 std::optional<QString> TestTextAccessDesktop::captureNow()
 {
-    bool answered = false;
-    std::optional<QString> result;
-    m_helper->captureSelectedText([&](const Capture &capture) {
-        answered = true;
-        result = capture.text;
-        m_captured = capture.target;
-    });
-    [&] { QTRY_VERIFY_WITH_TIMEOUT(answered, 5000); }();
-    return result;
+    const auto capture = answerOf<Capture>([&](auto done) { m_helper->captureSelectedText(done); });
+    m_captured = capture ? capture->target : CaptureTarget {};
+    return capture ? capture->text : std::nullopt;
 }
 
 bool TestTextAccessDesktop::replaceNow(const QString &text)
 {
-    std::optional<bool> result;
-    m_helper->replaceSelectedText(text, m_captured, [&](bool replaced) { result = replaced; });
-    [&] { QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 5000); }();
-    return result.value_or(false);
+    return answerOf<bool>([&](auto done) {
+        m_helper->replaceSelectedText(text, m_captured, done);
+    }).value_or(false);
 }
 
 std::optional<RunningApplication> TestTextAccessDesktop::frontmost()
 {
-    bool answered = false;
-    std::optional<RunningApplication> result;
-    m_workspace->frontmostApplication([&](std::optional<RunningApplication> app) {
-        answered = true;
-        result = app;
-    });
-    [&] { QTRY_VERIFY_WITH_TIMEOUT(answered, 5000); }();
-    return result;
+    using Answer = std::optional<RunningApplication>;
+    return answerOf<Answer>([&](auto done) {
+        m_workspace->frontmostApplication(done);
+    }).value_or(std::nullopt);
 }
 
 void TestTextAccessDesktop::capture_data()
 {
     QTest::addColumn<bool>("accessible");
-    QTest::addColumn<QString>("content");
-    QTest::addColumn<QStringList>("selectKeys");
+    QTest::addColumn<QString>("content"); // the sentence of the paragraph is selected, or all of mixed
     QTest::addColumn<QString>("clipboardType");
     QTest::addColumn<QByteArray>("clipboardData");
 
     const QByteArray userText = "the user's own clipboard";
-    QTest::newRow("accessibility") << true << paragraph << selectSentence() << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, user text kept")
-        << false << paragraph << selectSentence() << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, user image kept")
-        << false << paragraph << selectSentence() << u"image/png"_s << pngImage();
-    QTest::newRow("accessibility, emoji, CJK, line breaks")
-        << true << mixed << QStringList { u"ctrl+a"_s } << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, emoji, CJK, line breaks")
-        << false << mixed << QStringList { u"ctrl+a"_s } << u"UTF8_STRING"_s << userText;
+    QTest::newRow("accessibility") << true << paragraph << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, user text kept") << false << paragraph << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, user image kept") << false << paragraph << u"image/png"_s << pngImage();
+    QTest::newRow("accessibility, emoji, CJK, line breaks") << true << mixed << u"UTF8_STRING"_s << userText;
+    QTest::newRow("clipboard, emoji, CJK, line breaks") << false << mixed << u"UTF8_STRING"_s << userText;
 }
 
 void TestTextAccessDesktop::capture()
 {
     QFETCH(bool, accessible);
     QFETCH(QString, content);
-    QFETCH(QStringList, selectKeys);
     QFETCH(QString, clipboardType);
     QFETCH(QByteArray, clipboardData);
 
     Editor editor(content, accessible);
     QVERIFY(editor.waitUntilActive());
     setClipboard(clipboardData, clipboardType);
-    const QString expected = selectKeys == QStringList { u"ctrl+a"_s } ? content : sentence;
-    select(selectKeys, expected);
+    const QString expected = content == mixed ? mixed : sentence;
+    select(content == mixed ? selectAll : selectSentence, expected);
 
     const int changes = m_pasteboard->changeCount();
     QCOMPARE(captureNow().value_or(u"(nothing)"_s), expected);
@@ -230,7 +206,7 @@ void TestTextAccessDesktop::captureWhileModifiersAreHeld()
     // them, or the editor sees Ctrl+Alt+C and copies nothing.
     Editor editor(paragraph, false);
     QVERIFY(editor.waitUntilActive());
-    select(selectSentence(), sentence);
+    select(selectSentence, sentence);
     run(u"xdotool"_s, { u"keydown"_s, u"ctrl+alt"_s });
     QTimer::singleShot(150, this, [] { run(u"xdotool"_s, { u"keyup"_s, u"ctrl+alt"_s }); });
     QCOMPARE(captureNow(), std::optional<QString>(sentence));
@@ -239,33 +215,26 @@ void TestTextAccessDesktop::captureWhileModifiersAreHeld()
 void TestTextAccessDesktop::replace_data()
 {
     QTest::addColumn<bool>("accessible");
-    QTest::addColumn<QString>("content");
-    QTest::addColumn<QStringList>("selectKeys");
-    QTest::addColumn<QString>("replacement");
+    QTest::addColumn<QString>("replacement"); // of the sentence, or mixed of the whole paragraph
     QTest::addColumn<QString>("expected");
 
     const QString rewritten = u"This is the rewrite."_s;
-    QString expected = paragraph;
-    expected.replace(sentence, rewritten);
-    QTest::newRow("accessibility") << true << paragraph << selectSentence() << rewritten << expected;
-    QTest::newRow("paste") << false << paragraph << selectSentence() << rewritten << expected;
-    QTest::newRow("accessibility, emoji, CJK, line breaks")
-        << true << paragraph << QStringList { u"ctrl+a"_s } << mixed << mixed;
-    QTest::newRow("paste, emoji, CJK, line breaks")
-        << false << paragraph << QStringList { u"ctrl+a"_s } << mixed << mixed;
+    const QString expected = QString(paragraph).replace(sentence, rewritten);
+    QTest::newRow("accessibility") << true << rewritten << expected;
+    QTest::newRow("paste") << false << rewritten << expected;
+    QTest::newRow("accessibility, emoji, CJK, line breaks") << true << mixed << mixed;
+    QTest::newRow("paste, emoji, CJK, line breaks") << false << mixed << mixed;
 }
 
 void TestTextAccessDesktop::replace()
 {
     QFETCH(bool, accessible);
-    QFETCH(QString, content);
-    QFETCH(QStringList, selectKeys);
     QFETCH(QString, replacement);
     QFETCH(QString, expected);
 
-    Editor editor(content, accessible);
+    Editor editor(paragraph, accessible);
     QVERIFY(editor.waitUntilActive());
-    select(selectKeys, selectKeys == QStringList { u"ctrl+a"_s } ? content : sentence);
+    select(replacement == mixed ? selectAll : selectSentence, replacement == mixed ? paragraph : sentence);
     // Replacement writes where the text was captured, as the program does.
     QCOMPARE(captureNow().has_value(), true);
     const int changes = m_pasteboard->changeCount();
@@ -288,7 +257,7 @@ void TestTextAccessDesktop::terminalSelectionFromPrimary()
     QVERIFY(terminal.waitUntilActive());
     QVERIFY(terminal.waitUntilReady());
     const quint32 window = activeWindow();
-    selectWordInTerminal();
+    terminal.selectFirstWord();
 
     const int changes = m_pasteboard->changeCount();
     QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
@@ -301,7 +270,7 @@ void TestTextAccessDesktop::terminalSelectionFromPrimary()
     // A selection the user made in another program earlier is not the terminal's.
     Editor editor(paragraph, true);
     QVERIFY(editor.waitUntilActive());
-    select({ u"ctrl+a"_s }, paragraph);
+    select(selectAll, paragraph);
     run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(window) });
     QTRY_COMPARE(activeWindow(), window);
     QCOMPARE(captureNow(), std::optional<QString>());
@@ -323,12 +292,12 @@ void TestTextAccessDesktop::replaceAfterSwitchingWindows()
     Editor source(paragraph, accessible);
     QVERIFY(source.waitUntilActive());
     const quint32 sourceWindow = activeWindow();
-    select(selectSentence(), sentence);
+    select(selectSentence, sentence);
     QCOMPARE(captureNow(), std::optional<QString>(sentence));
 
     Editor other(paragraph, accessible);
     QVERIFY(other.waitUntilActive());
-    select(selectSentence(), sentence);
+    select(selectSentence, sentence);
     QVERIFY(!replaceNow(u"This is the rewrite."_s));
     QTRY_COMPARE(clipboard(), QByteArray("This is the rewrite."));
     // A mark typed at the end after the answer: a paste sent before it would show up
@@ -351,19 +320,15 @@ void TestTextAccessDesktop::activateReportsTheActiveWindow()
     Editor second(u"second"_s, true);
     QVERIFY(second.waitUntilActive());
 
-    std::optional<bool> reported;
-    m_workspace->activate(*firstApp, [&](bool active) { reported = active; });
-    QTRY_VERIFY(reported.has_value());
-    QVERIFY(*reported);
+    const auto activate
+        = [&] { return answerOf<bool>([&](auto done) { m_workspace->activate(*firstApp, done); }); };
+    QCOMPARE(activate(), std::optional(true));
     QCOMPARE(frontmost()->pid, first.pid());
 
     // A window that went away cannot become active, and says so.
     first.stop();
     QTRY_COMPARE(frontmost().value_or(RunningApplication {}).pid, second.pid());
-    reported.reset();
-    m_workspace->activate(*firstApp, [&](bool active) { reported = active; });
-    QTRY_VERIFY(reported.has_value());
-    QVERIFY(!*reported);
+    QCOMPARE(activate(), std::optional(false));
 }
 
 void TestTextAccessDesktop::shortcut_data()
@@ -388,12 +353,12 @@ void TestTextAccessDesktop::shortcut()
         xterm = std::make_unique<Terminal>(u"copyme"_s);
         QVERIFY(xterm->waitUntilActive());
         QVERIFY(xterm->waitUntilReady());
-        selectWordInTerminal();
+        xterm->selectFirstWord();
         expected = u"copyme"_s;
     } else {
         editor = std::make_unique<Editor>(paragraph, true);
         QVERIFY(editor->waitUntilActive());
-        select(selectSentence(), sentence);
+        select(selectSentence, sentence);
     }
     // Text of its own, so that the wait for it also waits for its owner to take over.
     const QByteArray userClipboard = "the user's own clipboard, " + QByteArray(QTest::currentDataTag());
