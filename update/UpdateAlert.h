@@ -20,7 +20,7 @@ public:
     QMessageBox *window() const { return m_box; }
 
 private:
-    void show(const QString &version, const QString &informativeText);
+    void show(const QString &informativeText);
 
     UpdateService &m_updates;
     QPointer<QMessageBox> m_box;

@@ -121,20 +121,11 @@ void UpdateService::versionReplyReceived(QNetworkReply *reply, bool silent)
     const QString current = getCurrentVersion();
     Log::write(u"🔍 Version check - Current: "_s + current + u", Remote: "_s + remote.currentVersion);
 
-    // A release the user chose to skip is not announced by the automatic check; asking
-    // by hand still offers it.
-    const QString skipped = m_storage.skippedUpdateVersion();
-    const bool skippedByUser
-        = silent && !skipped.isEmpty() && !isNewerVersion(remote.currentVersion, skipped);
-
-    if (isNewerVersion(remote.currentVersion, current) && !skippedByUser) {
+    if (isNewerVersion(remote.currentVersion, current)) {
         Log::write(u"✅ Update available!"_s);
         publish(true, remote);
         if (!silent)
             showNativeUpdateAlert();
-    } else if (skippedByUser) {
-        qCDebug(lcUpdate) << "release" << remote.currentVersion << "was skipped by the user";
-        publish(false, std::nullopt);
     } else {
         Log::write(u"✅ App is up to date"_s);
         publish(false, std::nullopt);
@@ -183,14 +174,8 @@ void UpdateService::showNativeUpdateAlert()
     if (!m_updateInfo)
         return;
     // The alert is a window of the view layer; the check does not wait for the choice.
-    Q_EMIT updateAlertRequested(m_updateInfo->currentVersion,
-        u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s
-            + m_updateInfo->releaseNotes);
-}
-
-void UpdateService::skipVersion(const QString &version)
-{
-    m_storage.setSkippedUpdateVersion(version);
+    Q_EMIT updateAlertRequested(u"Version "_s + m_updateInfo->currentVersion + u" is now available.\n\n"_s
+        + m_updateInfo->releaseNotes);
 }
 
 void UpdateService::openDownloadURL()

@@ -47,8 +47,6 @@ public:
     // only updates the published state; an interactive one also tells the user.
     Q_INVOKABLE void checkForUpdates(bool silent);
     Q_INVOKABLE void openDownloadURL();
-    // The alert's "Skip This Version": the automatic check stops announcing it.
-    void skipVersion(const QString &version);
 
 Q_SIGNALS:
     // After every check that got a usable reply, with the new state already published.
@@ -58,7 +56,7 @@ Q_SIGNALS:
     void checkFailed(const QString &reason);
     // An interactive check found a newer release: the alert offers Download, Later and
     // Skip This Version.
-    void updateAlertRequested(const QString &version, const QString &informativeText);
+    void updateAlertRequested(const QString &informativeText);
 
     void isCheckingForUpdatesChanged();
     void updateAvailableChanged();

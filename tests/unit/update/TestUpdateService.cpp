@@ -1,4 +1,5 @@
-// Faults: a check due too early or never, state lost on a bad reply, an alert on a silent check, a lost skip.
+// Faults: a check due too early or never, state lost on a bad reply, an alert on a silent check, a choice of
+// the alert remembered.
 #include "BrowserCatcher.h"
 #include "Replies.h"
 #include "StdoutCapture.h"
@@ -92,7 +93,6 @@ private Q_SLOTS:
     void check();
     void alert_data();
     void alert();
-    void skippedReleaseOnlyQuietsTheAutomaticCheck();
 
 private:
     // Runs one check to its end and returns the status notifications it posted.
@@ -266,19 +266,17 @@ void TestUpdateService::alert_data()
 {
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QList<QUrl>>("opened");
-    QTest::addColumn<QString>("skipped");
 
     QTest::newRow("Download opens the release")
-        << u"Download"_s << QList<QUrl> { QUrl(u"https://example.org/t-2.0.0"_s) } << QString();
-    QTest::newRow("Later does nothing") << u"Later"_s << QList<QUrl>() << QString();
-    QTest::newRow("Skip This Version remembers it") << u"Skip This Version"_s << QList<QUrl>() << u"2.0.0"_s;
+        << u"Download"_s << QList<QUrl> { QUrl(u"https://example.org/t-2.0.0"_s) };
+    QTest::newRow("Later does nothing") << u"Later"_s << QList<QUrl>();
+    QTest::newRow("Skip This Version does nothing either") << u"Skip This Version"_s << QList<QUrl>();
 }
 
 void TestUpdateService::alert()
 {
     QFETCH(QString, answer);
     QFETCH(QList<QUrl>, opened);
-    QFETCH(QString, skipped);
 
     m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0.0"_s)));
     UpdateService service(*m_storage, { { u"version"_s, u"1.9"_s } });
@@ -294,34 +292,14 @@ void TestUpdateService::alert()
     QCOMPARE(alert.informativeText, u"Version 2.0.0 is now available.\n\nFaster rewrites."_s);
     QCOMPARE(alert.buttons, (QStringList { u"Download"_s, u"Later"_s, u"Skip This Version"_s }));
     QCOMPARE(browser.opened, opened);
-    QCOMPARE(m_storage->skippedUpdateVersion(), skipped);
     QCOMPARE(toldUpToDate.size(), 0);
-    // Whatever the answer, the menu keeps offering the release.
+    // Whatever the answer, nothing is remembered: the menu keeps offering the release,
+    // and the next check announces it again.
+    QVERIFY(service.updateAvailable());
+    QCOMPARE(runCheck(service, true), 1);
     QVERIFY(service.updateAvailable());
     service.openDownloadURL();
     QCOMPARE(browser.opened.last(), QUrl(u"https://example.org/t-2.0.0"_s));
-}
-
-void TestUpdateService::skippedReleaseOnlyQuietsTheAutomaticCheck()
-{
-    m_storage->setSkippedUpdateVersion(u"2.0.0"_s);
-    UpdateService service(*m_storage, { { u"version"_s, u"1.0"_s } });
-    AlertAnswerer alert(service, u"Later"_s);
-
-    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0"_s)));
-    QCOMPARE(runCheck(service, true), 1);
-    QVERIFY(!service.updateAvailable());
-
-    QCOMPARE(runCheck(service, false), 1);
-    QVERIFY(service.updateAvailable());
-    QTRY_COMPARE(alert.shown, 1);
-
-    // A release after the skipped one is announced again.
-    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0.1"_s)));
-    QCOMPARE(runCheck(service, true), 1);
-    QVERIFY(service.updateAvailable());
-    QCOMPARE(service.availableVersion(), u"2.0.1"_s);
-    QCOMPARE(alert.shown, 1);
 }
 
 QTEST_MAIN(TestUpdateService)
