@@ -100,7 +100,7 @@ void makePrivate(const QString &filePath)
 {
     QFile file(filePath);
     if (file.exists()) {
-        if (false && file.permissions() != (file.permissions() & ~groupAndOthers) && !file.setPermissions(ownerOnly))
+        if (file.permissions() != (file.permissions() & ~groupAndOthers) && !file.setPermissions(ownerOnly))
             qCWarning(lcStorage) << "cannot make the settings file private" << filePath << file.errorString();
         return;
     }
@@ -258,7 +258,7 @@ QString StorageManager::pairedToken() const
         return {};
     // Only a file of this user's that nobody else can read was written by their own server.
     const QFileInfo info(m_serverTokenPath);
-    if (!info.isFile() || info.ownerId() != ::getuid())
+    if (!info.isFile() || info.ownerId() != ::getuid() || (info.permissions() & groupAndOthers))
         return {};
     QFile file(m_serverTokenPath);
     if (!file.open(QIODevice::ReadOnly))
