@@ -7,6 +7,7 @@
 #include <QDBusVariant>
 #include <QStringList>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -17,29 +18,24 @@ class AtspiClient
 public:
     bool connect()
     {
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(
-            QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
-                QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress")));
+        const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+            u"org.a11y.Bus"_qs, u"/org/a11y/bus"_qs, u"org.a11y.Bus"_qs, u"GetAddress"_qs));
         if (reply.type() != QDBusMessage::ReplyMessage)
             return false;
-        m_bus = std::make_unique<QDBusConnection>(QDBusConnection::connectToBus(
-            reply.arguments().value(0).toString(), QStringLiteral("tessary-test-a11y")));
+        m_bus = std::make_unique<QDBusConnection>(
+            QDBusConnection::connectToBus(reply.arguments().value(0).toString(), u"tessary-test-a11y"_qs));
         return m_bus->isConnected();
     }
 
     // true when a button of that name was found enabled and pressed.
     bool press(const QString &name)
     {
-        const auto apps = children(
-            { QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("/org/a11y/atspi/accessible/root") });
-        for (const Node &app : apps) {
-            if (!this->name(app).contains(QStringLiteral("essary"), Qt::CaseInsensitive))
+        for (const Node &app : children(root())) {
+            if (!this->name(app).contains(u"essary"_qs, Qt::CaseInsensitive))
                 continue;
             if (auto button = find(app, name, 0)) {
                 const QDBusMessage reply
-                    = m_bus->call(QDBusMessage::createMethodCall(button->service, button->path,
-                                      QStringLiteral("org.a11y.atspi.Action"), QStringLiteral("DoAction"))
-                        << pressIndex(*button));
+                    = call(*button, u"Action"_qs, u"DoAction"_qs, { pressIndex(*button) });
                 return reply.type() == QDBusMessage::ReplyMessage && reply.arguments().value(0).toBool();
             }
         }
@@ -50,25 +46,15 @@ public:
     bool select(const QString &appName, int start, int end)
     {
         const auto text = editableText(appName);
-        if (!text)
-            return false;
-        const QDBusMessage reply
-            = m_bus->call(QDBusMessage::createMethodCall(text->service, text->path,
-                              QStringLiteral("org.a11y.atspi.Text"), QStringLiteral("AddSelection"))
-                << start << end);
-        return reply.arguments().value(0).toBool();
+        return text
+            && call(*text, u"Text"_qs, u"AddSelection"_qs, { start, end }).arguments().value(0).toBool();
     }
 
     QString text(const QString &appName)
     {
         const auto text = editableText(appName);
-        if (!text)
-            return {};
-        const QDBusMessage reply
-            = m_bus->call(QDBusMessage::createMethodCall(text->service, text->path,
-                              QStringLiteral("org.a11y.atspi.Text"), QStringLiteral("GetText"))
-                << 0 << -1);
-        return reply.arguments().value(0).toString();
+        return text ? call(*text, u"Text"_qs, u"GetText"_qs, { 0, -1 }).arguments().value(0).toString()
+                    : QString();
     }
 
 private:
@@ -78,70 +64,73 @@ private:
         QString path;
     };
 
-    QList<Node> children(const Node &node)
+    static Node root() { return { u"org.a11y.atspi.Registry"_qs, u"/org/a11y/atspi/accessible/root"_qs }; }
+
+    // A call to one of the element's org.a11y.atspi interfaces.
+    QDBusMessage call(
+        const Node &node, const QString &interface, const QString &member, const QVariantList &arguments = {})
     {
-        const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(node.service, node.path,
-            QStringLiteral("org.a11y.atspi.Accessible"), QStringLiteral("GetChildren")));
-        QList<Node> result;
-        if (reply.type() != QDBusMessage::ReplyMessage)
-            return result;
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.a11y.atspi."_qs + interface, member);
+        message.setArguments(arguments);
+        return m_bus->call(message);
+    }
+
+    // The first argument of the reply, an array of structures, one item read per element.
+    template<typename Read> static void forEach(const QDBusMessage &reply, Read read)
+    {
         const QDBusArgument argument = reply.arguments().value(0).value<QDBusArgument>();
         argument.beginArray();
         while (!argument.atEnd()) {
-            Node child;
-            QDBusObjectPath path;
             argument.beginStructure();
-            argument >> child.service >> path;
+            read(argument);
             argument.endStructure();
-            child.path = path.path();
-            result.append(child);
         }
         argument.endArray();
+    }
+
+    QList<Node> children(const Node &node)
+    {
+        QList<Node> result;
+        const QDBusMessage reply = call(node, u"Accessible"_qs, u"GetChildren"_qs);
+        if (reply.type() == QDBusMessage::ReplyMessage) {
+            forEach(reply, [&](const QDBusArgument &argument) {
+                QDBusObjectPath path;
+                result.append(Node {});
+                argument >> result.last().service >> path;
+                result.last().path = path.path();
+            });
+        }
         return result;
     }
 
     // Buttons offer more than one action (focus, press); the index of "press".
     int pressIndex(const Node &node)
     {
-        const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(
-            node.service, node.path, QStringLiteral("org.a11y.atspi.Action"), QStringLiteral("GetActions")));
-        const QDBusArgument argument = reply.arguments().value(0).value<QDBusArgument>();
-        int index = 0;
-        argument.beginArray();
-        while (!argument.atEnd()) {
+        QStringList names;
+        forEach(call(node, u"Action"_qs, u"GetActions"_qs), [&](const QDBusArgument &argument) {
             QString name, description, keys;
-            argument.beginStructure();
             argument >> name >> description >> keys;
-            argument.endStructure();
-            if (name.compare(QStringLiteral("press"), Qt::CaseInsensitive) == 0)
-                return index;
-            ++index;
-        }
-        argument.endArray();
-        return 0;
+            names.append(name.toLower());
+        });
+        return int(std::max<qsizetype>(0, names.indexOf(u"press"_qs)));
     }
 
     QString name(const Node &node)
     {
-        QDBusMessage get = QDBusMessage::createMethodCall(node.service, node.path,
-            QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-        get << QStringLiteral("org.a11y.atspi.Accessible") << QStringLiteral("Name");
-        const QDBusMessage reply = m_bus->call(get);
-        return reply.arguments().value(0).value<QDBusVariant>().variant().toString();
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            node.service, node.path, u"org.freedesktop.DBus.Properties"_qs, u"Get"_qs);
+        get << u"org.a11y.atspi.Accessible"_qs << u"Name"_qs;
+        return m_bus->call(get).arguments().value(0).value<QDBusVariant>().variant().toString();
     }
 
     bool isEnabledButton(const Node &node)
     {
-        const QDBusMessage role = m_bus->call(QDBusMessage::createMethodCall(
-            node.service, node.path, QStringLiteral("org.a11y.atspi.Accessible"), QStringLiteral("GetRole")));
         constexpr uint pushButton = 43;
-        if (role.arguments().value(0).toUInt() != pushButton)
+        if (call(node, u"Accessible"_qs, u"GetRole"_qs).arguments().value(0).toUInt() != pushButton)
             return false;
-        const QDBusMessage state = m_bus->call(QDBusMessage::createMethodCall(node.service, node.path,
-            QStringLiteral("org.a11y.atspi.Accessible"), QStringLiteral("GetState")));
-        const QDBusArgument argument = state.arguments().value(0).value<QDBusArgument>();
         QList<uint> words;
-        argument >> words;
+        call(node, u"Accessible"_qs, u"GetState"_qs).arguments().value(0).value<QDBusArgument>() >> words;
         constexpr uint enabled = 8; // ATSPI_STATE_ENABLED
         return !words.isEmpty() && (words.first() & (1u << enabled));
     }
@@ -150,8 +139,7 @@ private:
     {
         if (depth > 40)
             return std::nullopt;
-        const auto kids = children(node);
-        for (const Node &child : kids) {
+        for (const Node &child : children(node)) {
             if (name(child) == wanted && isEnabledButton(child))
                 return child;
             if (auto found = find(child, wanted, depth + 1))
@@ -162,20 +150,20 @@ private:
 
     std::optional<Node> editableText(const QString &appName)
     {
-        const auto apps = children(
-            { QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("/org/a11y/atspi/accessible/root") });
-        for (const Node &app : apps) {
+        for (const Node &app : children(root())) {
             if (name(app) == appName)
-                return findInterface(app, QStringLiteral("org.a11y.atspi.EditableText"), 0);
+                return findInterface(app, u"org.a11y.atspi.EditableText"_qs, 0);
         }
         return std::nullopt;
     }
 
     std::optional<Node> findInterface(const Node &node, const QString &interface, int depth)
     {
-        const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(node.service, node.path,
-            QStringLiteral("org.a11y.atspi.Accessible"), QStringLiteral("GetInterfaces")));
-        if (reply.arguments().value(0).toStringList().contains(interface))
+        if (call(node, u"Accessible"_qs, u"GetInterfaces"_qs)
+                .arguments()
+                .value(0)
+                .toStringList()
+                .contains(interface))
             return node;
         if (depth > 20)
             return std::nullopt;
