@@ -1,5 +1,6 @@
 // Faults: a key lost, in the wrong place, readable by others, or in a log, with or without a keyring.
 #include "KeyStore.h"
+#include "ScratchFiles.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
 
@@ -9,15 +10,9 @@
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-constexpr auto groupAndOthers = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-    | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-}
 
 // The settings store over a real keyring: gnome-keyring-daemon, started by the test on
 // the private session bus that CTest gives it (a bus that starts nothing by itself, so
@@ -28,9 +23,9 @@ class TestStorageKeyring : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
+    ScratchFiles m_files;
     QProcess m_daemon;
-    int m_stores = 0;
+    int m_stores = 0; // a keyring entry of its own for each
     inline static QStringList s_messages;
 
     static void record(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -48,7 +43,7 @@ private:
     {
         if (m_daemon.state() == QProcess::Running)
             return;
-        const QString home = m_dir.filePath(u"keyring-home"_s);
+        const QString home = m_files.newPath(u"keyring-home"_s);
         QDir().mkpath(home);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"HOME"_s, home);
@@ -74,24 +69,6 @@ private:
         return QString::fromUtf8(tool.readAllStandardOutput());
     }
 
-    QString newPath() { return m_dir.filePath(u"store-%1/Tessary.conf"_s.arg(++m_stores)); }
-
-    static QByteArray contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    QString withContents(const QByteArray &text)
-    {
-        const QString path = newPath();
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
-            qFatal("cannot write fixture");
-        return path;
-    }
-
     static void waitLoaded(StorageManager &storage)
     {
         QSignalSpy loaded(&storage, &StorageManager::keysLoadedChanged);
@@ -114,7 +91,6 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
         if (!QDBusConnection::sessionBus().isConnected())
             QSKIP("needs the private session bus that CTest runs this test on");
         qInstallMessageHandler(record);
@@ -152,16 +128,16 @@ private Q_SLOTS:
         QFETCH(QString, keyringBefore);
         QFETCH(QString, typed);
         startKeyring();
-        KeyStore keys(u"TessaryTest-end-%1"_s.arg(m_stores));
+        KeyStore keys(u"TessaryTest-end-%1"_s.arg(++m_stores));
         if (!keyringBefore.isEmpty())
             keyringWrite(keys, u"api_key"_s, keyringBefore);
-        const QString path = newPath();
+        const QString path = m_files.newPath();
         {
             StorageManager storage(path, QString(), &keys, QString());
             waitLoaded(storage);
             storage.setApiKey(typed);
         }
-        QVERIFY(contents(path).contains("api_key=" + typed.toUtf8() + '\n'));
+        QVERIFY(ScratchFiles::read(path).contains("api_key=" + typed.toUtf8() + '\n'));
 
         {
             StorageManager next(path, QString(), &keys, QString());
@@ -170,7 +146,7 @@ private Q_SLOTS:
             QTRY_VERIFY(next.keysSaved());
             QCOMPARE(lookup(keys.service(), u"api_key"_s), typed);
         }
-        QVERIFY(!contents(path).contains("api_key"));
+        QVERIFY(!ScratchFiles::read(path).contains("api_key"));
     }
 
     // Last: it stops the keyring. What is typed afterwards goes to the file, and the
@@ -179,7 +155,7 @@ private Q_SLOTS:
     {
         startKeyring();
         KeyStore keys(u"TessaryTest-gone"_s, std::chrono::seconds(3));
-        const QString path = newPath();
+        const QString path = m_files.newPath();
         {
             StorageManager storage(path, QString(), &keys, QString());
             waitLoaded(storage);
@@ -194,7 +170,7 @@ private Q_SLOTS:
             QVERIFY(storage.keysInSettingsFile());
             QCOMPARE(storage.apiKey(), u"sk-after-the-keyring-0123"_s);
         }
-        QVERIFY(contents(path).contains("api_key=sk-after-the-keyring-0123"));
+        QVERIFY(ScratchFiles::read(path).contains("api_key=sk-after-the-keyring-0123"));
     }
 };
 
@@ -254,12 +230,12 @@ void TestStorageKeyring::placement(bool keyring)
     else
         QVERIFY2(!keyringAnswers(), "the bus started a keyring by itself");
 
-    KeyStore keys(u"TessaryTest-%1"_s.arg(m_stores), std::chrono::seconds(5));
+    KeyStore keys(u"TessaryTest-%1"_s.arg(++m_stores), std::chrono::seconds(5));
     if (!keyringBefore.isEmpty())
         keyringWrite(keys, u"api_key"_s, keyringBefore);
     const QString path = fileBefore.isEmpty()
-        ? newPath()
-        : withContents("[General]\nupdate_check_enabled=true\napi_key=" + fileBefore.toUtf8() + '\n');
+        ? m_files.newPath()
+        : m_files.write("[General]\nupdate_check_enabled=true\napi_key=" + fileBefore.toUtf8() + '\n');
     s_messages.clear();
     StdoutCapture stdoutLines;
     {
@@ -276,14 +252,11 @@ void TestStorageKeyring::placement(bool keyring)
         }
         QCOMPARE(storage.apiKey(), key);
         QTRY_VERIFY_WITH_TIMEOUT(storage.keysSaved(), 10000);
-        if (keyring)
-            QCOMPARE(lookup(keys.service(), u"api_key"_s), key);
-        else
-            QCOMPARE(lookup(keys.service(), u"api_key"_s), QString());
+        QCOMPARE(lookup(keys.service(), u"api_key"_s), keyring ? key : QString());
     }
 
-    const QByteArray file = contents(path);
-    QCOMPARE(QFile::permissions(path) & groupAndOthers, QFileDevice::Permissions());
+    const QByteArray file = ScratchFiles::read(path);
+    QVERIFY(ScratchFiles::privateToOwner(path));
     if (keyring)
         QVERIFY2(!file.contains("api_key"), file.constData()); // not even an empty entry
     else
@@ -295,7 +268,7 @@ void TestStorageKeyring::placement(bool keyring)
         waitLoaded(next);
         QCOMPARE(next.apiKey(), key);
     }
-    QCOMPARE(contents(path), file);
+    QCOMPARE(ScratchFiles::read(path), file);
 
     // No diagnostic and no log line carries any of the keys.
     const QStringList logs = s_messages + stdoutLines.lines();

@@ -1,9 +1,9 @@
 // Faults: settings misread, half written or readable by others; a server token paired where it must not.
+#include "ScratchFiles.h"
 #include "StorageManager.h"
 
 #include <QFile>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -19,43 +19,14 @@ class TestStorageManager : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
-    int m_files = 0;
-
-    // A fresh path per store: QSettings caches files by name within a process, and a
-    // store reopened under a new name can only have read what is on disk.
-    QString newPath() { return m_dir.filePath(u"Tessary-%1/Tessary.conf"_s.arg(++m_files)); }
-
-    QString writeFile(const QByteArray &contents)
-    {
-        const QString path = newPath();
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size())
-            qFatal("cannot write fixture");
-        return path;
-    }
+    ScratchFiles m_files;
 
     QString reopenedCopy(const QString &path)
     {
-        const QString copy = newPath();
-        QDir().mkpath(QFileInfo(copy).absolutePath());
-        if (!QFile::copy(path, copy))
+        const QString copy = m_files.write({});
+        if (!QFile::remove(copy) || !QFile::copy(path, copy))
             qFatal("cannot copy settings file");
         return copy;
-    }
-
-    static bool privateToOwner(const QString &path)
-    {
-        constexpr auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-            | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-        return !(QFile::permissions(path) & others);
-    }
-
-    static QByteArray contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
 private Q_SLOTS:
@@ -67,32 +38,24 @@ private Q_SLOTS:
         QTest::addColumn<bool>("hasLastCheck");
         QTest::addColumn<bool>("updateCheckEnabled");
 
-        QTest::newRow("no file") << QByteArray() << QStringList() << QString() << false << true;
-        QTest::newRow("typed values")
-            << QByteArray("[General]\nhumanize_examples=one, \"two, three\"\n"
-                          "api_key=sk-123\nupdate_check_enabled=false\n"
-                          "last_version_check=@DateTime(\\0\\0\\0\\x10\\0\\0"
-                          "\\0\\0\\0\\0%\\x8e\\xb8\\x2\\0*\\xf8\\x1)\n")
-            << QStringList { u"one"_s, u"two, three"_s } << u"sk-123"_s << true << false;
-        QTest::newRow("single sample") << QByteArray("[General]\nhumanize_examples=only one\n")
-                                       << QStringList { u"only one"_s } << QString() << false << true;
-        QTest::newRow("empty sample list") << QByteArray("[General]\nhumanize_examples=@Invalid()\n")
-                                           << QStringList() << QString() << false << true;
-        QTest::newRow("sample list with a non-string")
-            << QByteArray("[General]\nhumanize_examples=a, @Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n")
-            << QStringList() << QString() << false << true;
-        QTest::newRow("date stored as text") << QByteArray("[General]\nlast_version_check=yesterday\n")
-                                             << QStringList() << QString() << false << true;
-        QTest::newRow("stored api base ignored")
-            << QByteArray("[General]\napi_base=https://old.example/api/v1\n") << QStringList() << QString()
-            << false << true;
-        QTest::newRow("api key stored as a list")
-            << QByteArray("[General]\napi_key=a, b\n") << QStringList() << QString() << false << true;
-        QTest::newRow("update flag garbage stays off")
-            << QByteArray("[General]\nupdate_check_enabled=maybe\n") << QStringList() << QString() << false
-            << false;
-        QTest::newRow("corrupt file") << QByteArray("\xff\xfe[[[\0\0=\n=\n@Variant(\\xff") << QStringList()
-                                      << QString() << false << true;
+        const auto row = [](const char *name, const QByteArray &file, const QStringList &examples = {},
+                             const QString &apiKey = {}, bool hasLastCheck = false, bool updates = true) {
+            QTest::newRow(name) << file << examples << apiKey << hasLastCheck << updates;
+        };
+        row("no file", QByteArray());
+        row("typed values",
+            "[General]\nhumanize_examples=one, \"two, three\"\napi_key=sk-123\nupdate_check_enabled=false\n"
+            "last_version_check=@DateTime(\\0\\0\\0\\x10\\0\\0\\0\\0\\0\\0%\\x8e\\xb8\\x2\\0*\\xf8\\x1)\n",
+            { u"one"_s, u"two, three"_s }, u"sk-123"_s, true, false);
+        row("single sample", "[General]\nhumanize_examples=only one\n", { u"only one"_s });
+        row("empty sample list", "[General]\nhumanize_examples=@Invalid()\n");
+        row("sample list with a non-string",
+            "[General]\nhumanize_examples=a, @Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n");
+        row("date stored as text", "[General]\nlast_version_check=yesterday\n");
+        row("stored api base ignored", "[General]\napi_base=https://old.example/api/v1\n");
+        row("api key stored as a list", "[General]\napi_key=a, b\n");
+        row("update flag garbage stays off", "[General]\nupdate_check_enabled=maybe\n", {}, {}, false, false);
+        row("corrupt file", QByteArray("\xff\xfe[[[\0\0=\n=\n@Variant(\\xff", 24));
     }
 
     void loadRules()
@@ -102,7 +65,7 @@ private Q_SLOTS:
         QFETCH(QString, apiKey);
         QFETCH(bool, hasLastCheck);
         QFETCH(bool, updateCheckEnabled);
-        const QString path = file.isNull() ? newPath() : writeFile(file);
+        const QString path = file.isNull() ? m_files.newPath() : m_files.write(file);
 
         StorageManager storage(path, defaultBase);
 
@@ -115,12 +78,12 @@ private Q_SLOTS:
 
     void firstStartWritesOnlyTheUpdateFlag()
     {
-        const QString path = newPath();
+        const QString path = m_files.newPath();
         {
             StorageManager storage(path, defaultBase);
         }
-        QCOMPARE(contents(path), QByteArray("[General]\nupdate_check_enabled=true\n"));
-        QVERIFY(privateToOwner(path));
+        QCOMPARE(ScratchFiles::read(path), QByteArray("[General]\nupdate_check_enabled=true\n"));
+        QVERIFY(ScratchFiles::privateToOwner(path));
     }
 
     void assignmentsPersistAcrossRestart_data()
@@ -135,7 +98,7 @@ private Q_SLOTS:
     void assignmentsPersistAcrossRestart()
     {
         QFETCH(QStringList, examples);
-        const QString path = newPath();
+        const QString path = m_files.newPath();
         const QDateTime checked = QDateTime::currentDateTimeUtc().addDays(-1);
         {
             StorageManager storage(path, defaultBase);
@@ -148,7 +111,7 @@ private Q_SLOTS:
             QCOMPARE(keyChanged.size(), 1); // the settings window shows what is stored
             QCOMPARE(enabledChanged.size(), 1);
         }
-        QVERIFY(privateToOwner(path));
+        QVERIFY(ScratchFiles::privateToOwner(path));
 
         StorageManager reopened(reopenedCopy(path), defaultBase);
         QCOMPARE(reopened.examples(), examples);
@@ -159,7 +122,7 @@ private Q_SLOTS:
 
     void emptyListKeepsItsKeyAndAbsentDateRemovesIt()
     {
-        const QString path = newPath();
+        const QString path = m_files.newPath();
         {
             StorageManager storage(path, defaultBase);
             storage.setExamples({ u"x"_s });
@@ -168,7 +131,7 @@ private Q_SLOTS:
             storage.setLastVersionCheck({});
         }
 
-        const QByteArray file = contents(path);
+        const QByteArray file = ScratchFiles::read(path);
         QVERIFY(file.contains("humanize_examples="));
         QVERIFY(!file.contains("last_version_check"));
     }
@@ -188,9 +151,9 @@ private Q_SLOTS:
     void writesAreDeferredWholeAndPrivate()
     {
         QFETCH(QFileDevice::Permissions, before);
-        const QString path = writeFile("[General]\napi_key=sk-kept-1234\nupdate_check_enabled=true\n");
+        const QString path = m_files.write("[General]\napi_key=sk-kept-1234\nupdate_check_enabled=true\n");
         QVERIFY(QFile::setPermissions(path, before));
-        const QByteArray original = contents(path);
+        const QByteArray original = ScratchFiles::read(path);
         const auto inode = [&path] {
             struct stat status
             {
@@ -205,12 +168,13 @@ private Q_SLOTS:
             typed.append(c);
             storage.setExamples({ typed });
         }
-        QCOMPARE(contents(path), original);
+        QCOMPARE(ScratchFiles::read(path), original);
 
-        QTRY_VERIFY2(contents(path).contains("humanize_examples=Hello there\n"), contents(path).constData());
-        QVERIFY(contents(path).contains("api_key=sk-kept-1234\n"));
+        QTRY_VERIFY2(ScratchFiles::read(path).contains("humanize_examples=Hello there\n"),
+            ScratchFiles::read(path).constData());
+        QVERIFY(ScratchFiles::read(path).contains("api_key=sk-kept-1234\n"));
         QVERIFY(inode() != inodeBefore);
-        QVERIFY(privateToOwner(path));
+        QVERIFY(ScratchFiles::privateToOwner(path));
     }
 
     // The local tessary-server pairs by its token file: only for a service on this
@@ -223,20 +187,20 @@ private Q_SLOTS:
         QTest::addColumn<bool>("othersMayRead");
         QTest::addColumn<QString>("credential");
 
-        const QByteArray token("tok-0123456789abcdef\n");
-        QTest::newRow("loopback, no key")
-            << defaultBase << QString() << token << false << u"tok-0123456789abcdef"_s;
-        QTest::newRow("localhost") << u"http://localhost:8787/api/v1"_s << QString() << token << false
-                                   << u"tok-0123456789abcdef"_s;
-        QTest::newRow("IPv6 loopback")
-            << u"http://[::1]:8787/api/v1"_s << QString() << token << false << u"tok-0123456789abcdef"_s;
-        QTest::newRow("a stored key wins") << defaultBase << u"sk-mine"_s << token << false << u"sk-mine"_s;
-        QTest::newRow("another machine never gets the token")
-            << u"https://rewrite.example/api/v1"_s << QString() << token << false << QString();
-        QTest::newRow("a host that resolves elsewhere")
-            << u"http://127.0.0.1.example/api/v1"_s << QString() << token << false << QString();
-        QTest::newRow("token file others may read") << defaultBase << QString() << token << true << QString();
-        QTest::newRow("no token file") << defaultBase << QString() << QByteArray() << false << QString();
+        const QString paired = u"tok-0123456789abcdef"_s;
+        const auto row = [](const char *name, const QString &apiBase, const QString &credential,
+                             const QString &storedKey = {}, bool othersMayRead = false,
+                             const QByteArray &tokenFile = "tok-0123456789abcdef\n") {
+            QTest::newRow(name) << apiBase << storedKey << tokenFile << othersMayRead << credential;
+        };
+        row("loopback, no key", defaultBase, paired);
+        row("localhost", u"http://localhost:8787/api/v1"_s, paired);
+        row("IPv6 loopback", u"http://[::1]:8787/api/v1"_s, paired);
+        row("a stored key wins", defaultBase, u"sk-mine"_s, u"sk-mine"_s);
+        row("another machine never gets the token", u"https://rewrite.example/api/v1"_s, QString());
+        row("a host that resolves elsewhere", u"http://127.0.0.1.example/api/v1"_s, QString());
+        row("token file others may read", defaultBase, QString(), QString(), true);
+        row("no token file", defaultBase, QString(), QString(), false, QByteArray());
     }
 
     void pairing()
@@ -247,15 +211,13 @@ private Q_SLOTS:
         QFETCH(bool, othersMayRead);
         QFETCH(QString, credential);
 
-        const QString tokenPath = m_dir.filePath(u"server-%1/client-token"_s.arg(++m_files));
-        if (!tokenFile.isNull()) {
-            QDir().mkpath(QFileInfo(tokenPath).absolutePath());
-            QFile file(tokenPath);
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(tokenFile) == tokenFile.size());
-            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                | (othersMayRead ? QFileDevice::ReadOther : QFileDevice::Permissions())));
-        }
-        StorageManager storage(newPath(), apiBase, nullptr, tokenPath);
+        const QString tokenPath = tokenFile.isNull() ? m_files.newPath(u"client-token"_s)
+                                                     : m_files.write(tokenFile, u"client-token"_s);
+        QVERIFY(tokenFile.isNull()
+            || QFile::setPermissions(tokenPath,
+                QFileDevice::ReadOwner | QFileDevice::WriteOwner
+                    | (othersMayRead ? QFileDevice::ReadOther : QFileDevice::Permissions())));
+        StorageManager storage(m_files.newPath(), apiBase, nullptr, tokenPath);
         storage.setApiKey(storedKey);
 
         QCOMPARE(storage.credential(), credential);
@@ -267,7 +229,7 @@ private Q_SLOTS:
     {
         if (geteuid() == 0)
             QSKIP("root reads files whatever their mode");
-        const QString path = writeFile("[General]\napi_key=sk-1\n");
+        const QString path = m_files.write("[General]\napi_key=sk-1\n");
         QFile::setPermissions(path, {});
         StorageManager storage(path, defaultBase);
         QCOMPARE(storage.apiKey(), QString());
