@@ -3,14 +3,18 @@
 #include "BackendPlan.h"
 #include "atspi/AtspiAccessibility.h"
 #include "clipboard/ClipboardPasteboard.h"
+#include "gnome/GnomeKeybinding.h"
 #include "kwin/KWinWorkspace.h"
 #include "portal/PortalGlobalShortcuts.h"
+#include "wlroots/CompositorBinding.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
 #include "x11/X11PrimarySelection.h"
 #include "x11/X11Workspace.h"
 
 #include <QClipboard>
+#include <QCoreApplication>
+#include <QFile>
 #include <QGuiApplication>
 #include <QLoggingCategory>
 
@@ -53,6 +57,19 @@ public:
 
 namespace {
 
+// GNOME's portal offers global shortcuts from GNOME 48 on; its description file lists them.
+bool gnomePortalHasGlobalShortcuts()
+{
+    const QStringList dirs
+        = qEnvironmentVariable("XDG_DATA_DIRS", u"/usr/local/share:/usr/share"_s).split(u':');
+    for (const QString &dir : dirs) {
+        QFile file(dir + u"/xdg-desktop-portal/portals/gnome.portal"_s);
+        if (file.open(QIODevice::ReadOnly))
+            return file.readAll().contains("org.freedesktop.impl.portal.GlobalShortcuts");
+    }
+    return false;
+}
+
 // What each Wayland desktop's own components offer, as these desktops ship them: asking
 // the compositor and the portals would cost round trips before the first window, and a
 // backend whose service turns out to be missing says so when it is first used.
@@ -67,6 +84,7 @@ SessionFacts sessionFacts()
         facts.globalShortcutsPortal = facts.remoteDesktopPortal = facts.dataControl = true;
     } else if (desktops.contains(u"gnome"_s)) {
         facts.remoteDesktopPortal = true;
+        facts.globalShortcutsPortal = gnomePortalHasGlobalShortcuts();
     } else {
         facts.dataControl = facts.virtualKeyboard = !desktops.isEmpty();
     }
@@ -88,6 +106,12 @@ Platform makePlatform()
         platform.keyboardGrab = std::make_unique<X11KeyboardGrab>();
     else if (plan.shortcut == BackendPlan::Shortcut::Portal)
         platform.keyboardGrab = std::make_unique<PortalGlobalShortcuts>();
+    else if (plan.shortcut == BackendPlan::Shortcut::GnomeKeybinding)
+        platform.desktopShortcut = std::make_unique<GnomeKeybinding>(QCoreApplication::applicationFilePath());
+    else if (plan.shortcut == BackendPlan::Shortcut::CompositorBinding)
+        platform.desktopShortcut
+            = std::make_unique<CompositorBinding>(QCoreApplication::applicationFilePath(),
+                qEnvironmentVariable("XDG_CURRENT_DESKTOP").toLower().split(u':').contains(u"sway"_s));
 
     if (x11)
         platform.workspace = std::make_unique<X11Workspace>(x11);

@@ -141,6 +141,27 @@ public:
     virtual void text(const RunningApplication &app, std::function<void(std::optional<QString>)> done) = 0;
 };
 
+// Where Tessary cannot hold Ctrl+Alt+H itself, the desktop runs `tessary --trigger` for
+// it: a keyboard shortcut in the desktop's own settings, or a line of the compositor's
+// configuration that the user adds.
+class DesktopShortcut
+{
+public:
+    virtual ~DesktopShortcut() = default;
+    // Whether the desktop runs `tessary --trigger` on a shortcut already, whichever key it is.
+    virtual bool isBound() const = 0;
+    // Whether add() can bind Ctrl+Alt+H from here.
+    virtual bool canAdd() const = 0;
+    // Binds Ctrl+Alt+H to `tessary --trigger`, beside the user's own shortcuts; a second
+    // call adds nothing. done runs later, or at once, on the window thread: with an empty
+    // string, or with one sentence saying what went wrong.
+    virtual void add(std::function<void(const QString &error)> done) = 0;
+    // One sentence on how Ctrl+Alt+H gets bound here.
+    virtual QString advice() const = 0;
+    // The exact line the user adds to a configuration file; empty where there is none.
+    virtual QString configLine() const = 0;
+};
+
 struct Platform
 {
     std::unique_ptr<Workspace> workspace;
@@ -149,4 +170,6 @@ struct Platform
     std::unique_ptr<KeySynth> keySynth;
     std::unique_ptr<Pasteboard> pasteboard;
     std::unique_ptr<PrimarySelection> primarySelection;
+    // null where the key grab or the shortcuts portal holds Ctrl+Alt+H
+    std::unique_ptr<DesktopShortcut> desktopShortcut;
 };
