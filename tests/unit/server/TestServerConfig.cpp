@@ -1,13 +1,12 @@
 // Faults: a setting from the wrong source or altered, a bad one taken, a token file letting anyone in.
 
+#include "ScratchFiles.h"
 #include "ServerConfig.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -32,12 +31,6 @@ struct ConfigHome
             QStringList { u"XDG_CONFIG_HOME="_s + dir.path() } + environment);
     }
 };
-
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 } // namespace
 
@@ -109,50 +102,39 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("environment");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("error");
+        const auto row = [](const char *name, const QByteArray &file, const QString &error,
+                             const QStringList &environment = {}, const QStringList &arguments = {}) {
+            QTest::newRow(name) << file << environment << arguments << error;
+        };
         const QByteArray good = "model = \"m\"\n";
-        QTest::newRow("port out of range")
-            << good << QStringList() << QStringList { u"--port=70000"_s } << u"--port: port"_s;
-        QTest::newRow("not a number in the environment")
-            << good << QStringList { u"TESSARY_SERVER_MAX_STREAMS=lots"_s } << QStringList()
-            << u"TESSARY_SERVER_MAX_STREAMS: max_streams"_s;
-        QTest::newRow("unknown flag")
-            << good << QStringList() << QStringList { u"--upstream"_s } << u"upstream"_s;
-        QTest::newRow("missing config file named on the command line")
-            << good << QStringList() << QStringList { u"--config=/nonexistent/x.toml"_s }
-            << u"does not exist"_s;
+        row("port out of range", good, u"--port: port"_s, {}, { u"--port=70000"_s });
+        row("not a number in the environment", good, u"TESSARY_SERVER_MAX_STREAMS: max_streams"_s,
+            { u"TESSARY_SERVER_MAX_STREAMS=lots"_s });
+        row("unknown flag", good, u"upstream"_s, {}, { u"--upstream"_s });
+        row("missing config file named on the command line", good, u"does not exist"_s, {},
+            { u"--config=/nonexistent/x.toml"_s });
         // The file's own faults name the file and the line.
-        QTest::newRow("unquoted text, as the old format had it")
-            << QByteArray("model = \"m\"\nclient_token = secretpart;rest\n") << QStringList() << QStringList()
-            << u"config.toml:2: "_s;
-        QTest::newRow("unknown setting")
-            << QByteArray("model = \"m\"\n\nupstream = \"http://x\"\n") << QStringList() << QStringList()
-            << u"config.toml:3: unknown setting \"upstream\""_s;
-        QTest::newRow("number in quotes") << QByteArray("port = \"8080\"\n") << QStringList() << QStringList()
-                                          << u"config.toml:1: port: expected a whole number"_s;
-        QTest::newRow("number out of range") << QByteArray("\n\nmax_streams = 0\n") << QStringList()
-                                             << QStringList() << u"config.toml:3: max_streams: expected"_s;
-        QTest::newRow("boolean as text") << QByteArray("release_force_update = \"yes\"\n") << QStringList()
-                                         << QStringList() << u"config.toml:1: release_force_update"_s;
-        QTest::newRow("a section") << QByteArray("model = \"m\"\n[upstream]\nurl = \"x\"\n") << QStringList()
-                                   << QStringList() << u"config.toml:2: unknown setting \"upstream\""_s;
-        QTest::newRow("set twice") << QByteArray("model = \"a\"\nmodel = \"b\"\n") << QStringList()
-                                   << QStringList() << u"config.toml:2: "_s;
-        QTest::newRow("not UTF-8") << QByteArray("model = \"\xFF\"\n") << QStringList() << QStringList()
-                                   << u"config.toml:1: "_s;
+        row("unquoted text, as the old format had it", "model = \"m\"\nclient_token = secretpart;rest\n",
+            u"config.toml:2: "_s);
+        row("unknown setting", "model = \"m\"\n\nupstream = \"http://x\"\n",
+            u"config.toml:3: unknown setting \"upstream\""_s);
+        row("number in quotes", "port = \"8080\"\n", u"config.toml:1: port: expected a whole number"_s);
+        row("number out of range", "\n\nmax_streams = 0\n", u"config.toml:3: max_streams: expected"_s);
+        row("boolean as text", "release_force_update = \"yes\"\n", u"config.toml:1: release_force_update"_s);
+        row("a section", "model = \"m\"\n[upstream]\nurl = \"x\"\n",
+            u"config.toml:2: unknown setting \"upstream\""_s);
+        row("set twice", "model = \"a\"\nmodel = \"b\"\n", u"config.toml:2: "_s);
+        row("not UTF-8", "model = \"\xFF\"\n", u"config.toml:1: "_s);
         // Every client would get in: only when asked for, and only from this machine.
-        QTest::newRow("empty client token in the file")
-            << QByteArray("client_token = \"\"\n") << QStringList() << QStringList()
-            << u"client_token is empty"_s;
-        QTest::newRow("empty client token in the environment")
-            << good << QStringList { u"TESSARY_SERVER_CLIENT_TOKEN="_s } << QStringList()
-            << u"client_token is empty"_s;
-        QTest::newRow("no client token on a public address")
-            << good << QStringList() << QStringList { u"--no-client-token"_s, u"--listen-address=0.0.0.0"_s }
-            << u"only on a loopback"_s;
-        QTest::newRow("no client token, yet one given")
-            << QByteArray("no_client_token = true\n") << QStringList()
-            << QStringList { u"--client-token=abc"_s } << u"both set"_s;
+        row("empty client token in the file", "client_token = \"\"\n", u"client_token is empty"_s);
+        row("empty client token in the environment", good, u"client_token is empty"_s,
+            { u"TESSARY_SERVER_CLIENT_TOKEN="_s });
+        row("no client token on a public address", good, u"only on a loopback"_s, {},
+            { u"--no-client-token"_s, u"--listen-address=0.0.0.0"_s });
+        row("no client token, yet one given", "no_client_token = true\n", u"both set"_s, {},
+            { u"--client-token=abc"_s });
     }
+
     void badValuesNameTheirSource()
     {
         QFETCH(QByteArray, file);
@@ -244,14 +226,10 @@ private Q_SLOTS:
                 32);
         else
             QCOMPARE(config.clientToken, accepted);
-        QCOMPARE(QString::fromUtf8(contents(path)).trimmed(), config.clientToken);
-        if (stored.isNull() || !configured.isEmpty()) { // the server wrote the file
-            struct stat status
-            {
-            };
-            QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
-            QCOMPARE(status.st_mode & 0777, 0600u); // it is a password: readable by its owner only
-        }
+        QCOMPARE(QString::fromUtf8(ScratchFiles::read(path)).trimmed(), config.clientToken);
+        // A file the server wrote is a password: readable by its owner only.
+        if (stored.isNull() || !configured.isEmpty())
+            QVERIFY(ScratchFiles::privateToOwner(path));
     }
 };
 
