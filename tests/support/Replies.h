@@ -20,3 +20,13 @@ inline FixtureReply eventStream(const QList<QByteArray> &fragments)
         body += R"(data: {"choices":[{"delta":{"content":")" + fragment + "\"}}]}\n\n";
     return jsonReply(200, body + "data: [DONE]\n\n", "text/event-stream");
 }
+
+// The version service's whole answer naming a release, downloadable at https://example.org/t-<version>.
+inline QByteArray releaseRecord(const QString &version)
+{
+    return QStringLiteral(
+        R"({"success":true,"data":{"current_version":"%1","download_url":"https://example.org/t-%1",)"
+        R"("release_notes":"Faster rewrites.","force_update":false,"minimum_supported_version":"0.1.0"}})")
+        .arg(version)
+        .toUtf8();
+}

@@ -155,10 +155,7 @@ private Q_SLOTS:
         FixtureServer service;
         if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
             QSKIP("the end-to-end service port is taken");
-        service.route("/api/v1/version",
-            jsonReply(200,
-                R"({"success":true,"data":{"current_version":"0.0.1","download_url":"https://example.org",)"
-                R"("release_notes":"","force_update":false,"minimum_supported_version":"0.0.1"}})"));
+        service.route("/api/v1/version", jsonReply(200, releaseRecord(u"0.0.1"_s)));
         Run run;
         QList<bool> checks; // one per request: whether the program had said it launched
         connect(&service, &FixtureServer::requestReceived, this, [&](const FixtureRequest &request) {

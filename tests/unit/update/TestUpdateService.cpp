@@ -20,15 +20,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray releaseReply(const QString &version)
-{
-    return u"{\"success\":true,\"data\":{\"current_version\":\"%1\",\"download_url\":\"https://example.org/"
-           u"t-%1\","
-           "\"release_notes\":\"Faster rewrites.\",\"force_update\":false,\"minimum_supported_version\":\"0.1.0\"}}"_s
-               .arg(version)
-               .toUtf8();
-}
-
 // Answers the update alert with the button titled `answer` once it is on screen, and
 // keeps what it showed.
 class AlertAnswerer : public QObject
@@ -158,7 +149,7 @@ void TestUpdateService::due()
     QCOMPARE(service.shouldCheckForUpdates(now), due);
     if (!enabled) {
         // Switched off, not even the user asking starts a check.
-        m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"9.0"_s)));
+        m_server->route("/api/v1/version", jsonReply(200, releaseRecord(u"9.0"_s)));
         QSignalSpy checking(&service, &UpdateService::isCheckingForUpdatesChanged);
         service.checkForUpdates(false);
         QCOMPARE(checking.size(), 0);
@@ -187,16 +178,16 @@ void TestUpdateService::check_data()
         return current + QStringList { u"🔍 Version check - Current: 0.1.0, Remote: "_s + remote };
     };
 
-    QTest::newRow("silent, newer") << false << true << 200 << releaseReply(u"0.1.10"_s) << true << 1
+    QTest::newRow("silent, newer") << false << true << 200 << releaseRecord(u"0.1.10"_s) << true << 1
                                    << (compared(u"0.1.10"_s) << u"✅ Update available!"_s) << QString();
     QTest::newRow("silent, same under another spelling")
-        << true << true << 200 << releaseReply(u"0.1"_s) << false << 1
+        << true << true << 200 << releaseRecord(u"0.1"_s) << false << 1
         << (compared(u"0.1"_s) << u"✅ App is up to date"_s) << QString();
     QTest::newRow("interactive, older")
-        << true << false << 200 << releaseReply(u"0.0.9"_s) << false << 1
+        << true << false << 200 << releaseRecord(u"0.0.9"_s) << false << 1
         << (compared(u"0.0.9"_s) << u"✅ App is up to date"_s) << u"up to date 0.1.0"_s;
     QTest::newRow("error status with a readable body counts")
-        << false << true << 503 << releaseReply(u"1.0"_s) << true << 1
+        << false << true << 503 << releaseRecord(u"1.0"_s) << true << 1
         << (compared(u"1.0"_s) << u"✅ Update available!"_s) << QString();
     QTest::newRow("service says no success: state kept")
         << true << false << 200 << QByteArray(R"({"success":false,"data":null,"error":"maintenance"})")
@@ -230,7 +221,7 @@ void TestUpdateService::check()
     const QJsonObject buildInfo { { u"name"_s, u"Tessary"_s }, { u"version"_s, u"0.1.0"_s } };
     UpdateService service(*m_storage, buildInfo);
     if (knownBefore) {
-        m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"9.0.0"_s)));
+        m_server->route("/api/v1/version", jsonReply(200, releaseRecord(u"9.0.0"_s)));
         QCOMPARE(runCheck(service, true), 1);
         QVERIFY(service.updateAvailable());
     }
@@ -278,7 +269,7 @@ void TestUpdateService::alert()
     QFETCH(QString, answer);
     QFETCH(QList<QUrl>, opened);
 
-    m_server->route("/api/v1/version", jsonReply(200, releaseReply(u"2.0.0"_s)));
+    m_server->route("/api/v1/version", jsonReply(200, releaseRecord(u"2.0.0"_s)));
     UpdateService service(*m_storage, { { u"version"_s, u"1.9"_s } });
     BrowserCatcher browser;
     AlertAnswerer alert(service, answer);

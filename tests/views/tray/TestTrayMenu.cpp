@@ -17,15 +17,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-FixtureReply release(const QString &version)
-{
-    return jsonReply(200,
-        u"{\"success\":true,\"data\":{\"current_version\":\"%1\",\"download_url\":\"https://example.org/%1\","
-        u"\"release_notes\":\"\",\"force_update\":false,\"minimum_supported_version\":\"0.1\"}}"_s
-            .arg(version)
-            .toUtf8());
-}
-
 // One line per menu entry: its text, "[bold]" and its shortcut; "--" for a separator.
 QStringList describe(const QMenu *menu)
 {
@@ -71,7 +62,7 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     QCOMPARE(describe(tray.menu()), plain);
 
     // A newer release: the menu is rebuilt with the bold update item, which downloads.
-    server.route("/api/v1/version", release(u"99.0"_s));
+    server.route("/api/v1/version", jsonReply(200, releaseRecord(u"99.0"_s)));
     QSignalSpy status(&updates, &UpdateService::updateStatusChanged);
     updates.checkForUpdates(true);
     QVERIFY(status.wait());
@@ -79,11 +70,11 @@ void TestTrayMenu::menuFollowsTheUpdateState()
     available[2] = u"Update Available! [bold]"_s;
     QCOMPARE(describe(tray.menu()), available);
     tray.menu()->actions().at(2)->trigger();
-    QCOMPARE(browser.opened, QList<QUrl> { QUrl(u"https://example.org/99.0"_s) });
+    QCOMPARE(browser.opened, QList<QUrl> { QUrl(u"https://example.org/t-99.0"_s) });
     QCOMPARE(server.requests().size(), 1); // the item opened the download instead of asking again
 
     // A later check without news brings the plain item back; still one icon.
-    server.route("/api/v1/version", release(u"0.0.1"_s));
+    server.route("/api/v1/version", jsonReply(200, releaseRecord(u"0.0.1"_s)));
     updates.checkForUpdates(true);
     QVERIFY(status.wait());
     QCOMPARE(describe(tray.menu()), plain);
