@@ -3,11 +3,11 @@
 #include "HumanizeService.h"
 #include "RewriteRecorder.h"
 #include "RewriteServer.h"
+#include "ScratchFiles.h"
 #include "StorageManager.h"
 #include "server/FixtureUpstream.h"
 
 #include <QJsonArray>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -17,11 +17,10 @@ class TestRealPair : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
+    ScratchFiles m_files;
     FixtureUpstream m_upstream;
     std::unique_ptr<RewriteServer> m_server;
     std::unique_ptr<StorageManager> m_storage;
-    int m_stores = 0;
 
     void startPair(const QString &upstreamUrl, const QString &apiKey = u"pair-token"_s)
     {
@@ -31,18 +30,14 @@ private:
         config.upstreamUrl = upstreamUrl;
         m_server = std::make_unique<RewriteServer>(config);
         QVERIFY(m_server->start());
-        m_storage = std::make_unique<StorageManager>(m_dir.filePath(u"%1.conf"_s.arg(++m_stores)),
-            u"http://127.0.0.1:%1/api/v1"_s.arg(m_server->port()));
+        m_storage = std::make_unique<StorageManager>(
+            m_files.newPath(), u"http://127.0.0.1:%1/api/v1"_s.arg(m_server->port()));
         m_storage->setApiKey(apiKey);
         m_storage->setExamples({ u"Morning all — quick update."_s, u"Thanks heaps, J."_s });
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_dir.isValid());
-        QVERIFY(m_upstream.start());
-    }
+    void initTestCase() { QVERIFY(m_upstream.start()); }
     void cleanup()
     {
         m_storage.reset();

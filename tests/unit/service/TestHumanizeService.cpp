@@ -1,7 +1,9 @@
 // Faults: a malformed request or log line, a cancelled rewrite still reporting, leaks.
 #include "FixtureServer.h"
 #include "HumanizeService.h"
+#include "Replies.h"
 #include "RewriteRecorder.h"
+#include "ScratchFiles.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
 #include "StreamDelegate.h"
@@ -10,7 +12,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -20,31 +21,6 @@ namespace {
 
 const QByteArray completions = "/api/v1/chat/completions";
 
-FixtureReply eventStream(
-    const QList<QByteArray> &fragments, FixtureReply::End end = FixtureReply::End::Finish)
-{
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    for (const QByteArray &fragment : fragments)
-        reply.body += R"(data: {"choices":[{"delta":{"content":")" + fragment
-            + R"("}}]})"
-              "\n\n";
-    reply.end = end;
-    if (end != FixtureReply::End::Finish)
-        reply.framing = FixtureReply::Framing::Chunked; // its end never comes
-    return reply;
-}
-
-QStringList linesTagged(const QStringList &lines, const QString &tag)
-{
-    QStringList tagged;
-    for (const QString &line : lines) {
-        if (line.contains(tag))
-            tagged.append(line);
-    }
-    return tagged;
-}
-
 } // namespace
 
 class TestHumanizeService : public QObject
@@ -52,14 +28,13 @@ class TestHumanizeService : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
+    ScratchFiles m_files;
     FixtureServer m_server;
-    int m_stores = 0;
 
     std::unique_ptr<StorageManager> newStorage(const QString &apiBase = {})
     {
-        auto storage = std::make_unique<StorageManager>(
-            m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores)), m_server.url("/api/v1").toString());
+        auto storage
+            = std::make_unique<StorageManager>(m_files.newPath(), m_server.url("/api/v1").toString());
         if (!apiBase.isNull())
             storage->setApiBase(apiBase);
         return storage;
@@ -68,7 +43,6 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
         QVERIFY(m_server.listen());
         m_server.route(completions, eventStream({ "ok" }));
     }
@@ -120,7 +94,7 @@ private Q_SLOTS:
         StdoutCapture capture;
         service.humanize(text, tone, recorder.callbacks());
         QTRY_COMPARE(recorder.calls, (QStringList { u"token:ok"_s, u"complete"_s }));
-        const QStringList lines = linesTagged(capture.lines(), u"[HumanizeService]"_s);
+        const QStringList lines = capture.lines().filter(u"[HumanizeService]"_s);
         capture.restore();
 
         const QString url = m_server.url(basePath.toUtf8()).toString() + u"/chat/completions"_s;
@@ -205,7 +179,7 @@ private Q_SLOTS:
             const bool first = QJsonDocument::fromJson(request.body)["tone"_L1].toString() == "natural"_L1;
             const QByteArray fragment = first ? "a" : "c";
             FixtureReply reply = eventStream({ fragment, "!" });
-            reply.splitAt = { eventStream({ fragment }).body.size() };
+            reply.splitAt = { reply.body.indexOf("data:", 1) };
             reply.delays = { 0ms, 1500ms };
             return reply;
         });
@@ -246,7 +220,11 @@ private Q_SLOTS:
     {
         FixtureServer server;
         QVERIFY(server.listen());
-        server.route(completions, eventStream({ "a" }, FixtureReply::End::Stall));
+        FixtureReply stalled = eventStream({ "a" });
+        stalled.framing = FixtureReply::Framing::Chunked; // its end never comes
+        stalled.end = FixtureReply::End::Stall;
+        stalled.stopAt = stalled.body.indexOf("data: [DONE]");
+        server.route(completions, stalled);
         auto storage = newStorage(server.url("/api/v1").toString());
         auto service = std::make_unique<HumanizeService>(*storage);
         RewriteRecorder recorder;

@@ -3,11 +3,11 @@
 #include "FixtureServer.h"
 #include "ModelChooser.h"
 #include "Replies.h"
+#include "ScratchFiles.h"
 #include "StorageManager.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -24,20 +24,16 @@ class TestModelChooser : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
-    int m_stores = 0;
-
+    ScratchFiles m_files;
     QString m_lastPath;
 
     std::unique_ptr<StorageManager> newStorage(const QString &apiBase)
     {
-        m_lastPath = m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores));
+        m_lastPath = m_files.newPath();
         return std::make_unique<StorageManager>(m_lastPath, apiBase);
     }
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(m_dir.isValid()); }
-
     // The models of every server found are offered; picking one makes it the language model.
     void localChoices()
     {

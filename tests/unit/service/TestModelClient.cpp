@@ -5,6 +5,7 @@
 #include "HumanizeService.h"
 #include "Replies.h"
 #include "RewriteRecorder.h"
+#include "ScratchFiles.h"
 #include "StorageManager.h"
 
 #include <QJsonArray>
@@ -12,7 +13,6 @@
 #include <QJsonObject>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -26,13 +26,11 @@ class TestModelClient : public QObject
     Q_OBJECT
 
 private:
-    QTemporaryDir m_dir;
-    int m_stores = 0;
+    ScratchFiles m_files;
 
     std::unique_ptr<StorageManager> newStorage(const QString &apiBase)
     {
-        return std::make_unique<StorageManager>(
-            m_dir.filePath(u"%1/Tessary.conf"_s.arg(++m_stores)), apiBase);
+        return std::make_unique<StorageManager>(m_files.newPath(), apiBase);
     }
 
     static void chooseModel(StorageManager &storage, Provider provider, const QString &base,
@@ -45,8 +43,6 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(m_dir.isValid()); }
-
     // The program builds the prompt itself and streams from the model server.
     void directRequest_data()
     {
