@@ -25,11 +25,6 @@ enum class Outcome {
 constexpr xcb_keycode_t dvorakHKeycode = 44; // where Dvorak keeps the letter H
 constexpr xcb_keycode_t controlKeycode = 37; // Control_L
 
-void setLayout(const QStringList &arguments)
-{
-    Desktop::run(u"setxkbmap"_s, arguments);
-}
-
 // Num Lock is Mod2 with the layouts used here.
 constexpr quint16 lockMasks = XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2;
 
@@ -63,7 +58,6 @@ class TestKeyboardGrab : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
     void init();
     void cleanup();
     void shortcutIsTakenOthersPass_data();
@@ -87,19 +81,13 @@ private:
 void TestKeyboardGrab::initTestCase()
 {
     QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "runs inside scripts/headless-session");
-    setLayout({ u"us"_s });
+    Desktop::run(u"setxkbmap"_s, { u"us"_s });
     m_delivered = std::make_unique<DeliveredKeys>();
     QVERIFY2(m_delivered->available(), "the X server has no XInput 2");
     m_editor = std::make_unique<Desktop::Editor>(u"Some text.\n"_s, false);
     QVERIFY(m_editor->waitUntilActive());
     m_editorWindow = Desktop::activeWindow();
     m_delivered->watch(m_editorWindow);
-}
-
-void TestKeyboardGrab::cleanupTestCase()
-{
-    m_editor.reset();
-    m_delivered.reset();
 }
 
 void TestKeyboardGrab::init()
@@ -114,7 +102,7 @@ void TestKeyboardGrab::cleanup()
 {
     m_grab.reset();
     // What a case changed goes back, also when it failed half-way.
-    setLayout({ u"us"_s });
+    Desktop::run(u"setxkbmap"_s, { u"us"_s });
     switchOffLocks();
 }
 
@@ -173,7 +161,7 @@ void TestKeyboardGrab::shortcutIsTakenOthersPass()
     QFETCH(Outcome, outcome);
 
     if (layout != QStringList { u"us"_s })
-        setLayout(layout);
+        Desktop::run(u"setxkbmap"_s, layout);
     if (!lock.isEmpty()) {
         Desktop::run(u"xdotool"_s, { u"key"_s, lock });
         QVERIFY2(modifierState() & lockMasks, "the lock did not come on");
