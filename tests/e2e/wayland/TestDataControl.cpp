@@ -1,0 +1,128 @@
+// Guards the clipboard while Tessary is in the background on Wayland: another program's
+// formats lost or altered by a snapshot or a restore, a holder that never answers hanging
+// the read, our rewrite left unmarked for clipboard managers or mistaken for a later copy.
+#include "wayland/DataControlPasteboard.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QMimeData>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWidget>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+using Formats = QMap<QString, QByteArray>;
+
+namespace {
+const QByteArray image("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+const Formats held { { u"text/plain"_s, "Rewrite me." }, { u"image/png"_s, image },
+    { u"application/x-tessary-test"_s, QByteArray("\0\1 own\n", 7) } };
+const QString words = u"Plain words, ünïcode"_s;
+
+template<typename T> std::optional<T> answer(const std::function<void(std::function<void(T)>)> &ask)
+{
+    auto answered = std::make_shared<std::optional<T>>();
+    ask([answered](T value) { *answered = std::move(value); });
+    (void)QTest::qWaitFor([answered] { return answered->has_value(); }, 5000);
+    return *answered;
+}
+
+QByteArray paste(const QStringList &args)
+{
+    QProcess paste;
+    QSignalSpy finished(&paste, &QProcess::finished);
+    paste.start(u"wl-paste"_s, args);
+    (void)finished.wait(10000); // our own contents are served from this event loop
+    return paste.readAllStandardOutput();
+}
+} // namespace
+
+class TestDataControl : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void snapshotRestoreAndGiveWay_data()
+    {
+        QTest::addColumn<QStringList>("holder"); // none: our own rewrite
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<Formats>("formats"); // none: the holder is stopped and never answers
+        const QStringList copy { u"wl-copy"_s, u"--foreground"_s };
+        QTest::newRow("text, image and its own type from a focused window")
+            << QStringList { QCoreApplication::applicationFilePath(), u"--hold"_s } << QByteArray() << held;
+        QTest::newRow("an image alone") << copy + QStringList { u"-t"_s, u"image/png"_s } << image
+                                        << Formats { { u"image/png"_s, image } };
+        QTest::newRow("text from the command line") << copy + QStringList { words } << QByteArray()
+                                                    << Formats { { u"UTF8_STRING"_s, words.toUtf8() } };
+        QTest::newRow("a holder that never answers")
+            << copy + QStringList { words } << QByteArray() << Formats();
+        QTest::newRow("our rewrite, marked for clipboard managers")
+            << QStringList() << QByteArray()
+            << Formats { { u"x-kde-passwordManagerHint"_s, "secret" }, { u"text/plain"_s, words.toUtf8() } };
+    }
+
+    void snapshotRestoreAndGiveWay()
+    {
+        QFETCH(QStringList, holder);
+        QFETCH(QByteArray, input);
+        QFETCH(Formats, formats);
+        std::unique_ptr<DataControlPasteboard> board = DataControlPasteboard::open();
+        QVERIFY(board);
+        QProcess program;
+        if (holder.isEmpty()) {
+            board->setString(words);
+        } else {
+            program.start(holder.first(), holder.mid(1));
+            program.write(input);
+            program.closeWriteChannel();
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(board->changeCount() > 0, 10000);
+        if (formats.isEmpty())
+            ::kill(pid_t(program.processId()), SIGSTOP);
+        const auto saved = answer<Pasteboard::Snapshot>([&](auto done) { board->snapshot(done); });
+        QVERIFY(saved && bool(*saved) == !formats.isEmpty());
+        for (const auto &[type, bytes] : formats.asKeyValueRange())
+            QCOMPARE((*saved)->data(type), bytes);
+        program.kill(); // SIGKILL ends a stopped holder too
+        program.waitForFinished();
+        if (formats.isEmpty())
+            return;
+        // The holder is gone: every format comes back from us, byte for byte.
+        board->restore(*saved);
+        QCOMPARE(QString::fromUtf8(paste({ u"--list-types"_s })).split(u'\n', Qt::SkipEmptyParts),
+            (*saved)->formats());
+        for (const auto &type : (*saved)->formats())
+            QCOMPARE(paste({ u"--no-newline"_s, u"-t"_s, type }), (*saved)->data(type));
+        // Until another program copies: then theirs is read, not ours.
+        const int before = board->changeCount();
+        program.start(u"wl-copy"_s, { u"--foreground"_s, u"theirs"_s });
+        QTRY_VERIFY_WITH_TIMEOUT(board->changeCount() > before, 10000);
+        QCOMPARE(answer<std::optional<QString>>([&](auto done) { board->string(done); }),
+            std::make_optional(std::optional(u"theirs"_s)));
+        program.kill();
+        program.waitForFinished();
+    }
+};
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    TestDataControl test;
+    if (!app.arguments().contains(u"--hold"_s))
+        return QTest::qExec(&test, argc, argv);
+    // Another program with the keyboard focus puts several formats on the clipboard.
+    QWidget window;
+    window.show();
+    if (!QTest::qWaitForWindowActive(&window))
+        return 1;
+    auto *data = new QMimeData;
+    for (const auto &[type, bytes] : held.asKeyValueRange())
+        data->setData(type, bytes);
+    QGuiApplication::clipboard()->setMimeData(data);
+    return app.exec();
+}
+
+#include "TestDataControl.moc"
