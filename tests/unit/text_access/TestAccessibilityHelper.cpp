@@ -20,7 +20,6 @@ Q_DECLARE_METATYPE(Formats)
 using Method = CaptureTarget::Method;
 Q_DECLARE_METATYPE(std::optional<QString>)
 Q_DECLARE_METATYPE(Method)
-Q_DECLARE_METATYPE(std::optional<RunningApplication>)
 
 namespace {
 
@@ -153,96 +152,82 @@ void TestAccessibilityHelper::applicationCopies(const QString &copied, int after
 
 void TestAccessibilityHelper::capture_data()
 {
-    QTest::addColumn<std::optional<RunningApplication>>("frontmost");
-    QTest::addColumn<QString>("hang"); // "", "window system", "application", "late application"
-    QTest::addColumn<int>("focusError");
+    // What is unusual: "no frontmost", "focus fails", "application hangs", "application
+    // late", "window system hangs", "terminal", "terminal, nothing selected"; or nothing.
+    QTest::addColumn<QString>("situation");
     QTest::addColumn<std::optional<QString>>("axSelection");
     QTest::addColumn<QString>("copied"); // null: the application ignores Ctrl+C
-    QTest::addColumn<Formats>("userClipboard");
     QTest::addColumn<std::optional<QString>>("expected");
     QTest::addColumn<Method>("method");
+    QTest::addColumn<Formats>("userClipboard");
     QTest::addColumn<Formats>("clipboardAfter");
 
     const auto none = std::optional<QString>();
     const auto text = [](const QString &s) { return std::optional<QString>(s); };
-    const auto app = std::optional<RunningApplication>(mousepad);
-    const QString ignores;
+    // The user's clipboard is put back as it was unless told otherwise.
+    const auto row = [](const char *name, const QString &situation, const std::optional<QString> &axSelection,
+                         const QString &copied, const std::optional<QString> &expected, Method method,
+                         const Formats &userClipboard = richUserClipboard,
+                         const std::optional<Formats> &clipboardAfter = {}) {
+        QTest::newRow(name) << situation << axSelection << copied << expected << method << userClipboard
+                            << clipboardAfter.value_or(userClipboard);
+    };
 
     // The accessibility bus answers: the clipboard is never touched.
-    QTest::newRow("selection through accessibility")
-        << app << QString() << 0 << text(u"B"_s) << u"never"_s << richUserClipboard << text(u"B"_s)
-        << Method::Accessibility << richUserClipboard;
-    QTest::newRow("blank selection returned untrimmed")
-        << app << QString() << 0 << text(u"  \n "_s) << ignores << richUserClipboard << text(u"  \n "_s)
-        << Method::Accessibility << richUserClipboard;
+    row("selection through accessibility", {}, text(u"B"_s), u"never"_s, text(u"B"_s), Method::Accessibility);
+    row("blank selection returned untrimmed", {}, text(u"  \n "_s), {}, text(u"  \n "_s),
+        Method::Accessibility);
 
     // It does not: copy, and put back everything the user had.
-    QTest::newRow("empty accessible selection")
-        << app << QString() << 0 << text(QString()) << u"B"_s << richUserClipboard << text(u"B"_s)
-        << Method::Clipboard << richUserClipboard;
-    QTest::newRow("no text interface") << app << QString() << 0 << none << u"B"_s << imageOnly << text(u"B"_s)
-                                       << Method::Clipboard << imageOnly;
-    QTest::newRow("focus unavailable") << app << QString() << AxError::Failure << text(u"stale"_s) << u"B"_s
-                                       << emptyText << text(u"B"_s) << Method::Clipboard << emptyText;
-    QTest::newRow("no frontmost application")
-        << std::optional<RunningApplication>() << QString() << 0 << text(u"X"_s) << u"B"_s
-        << richUserClipboard << text(u"B"_s) << Method::Clipboard << richUserClipboard;
-    QTest::newRow("selection equals clipboard text")
-        << app << QString() << 0 << none << u"user text"_s << richUserClipboard << text(u"user text"_s)
-        << Method::Clipboard << richUserClipboard;
-    QTest::newRow("copy ignored") << app << QString() << 0 << none << ignores << richUserClipboard << none
-                                  << Method::None << richUserClipboard;
-    QTest::newRow("application copies nothing")
-        << app << QString() << 0 << none << QString(u""_s) << richUserClipboard << none << Method::None
-        << richUserClipboard;
+    row("empty accessible selection", {}, text(QString()), u"B"_s, text(u"B"_s), Method::Clipboard);
+    row("no text interface", {}, none, u"B"_s, text(u"B"_s), Method::Clipboard, imageOnly);
+    row("focus unavailable", u"focus fails"_s, text(u"stale"_s), u"B"_s, text(u"B"_s), Method::Clipboard,
+        emptyText);
+    row("no frontmost application", u"no frontmost"_s, text(u"X"_s), u"B"_s, text(u"B"_s), Method::Clipboard);
+    row("selection equals clipboard text", {}, none, u"user text"_s, text(u"user text"_s), Method::Clipboard);
+    row("copy ignored", {}, none, {}, none, Method::None);
+    row("application copies nothing", {}, none, u""_s, none, Method::None);
 
     // With nothing of the user's to restore, the copy stays where it landed.
-    QTest::newRow("empty clipboard keeps the copy")
-        << app << QString() << 0 << none << u"B"_s << Formats() << text(u"B"_s) << Method::Clipboard
-        << Formats { { u"text/plain"_s, "B" } };
+    row("empty clipboard keeps the copy", {}, none, u"B"_s, text(u"B"_s), Method::Clipboard, Formats(),
+        Formats { { u"text/plain"_s, "B" } });
 
     // Whoever does not answer in time is passed over; capture goes on by its deadline.
-    QTest::newRow("application never answers")
-        << app << u"application"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
-        << Method::Clipboard << richUserClipboard;
-    QTest::newRow("application answers after the deadline")
-        << app << u"late application"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
-        << Method::Clipboard << richUserClipboard;
-    QTest::newRow("window system never answers")
-        << app << u"window system"_s << 0 << text(u"X"_s) << u"B"_s << richUserClipboard << text(u"B"_s)
-        << Method::Clipboard << richUserClipboard;
+    row("application never answers", u"application hangs"_s, text(u"X"_s), u"B"_s, text(u"B"_s),
+        Method::Clipboard);
+    row("application answers after the deadline", u"application late"_s, text(u"X"_s), u"B"_s, text(u"B"_s),
+        Method::Clipboard);
+    row("window system never answers", u"window system hangs"_s, text(u"X"_s), u"B"_s, text(u"B"_s),
+        Method::Clipboard);
 
     // A terminal is never sent Ctrl+C: it would interrupt the job running in it.
-    const auto terminal = std::optional<RunningApplication>(xterm);
-    QTest::newRow("terminal: its PRIMARY selection")
-        << terminal << QString() << 0 << none << u"B"_s << richUserClipboard << text(u"ls -l"_s)
-        << Method::Primary << richUserClipboard;
-    QTest::newRow("terminal that selected nothing")
-        << terminal << u"other owner"_s << 0 << none << u"B"_s << richUserClipboard << none << Method::None
-        << richUserClipboard;
+    row("terminal: its PRIMARY selection", u"terminal"_s, none, u"B"_s, text(u"ls -l"_s), Method::Primary);
+    row("terminal that selected nothing", u"terminal, nothing selected"_s, none, u"B"_s, none, Method::None);
 }
 
 void TestAccessibilityHelper::capture()
 {
-    QFETCH(std::optional<RunningApplication>, frontmost);
-    QFETCH(QString, hang);
-    QFETCH(int, focusError);
+    QFETCH(QString, situation);
     QFETCH(std::optional<QString>, axSelection);
     QFETCH(QString, copied);
-    QFETCH(Formats, userClipboard);
     QFETCH(std::optional<QString>, expected);
     QFETCH(Method, method);
+    QFETCH(Formats, userClipboard);
     QFETCH(Formats, clipboardAfter);
 
-    m_workspace->frontmost = frontmost;
-    m_workspace->silent = hang == u"window system";
-    m_accessibility->silent = hang == u"application";
-    if (hang == u"late application")
+    const RunningApplication frontmost = situation.startsWith(u"terminal"_s) ? xterm : mousepad;
+    if (situation == u"no frontmost")
+        m_workspace->frontmost.reset();
+    else
+        m_workspace->frontmost = frontmost;
+    m_workspace->silent = situation == u"window system hangs";
+    m_accessibility->silent = situation == u"application hangs";
+    if (situation == u"application late")
         m_accessibility->answerDelayMs = int(fast.answerDeadline.count()) * 2;
-    m_accessibility->focus.error = focusError;
+    m_accessibility->focus.error = situation == u"focus fails" ? AxError::Failure : 0;
     m_accessibility->selection = axSelection;
     m_primary->selection = u"ls -l"_s;
-    m_primary->owner = hang == u"other owner" ? mousepad.window : xterm.window;
+    m_primary->owner = situation == u"terminal, nothing selected" ? mousepad.window : xterm.window;
     applicationCopies(copied);
     m_pasteboard->setContents(userClipboard);
     const int countBefore = m_pasteboard->changeCount();
@@ -252,11 +237,12 @@ void TestAccessibilityHelper::capture()
     QCOMPARE(capture.target.method, method);
     QCOMPARE(m_pasteboard->contents(), clipboardAfter);
     if (capture.text && !m_workspace->silent)
-        QCOMPARE(capture.target.application.value_or(RunningApplication {}).window, frontmost->window);
+        QCOMPARE(capture.target.application.value_or(RunningApplication {}).window,
+            m_workspace->frontmost.value_or(RunningApplication {}).window);
     if (method == Method::Accessibility)
         QCOMPARE(capture.target.element.value_or(Element {}).path, m_accessibility->focus.element->path);
 
-    const bool typesCopy = method == Method::Clipboard || (method == Method::None && !isTerminal(*frontmost));
+    const bool typesCopy = method == Method::Clipboard || (method == Method::None && !isTerminal(frontmost));
     QCOMPARE(m_keys->keys, typesCopy ? QList<Key> { copyKey } : QList<Key>());
     if (!typesCopy)
         QCOMPARE(m_pasteboard->changeCount(), countBefore);
@@ -311,15 +297,19 @@ void TestAccessibilityHelper::terminals()
 
 void TestAccessibilityHelper::replace_data()
 {
-    QTest::addColumn<bool>("frontmost");
-    QTest::addColumn<QString>("appName");
-    QTest::addColumn<int>("focusError");
+    QTest::addColumn<QString>("situation"); // "no frontmost", "unnamed", "focus fails", or nothing
     QTest::addColumn<int>("setError");
-    QTest::addColumn<Formats>("userClipboard");
     QTest::addColumn<bool>("expected");
     QTest::addColumn<QStringList>("log");
+    QTest::addColumn<Formats>("userClipboard");
     QTest::addColumn<Formats>("clipboardAfter");
 
+    const auto row = [](const char *name, const QString &situation, int setError, bool expected,
+                         const QStringList &log, const Formats &userClipboard = richUserClipboard,
+                         const std::optional<Formats> &clipboardAfter = {}) {
+        QTest::newRow(name) << situation << setError << expected << log << userClipboard
+                            << clipboardAfter.value_or(userClipboard);
+    };
     const QString called = u"🔧 [AccessibilityHelper] replaceSelectedText called with: new text..."_s;
     const QString front = u"🔧 [AccessibilityHelper] Frontmost app: Mousepad"_s;
     const QString focusOk = u"🔧 [AccessibilityHelper] Focus result: 0"_s;
@@ -329,54 +319,40 @@ void TestAccessibilityHelper::replace_data()
         u"🔧 [AccessibilityHelper] AX failed, using clipboard fallback..."_s,
         u"🔧 [AccessibilityHelper] Text set to clipboard"_s, u"🔧 [AccessibilityHelper] Sending ⌘V"_s,
         u"🔧 [AccessibilityHelper] ⌘V sent"_s };
-    const QString restored = u"🔧 [AccessibilityHelper] Clipboard restored"_s;
+    const QStringList restored = fallback + QStringList { u"🔧 [AccessibilityHelper] Clipboard restored"_s };
+    const int refused = AxError::AttributeUnsupported;
 
-    QTest::newRow("accessibility accepts")
-        << true << u"Mousepad"_s << 0 << 0 << richUserClipboard << true
-        << QStringList { called, front, focusOk, attempt, u"🔧 [AccessibilityHelper] AX replace result: 0"_s,
-               u"✅ [AccessibilityHelper] AX replace successful"_s }
-        << richUserClipboard;
-    QTest::newRow("refused, every format restored")
-        << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << richUserClipboard << true
-        << fallback + QStringList { restored } << richUserClipboard;
-    QTest::newRow("refused, empty string restored")
-        << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << emptyText << true
-        << fallback + QStringList { restored } << emptyText;
-    QTest::newRow("refused, empty clipboard keeps the rewrite")
-        << true << u"Mousepad"_s << 0 << AxError::AttributeUnsupported << Formats() << true << fallback
-        << ourText(u"new text"_s);
-
-    QStringList unnamed = fallback + QStringList { restored };
+    row("accessibility accepts", {}, 0, true,
+        { called, front, focusOk, attempt, u"🔧 [AccessibilityHelper] AX replace result: 0"_s,
+            u"✅ [AccessibilityHelper] AX replace successful"_s });
+    row("refused, every format restored", {}, refused, true, restored);
+    row("refused, empty string restored", {}, refused, true, restored, emptyText);
+    row("refused, empty clipboard keeps the rewrite", {}, refused, true, fallback, Formats(),
+        ourText(u"new text"_s));
+    QStringList unnamed = restored;
     unnamed[1] = u"🔧 [AccessibilityHelper] Frontmost app: Unknown"_s;
-    QTest::newRow("application without a name") << true << QString() << 0 << AxError::AttributeUnsupported
-                                                << richUserClipboard << true << unnamed << richUserClipboard;
-
-    QTest::newRow("no frontmost application")
-        << false << QString() << 0 << 0 << richUserClipboard << false
-        << QStringList { called, u"❌ [AccessibilityHelper] No frontmost application"_s } << richUserClipboard;
-    QTest::newRow("focus read fails")
-        << true << u"Mousepad"_s << AxError::CannotComplete << 0 << richUserClipboard << false
-        << QStringList { called, front, u"🔧 [AccessibilityHelper] Focus result: -25204"_s,
-               u"❌ [AccessibilityHelper] Failed to get focused element"_s }
-        << richUserClipboard;
+    row("application without a name", u"unnamed"_s, refused, true, unnamed);
+    row("no frontmost application", u"no frontmost"_s, 0, false,
+        { called, u"❌ [AccessibilityHelper] No frontmost application"_s });
+    row("focus read fails", u"focus fails"_s, 0, false,
+        { called, front, u"🔧 [AccessibilityHelper] Focus result: -25204"_s,
+            u"❌ [AccessibilityHelper] Failed to get focused element"_s });
 }
 
 void TestAccessibilityHelper::replace()
 {
-    QFETCH(bool, frontmost);
-    QFETCH(QString, appName);
-    QFETCH(int, focusError);
+    QFETCH(QString, situation);
     QFETCH(int, setError);
-    QFETCH(Formats, userClipboard);
     QFETCH(bool, expected);
     QFETCH(QStringList, log);
+    QFETCH(Formats, userClipboard);
     QFETCH(Formats, clipboardAfter);
 
-    if (frontmost)
-        m_workspace->frontmost->name = appName;
-    else
+    if (situation == u"no frontmost")
         m_workspace->frontmost.reset();
-    m_accessibility->focus.error = focusError;
+    else if (situation == u"unnamed")
+        m_workspace->frontmost->name.clear();
+    m_accessibility->focus.error = situation == u"focus fails" ? AxError::CannotComplete : 0;
     m_accessibility->setError = setError;
     m_pasteboard->setContents(userClipboard);
     Formats clipboardAtPaste;
@@ -396,7 +372,8 @@ void TestAccessibilityHelper::replace()
     settle();
     QCOMPARE(out.lines(), log);
     QCOMPARE(m_pasteboard->contents(), clipboardAfter);
-    QCOMPARE(m_accessibility->written.size(), frontmost && focusError == 0 ? 1 : 0);
+    QCOMPARE(
+        m_accessibility->written.size(), situation == u"no frontmost" || situation == u"focus fails" ? 0 : 1);
     if (!fallback)
         QVERIFY(m_keys->keys.isEmpty());
 }
