@@ -42,54 +42,41 @@ UpstreamScript script(const QStringList &fragments, int stallAfter = -1)
     return script;
 }
 
-// Reads the reply the way the desktop program does: line by line as bytes arrive.
+// Collects the reply as it arrives and reads its events the way the desktop program does.
 class StreamReader : public QObject
 {
 public:
     explicit StreamReader(QNetworkReply *reply)
         : reply(reply)
     {
-        connect(reply, &QNetworkReply::readyRead, this, [this] { take(); });
+        connect(reply, &QNetworkReply::readyRead, this, [this] { body += this->reply->readAll(); });
         connect(reply, &QNetworkReply::finished, this, [this] {
-            take();
+            body += this->reply->readAll();
             finished = true;
         });
     }
 
     QPointer<QNetworkReply> reply;
     QByteArray body;
-    QStringList fragments;
-    QStringList errors;
-    bool done = false;
     bool finished = false;
 
     int status() const { return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(); }
 
-private:
-    void take()
+    // Each whole event line so far: a fragment's text, "error:" and the message, or "done".
+    QStringList events() const
     {
-        if (!reply || !reply->isOpen())
-            return;
-        body += reply->readAll();
-        qsizetype end;
-        while ((end = body.indexOf('\n', m_consumed)) >= 0) {
-            const QByteArray line = body.mid(m_consumed, end - m_consumed);
-            m_consumed = end + 1;
+        QStringList events;
+        for (const QByteArray &line : body.first(body.lastIndexOf('\n') + 1).split('\n')) {
             if (!line.startsWith("data: "))
                 continue;
-            const QByteArray payload = line.mid(6);
-            if (payload == "[DONE]") {
-                done = true;
-                continue;
-            }
-            const QJsonObject event = QJsonDocument::fromJson(payload).object();
-            if (event.contains("error"_L1))
-                errors << event.value("error"_L1).toObject().value("message"_L1).toString();
-            else
-                fragments << event.value("choices"_L1)[0]["delta"_L1]["content"_L1].toString();
+            const QJsonObject event = QJsonDocument::fromJson(line.sliced(6)).object();
+            events << (line == "data: [DONE]" ? u"done"_s
+                    : event.contains("error"_L1)
+                    ? u"error:"_s + event["error"_L1]["message"_L1].toString()
+                    : event["choices"_L1][0]["delta"_L1]["content"_L1].toString());
         }
+        return events;
     }
-    qsizetype m_consumed = 0;
 };
 
 // A client speaking raw HTTP, for what a well-behaved HTTP library would never send.
@@ -205,9 +192,7 @@ private Q_SLOTS:
         QTRY_VERIFY(reply->finished);
 
         QCOMPARE(reply->status(), 200);
-        QCOMPARE(reply->fragments, fragments);
-        QVERIFY(reply->errors.isEmpty());
-        QVERIFY(reply->done);
+        QCOMPARE(reply->events(), fragments + QStringList { u"done"_s });
 
         QCOMPARE(m_upstream.requests().size(), before + 1);
         const UpstreamRequest seen = m_upstream.requests().last();
@@ -242,7 +227,7 @@ private Q_SLOTS:
         QVERIFY(serve(config()));
 
         StreamReader *reply = post(rewriteBody(u"text"_s));
-        QTRY_COMPARE(reply->fragments, QStringList({ u"one"_s, u"two"_s }));
+        QTRY_COMPARE(reply->events(), QStringList({ u"one"_s, u"two"_s }));
         QCOMPARE(m_upstream.finishedReplies(), finishedBefore);
         QVERIFY(!reply->finished);
         QCOMPARE(m_server->activeStreams(), 1);
@@ -254,8 +239,7 @@ private Q_SLOTS:
         }
         m_upstream.release();
         QTRY_VERIFY(reply->finished);
-        QCOMPARE(reply->fragments, QStringList({ u"one"_s, u"two"_s, u"three"_s }));
-        QVERIFY(reply->done);
+        QCOMPARE(reply->events(), QStringList({ u"one"_s, u"two"_s, u"three"_s, u"done"_s }));
     }
 
     void refusesStreamsBeyondTheLimit()
@@ -266,7 +250,7 @@ private Q_SLOTS:
         QVERIFY(serve(limited));
 
         StreamReader *first = post(rewriteBody(u"first"_s));
-        QTRY_COMPARE(first->fragments.size(), 1);
+        QTRY_COMPARE(first->events(), QStringList { u"a"_s });
         StreamReader *second = post(rewriteBody(u"second"_s));
         QTRY_VERIFY(second->finished);
         QCOMPARE(second->status(), 503);
@@ -274,7 +258,7 @@ private Q_SLOTS:
 
         m_upstream.release();
         QTRY_VERIFY(first->finished);
-        QVERIFY(first->done);
+        QCOMPARE(first->events(), QStringList({ u"a"_s, u"b"_s, u"done"_s }));
         StreamReader *third = post(rewriteBody(u"third"_s));
         QTRY_VERIFY(third->finished);
         QCOMPARE(third->status(), 200);
@@ -345,12 +329,14 @@ private Q_SLOTS:
         StreamReader *reply = post(rewriteBody(u"text"_s));
         QTRY_VERIFY(reply->finished);
         QCOMPARE(reply->status(), 200);
-        QTEST(reply->fragments, "fragments");
-        QVERIFY(!reply->done);
-        QCOMPARE(reply->errors.size(), 1);
+        // The fragments, then one error and no end marker.
+        const QStringList events = reply->events();
+        QVERIFY(!events.isEmpty());
+        QTEST(events.first(events.size() - 1), "fragments");
         QFETCH(QString, message);
-        QVERIFY2(reply->errors.first().contains(message), qPrintable(reply->errors.first()));
-        QVERIFY2(!reply->errors.first().contains(u"s3cret"_s), qPrintable(reply->errors.first()));
+        QVERIFY2(events.last().startsWith(u"error:"_s) && events.last().contains(message)
+                && !events.last().contains(u"s3cret"_s),
+            qPrintable(events.join(u" | "_s)));
         if (fixture)
             QCOMPARE(m_upstream.requests().last().target, u"/v1/chat/completions"_s + upstreamUrl.sliced(7));
         QCOMPARE(m_server->activeStreams(), 0);
