@@ -6,6 +6,7 @@
 #include "gnome/GnomeKeybinding.h"
 #include "kwin/KWinWorkspace.h"
 #include "portal/PortalGlobalShortcuts.h"
+#include "wayland/DataControlPasteboard.h"
 #include "wlroots/CompositorBinding.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
@@ -132,6 +133,11 @@ Platform makePlatform()
     if (x11)
         platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
     platform.accessibility = std::make_unique<AtspiAccessibility>();
-    platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), x11);
+    // On Wayland QClipboard sees nothing while another program has the focus; where the
+    // compositor shares the clipboard with background clients, we read and set it ourselves.
+    if (plan.clipboard == BackendPlan::Clipboard::DataControl)
+        platform.pasteboard = DataControlPasteboard::open();
+    if (!platform.pasteboard)
+        platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), x11);
     return platform;
 }
