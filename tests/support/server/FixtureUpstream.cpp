@@ -20,11 +20,6 @@ QByteArray contentEvent(const QString &text)
     return "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
 }
 
-bool send(httplib::DataSink &sink, const QByteArray &bytes)
-{
-    return sink.write(bytes.constData(), size_t(bytes.size()));
-}
-
 } // namespace
 
 FixtureUpstream::FixtureUpstream(int threads)
@@ -59,11 +54,15 @@ FixtureUpstream::FixtureUpstream(int threads)
             }
             response.set_chunked_content_provider(
                 "text/event-stream", [this, script](size_t, httplib::DataSink &sink) {
+                    // False, and counted, when the reader has gone.
+                    const auto send = [this, &sink](const QByteArray &bytes) {
+                        const bool written = sink.write(bytes.constData(), size_t(bytes.size()));
+                        m_abandoned += written ? 0 : 1;
+                        return written;
+                    };
                     for (qsizetype at = 0; at < script.rawStream.size(); at += 64 * 1024) {
-                        if (!send(sink, script.rawStream.mid(at, 64 * 1024))) {
-                            ++m_abandoned;
+                        if (!send(script.rawStream.mid(at, 64 * 1024)))
                             return false;
-                        }
                     }
                     if (!script.rawStream.isEmpty()) {
                         ++m_finished;
@@ -78,25 +77,21 @@ FixtureUpstream::FixtureUpstream(int threads)
                         if (i == script.stallAfter) {
                             // Comment lines every few ms find out when the reader has gone.
                             while (!m_released) {
-                                if (!send(sink, ":\n")) {
-                                    ++m_abandoned;
+                                if (!send(":\n"))
                                     return false;
-                                }
                                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
                             }
                         }
                         const QString text = script.stampFragments
                             ? QString::number(std::chrono::steady_clock::now().time_since_epoch().count())
                             : script.fragments.at(i);
-                        if (!send(sink, contentEvent(text))) {
-                            ++m_abandoned;
+                        if (!send(contentEvent(text)))
                             return false;
-                        }
                     }
-                    if (!script.errorEvent.isEmpty())
-                        send(sink, "data: " + script.errorEvent + "\n\n");
-                    if (script.sendDone)
-                        send(sink, "data: [DONE]\n\n");
+                    if (!script.errorEvent.isEmpty() && !send("data: " + script.errorEvent + "\n\n"))
+                        return false;
+                    if (script.sendDone && !send("data: [DONE]\n\n"))
+                        return false;
                     ++m_finished;
                     sink.done();
                     return true;

@@ -16,22 +16,12 @@ std::pair<QStringList, bool> read(const QList<QByteArray> &pieces, qsizetype max
 {
     UpstreamReplyReader reader(maxLine);
     QStringList seen;
+    using Kind = UpstreamEvent::Kind;
     const UpstreamReplyReader::EventHandler collect = [&seen](const UpstreamEvent &event) {
-        switch (event.kind) {
-        case UpstreamEvent::Kind::Fragment:
-            seen.append(event.text);
-            break;
-        case UpstreamEvent::Kind::Done:
-            seen.append(u"done"_s);
-            break;
-        case UpstreamEvent::Kind::Error:
-            seen.append(u"error:"_s + event.text);
-            break;
-        case UpstreamEvent::Kind::Ignored:
-        case UpstreamEvent::Kind::NotJson:
-            seen.append(u"unexpected"_s);
-            break;
-        }
+        seen.append(event.kind == Kind::Fragment ? event.text
+                : event.kind == Kind::Done       ? u"done"_s
+                : event.kind == Kind::Error      ? u"error:"_s + event.text
+                                                 : u"unexpected"_s);
     };
     for (const QByteArray &piece : pieces)
         reader.feed(piece, collect);
