@@ -62,12 +62,8 @@ quint32 activeWindow()
 
 qint64 windowPid(quint32 window)
 {
-    if (window == 0)
-        return 0;
-    QProcess xdotool;
-    xdotool.start(u"xdotool"_s, { u"getwindowpid"_s, QString::number(window) });
-    xdotool.waitForFinished(5000);
-    return xdotool.readAllStandardOutput().trimmed().toLongLong();
+    return window ? run(u"xdotool"_s, { u"getwindowpid"_s, QString::number(window) }).trimmed().toLongLong()
+                  : 0;
 }
 
 Window::~Window()
