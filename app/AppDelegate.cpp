@@ -62,6 +62,9 @@ void AppDelegate::setupTray()
     m_tray = std::make_unique<TrayMenu>(m_parts.updateService);
     m_tray->setShortcutAvailable(m_parts.shortcut.isRunning());
     connect(&m_parts.shortcut, &Shortcut::availabilityChanged, m_tray.get(), &TrayMenu::setShortcutAvailable);
+    m_tray->setDesktopShortcut(m_parts.windows.desktopShortcut());
+    connect(&m_parts.windows, &AppWindows::desktopShortcutAdded, m_tray.get(),
+        [this] { m_tray->setDesktopShortcut(m_parts.windows.desktopShortcut()); });
     // Queued: the menu closes before capture looks at the window in front.
     connect(m_tray.get(), &TrayMenu::rewriteRequested, &m_parts.sessions, &RewriteSessions::triggerHumanize,
         Qt::QueuedConnection);

@@ -63,12 +63,13 @@ void centre(QWindow *window)
 }
 } // namespace
 
-AppWindows::AppWindows(
-    StorageManager &storage, UpdateService &updateService, Workspace *workspace, QObject *parent)
+AppWindows::AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace,
+    DesktopShortcut *desktopShortcut, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_updateService(updateService)
     , m_workspace(workspace)
+    , m_desktopShortcut(desktopShortcut)
 {
 }
 
@@ -114,7 +115,9 @@ void AppWindows::showSettings()
 {
     presence().setRegular();
     if (!m_settingsWindow) {
-        m_settingsModel = std::make_shared<SettingsModel>(m_storage);
+        m_settingsModel = std::make_shared<SettingsModel>(m_storage, m_desktopShortcut);
+        connect(m_settingsModel->shortcutSetup(), &ShortcutSetup::shortcutAdded, this,
+            &AppWindows::desktopShortcutAdded);
         connect(m_settingsModel.get(), &SettingsModel::updateCheckRequested, this,
             [this] { m_updateService.checkForUpdates(false); });
         const auto publish = [this] {
@@ -142,7 +145,10 @@ void AppWindows::showOnboarding()
 {
     presence().setRegular();
     if (!m_onboardingWindow) {
-        m_onboardingModel = std::make_shared<OnboardingModel>(m_storage);
+        m_onboardingModel = std::make_shared<OnboardingModel>(
+            m_storage, OnboardingModel::defaultCompletionDelay, m_desktopShortcut);
+        connect(m_onboardingModel->shortcutSetup(), &ShortcutSetup::shortcutAdded, this,
+            &AppWindows::desktopShortcutAdded);
         connect(m_onboardingModel.get(), &OnboardingModel::completed, this,
             [this] { QTimer::singleShot(onboardingCloseDelay, this, &AppWindows::onboardingCompleted); });
         m_onboardingWindow.reset(

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+class DesktopShortcut;
 class OnboardingModel;
 class Presence;
 class QQmlEngine;
@@ -21,8 +22,9 @@ class AppWindows : public QObject
     Q_OBJECT
 
 public:
+    // desktopShortcut: where the desktop runs Ctrl+Alt+H for Tessary, null elsewhere.
     AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace,
-        QObject *parent = nullptr);
+        DesktopShortcut *desktopShortcut = nullptr, QObject *parent = nullptr);
     ~AppWindows() override;
 
     void showSettings();
@@ -31,6 +33,11 @@ public:
     QQuickWindow *settingsWindow() const { return m_settingsWindow.get(); }
     QQuickWindow *onboardingWindow() const { return m_onboardingWindow.get(); }
     Presence &presence();
+    DesktopShortcut *desktopShortcut() const { return m_desktopShortcut; }
+
+Q_SIGNALS:
+    // The settings or onboarding window bound Ctrl+Alt+H in the desktop's settings.
+    void desktopShortcutAdded();
 
 private:
     QQuickWindow *createWindow(const QString &url, QObject *model);
@@ -40,6 +47,7 @@ private:
     StorageManager &m_storage;
     UpdateService &m_updateService;
     Workspace *m_workspace;
+    DesktopShortcut *m_desktopShortcut;
 
     // Shared pointers: they are destroyed where these types are not known, and they go
     // before the engine their windows came from.

@@ -1,5 +1,6 @@
 #include "TrayMenu.h"
 
+#include "Platform.h"
 #include "UpdateService.h"
 
 #include <QAction>
@@ -106,10 +107,23 @@ void TrayMenu::updateIcon()
     m_icon->setIcon(icon);
 }
 
+void TrayMenu::setDesktopShortcut(const DesktopShortcut *shortcut)
+{
+    m_desktopShortcut = shortcut;
+    updateToolTip();
+}
+
 void TrayMenu::updateToolTip()
 {
+    const QString works = u"Tessary — Ctrl+Alt+H rewrites the selection"_s;
+    if (m_desktopShortcut) {
+        m_icon->setToolTip(m_desktopShortcut->isBound()
+                ? works
+                : u"Tessary — Ctrl+Alt+H works once your desktop runs `tessary --trigger` (see Settings); the menu always works."_s);
+        return;
+    }
     m_icon->setToolTip(m_shortcutAvailable
-            ? u"Tessary — Ctrl+Alt+H rewrites the selection"_s
+            ? works
             : u"Tessary — Ctrl+Alt+H is unavailable: another program uses it. Use the menu instead."_s);
 }
 

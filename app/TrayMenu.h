@@ -2,6 +2,7 @@
 
 #include <QObject>
 
+class DesktopShortcut;
 class QAction;
 class QMenu;
 class QSystemTrayIcon;
@@ -25,6 +26,9 @@ public:
     void checkForUpdates();
     // Says in the tooltip that Ctrl+Alt+H belongs to another program.
     void setShortcutAvailable(bool available);
+    // Where the desktop runs Ctrl+Alt+H for Tessary (null elsewhere) no other program can
+    // hold it: the tooltip says whether it is set up instead. Call again once it is.
+    void setDesktopShortcut(const DesktopShortcut *shortcut);
 
     QSystemTrayIcon *icon() const { return m_icon; }
     QMenu *menu() const { return m_menu; }
@@ -46,4 +50,5 @@ private:
     QSystemTrayIcon *m_icon;
     QMenu *m_menu = nullptr;
     bool m_shortcutAvailable = true;
+    const DesktopShortcut *m_desktopShortcut = nullptr;
 };

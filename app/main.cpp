@@ -54,7 +54,7 @@ int main(int argc, char *argv[])
     AccessibilityHelper textAccess(platform);
     RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
     Shortcut shortcut(platform.keyboardGrab.get(), platform.accessibility.get(), 2s);
-    AppWindows windows(storage, updates, platform.workspace.get());
+    AppWindows windows(storage, updates, platform.workspace.get(), platform.desktopShortcut.get());
     AppDelegate delegate({ windows, shortcut, sessions, updates, storage, platform.accessibility.get() });
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);

@@ -93,6 +93,22 @@ Item {
             color: Theme.purple
             opacity: page.appear
         }
+        ShortcutSetupBox {
+            Layout.alignment: Qt.AlignHCenter
+            Layout.fillWidth: true
+            Layout.maximumWidth: 440
+            horizontalAlignment: Text.AlignHCenter
+            setup: page.model.shortcutSetup
+            opacity: page.appear
+        }
+        PrimaryButton {
+            objectName: "leave"
+            Layout.alignment: Qt.AlignHCenter
+            visible: page.model.shortcutSetup.offered && !page.model.shortcutSetup.added
+            text: qsTr("Done")
+            opacity: page.appear
+            onActivated: page.model.leave()
+        }
         Item { Layout.fillHeight: true }
     }
 }

@@ -6,19 +6,24 @@
 
 using namespace Qt::StringLiterals;
 
-OnboardingModel::OnboardingModel(
-    StorageManager &storage, std::chrono::milliseconds completionDelay, QObject *parent)
-    : OnboardingModel(storage, completionDelay, ModelProbe::candidatesFromEnvironment(), parent)
+OnboardingModel::OnboardingModel(StorageManager &storage, std::chrono::milliseconds completionDelay,
+    DesktopShortcut *desktopShortcut, QObject *parent)
+    : OnboardingModel(
+        storage, completionDelay, ModelProbe::candidatesFromEnvironment(), desktopShortcut, parent)
 {
 }
 
 OnboardingModel::OnboardingModel(StorageManager &storage, std::chrono::milliseconds completionDelay,
-    QList<ModelProbe::Candidate> localServers, QObject *parent)
+    QList<ModelProbe::Candidate> localServers, DesktopShortcut *desktopShortcut, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_completionDelay(completionDelay)
     , m_chooser(storage, std::move(localServers))
+    , m_shortcutSetup(desktopShortcut)
 {
+    // Once the shortcut is set up, the page closes as it does where nothing was to be done.
+    connect(&m_shortcutSetup, &ShortcutSetup::shortcutAdded, this,
+        [this] { QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed); });
     connect(&m_storage, &StorageManager::serviceUsableChanged, this, &OnboardingModel::serviceUsableChanged);
     connect(&m_storage, &StorageManager::examplesChanged, this, &OnboardingModel::storedSamplesChanged);
 }
@@ -72,7 +77,9 @@ void OnboardingModel::finish()
     if (!isBlank(m_sampleText))
         m_storage.setExamples(m_storage.examples() << m_sampleText);
     setStep(Step::Done);
-    QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed);
+    // The page stays while it offers to set up Ctrl+Alt+H: the user needs the time to read it.
+    if (!m_shortcutSetup.offered())
+        QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed);
 }
 
 void OnboardingModel::setStep(Step step)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ModelChooser.h"
+#include "ShortcutSetup.h"
 #include "StorageManager.h"
 
 #include <QObject>
@@ -28,6 +29,7 @@ class OnboardingModel : public QObject
     // Whether the chosen language model can be used; the last page says so when not.
     Q_PROPERTY(bool serviceUsable READ serviceUsable NOTIFY serviceUsableChanged)
     Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
+    Q_PROPERTY(ShortcutSetup *shortcutSetup READ shortcutSetup CONSTANT)
 
 public:
     enum class Step { Welcome = 0, AddSample = 1, ChooseModel = 2, Done = 3 };
@@ -37,10 +39,13 @@ public:
     static constexpr std::chrono::milliseconds defaultCompletionDelay { 1600 };
 
     // Looks for model servers where TESSARY_LOCAL_MODEL_PORTS says, or on the known ports.
+    // desktopShortcut: where the desktop runs Ctrl+Alt+H for Tessary, null elsewhere.
     explicit OnboardingModel(StorageManager &storage,
-        std::chrono::milliseconds completionDelay = defaultCompletionDelay, QObject *parent = nullptr);
+        std::chrono::milliseconds completionDelay = defaultCompletionDelay,
+        DesktopShortcut *desktopShortcut = nullptr, QObject *parent = nullptr);
     OnboardingModel(StorageManager &storage, std::chrono::milliseconds completionDelay,
-        QList<ModelProbe::Candidate> localServers, QObject *parent = nullptr);
+        QList<ModelProbe::Candidate> localServers, DesktopShortcut *desktopShortcut = nullptr,
+        QObject *parent = nullptr);
 
     Step currentStep() const { return m_step; }
     QString sampleText() const { return m_sampleText; }
@@ -52,6 +57,7 @@ public:
     QString stepCounter() const;
     bool serviceUsable() const { return m_storage.serviceUsable(); }
     ModelChooser *chooser() { return &m_chooser; }
+    ShortcutSetup *shortcutSetup() { return &m_shortcutSetup; }
 
     // Blanks are spaces of any width and tabs; a text of line breaks is not blank.
     static bool isBlank(const QString &text);
@@ -60,8 +66,11 @@ public:
     // straight to the end when the chosen one is usable already.
     Q_INVOKABLE void advance();
     // Adds a non-blank sample to those stored, shows the closing page and schedules
-    // completed(). A second press while the closing page shows is ignored.
+    // completed(). A second press while the closing page shows is ignored. Where Ctrl+Alt+H
+    // still has to be set up, the page waits for that, or for leave().
     Q_INVOKABLE void finish();
+    // Closes the closing page at once.
+    Q_INVOKABLE void leave() { Q_EMIT completed(); }
 
 Q_SIGNALS:
     void currentStepChanged();
@@ -76,6 +85,7 @@ private:
     StorageManager &m_storage;
     std::chrono::milliseconds m_completionDelay;
     ModelChooser m_chooser;
+    ShortcutSetup m_shortcutSetup;
     Step m_step = Step::Welcome;
     QString m_sampleText;
 };

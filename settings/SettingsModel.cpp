@@ -41,19 +41,20 @@ QByteArray autostartEntry(const QString &program)
 
 } // namespace
 
-SettingsModel::SettingsModel(StorageManager &storage, QObject *parent)
+SettingsModel::SettingsModel(StorageManager &storage, DesktopShortcut *desktopShortcut, QObject *parent)
     : SettingsModel(storage, defaultAutostartDir(), &QDesktopServices::openUrl,
-        ModelProbe::candidatesFromEnvironment(), parent)
+        ModelProbe::candidatesFromEnvironment(), desktopShortcut, parent)
 {
 }
 
 SettingsModel::SettingsModel(StorageManager &storage, const QString &autostartDir, UrlOpener openUrl,
-    QList<ModelProbe::Candidate> localServers, QObject *parent)
+    QList<ModelProbe::Candidate> localServers, DesktopShortcut *desktopShortcut, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_autostartDir(autostartDir)
     , m_openUrl(std::move(openUrl))
     , m_chooser(storage, std::move(localServers))
+    , m_shortcutSetup(desktopShortcut)
 {
     connect(&m_storage, &StorageManager::examplesChanged, this, &SettingsModel::samplesChanged);
     connect(

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ModelChooser.h"
+#include "ShortcutSetup.h"
 #include "StorageManager.h"
 
 #include <QObject>
@@ -31,6 +32,7 @@ class SettingsModel : public QObject
     Q_PROPERTY(QString releaseNotes READ releaseNotes NOTIFY updateStateChanged)
     Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
     Q_PROPERTY(bool startAtLogin READ startAtLogin WRITE setStartAtLogin NOTIFY startAtLoginChanged)
+    Q_PROPERTY(ShortcutSetup *shortcutSetup READ shortcutSetup CONSTANT)
 
 public:
     static constexpr int maxAddableSamples = 5;
@@ -45,12 +47,16 @@ public:
     using UrlOpener = std::function<bool(const QUrl &)>;
 
     // autostartDir and openUrl default to the desktop's; tests pass their own.
-    explicit SettingsModel(StorageManager &storage, QObject *parent = nullptr);
+    // desktopShortcut: where the desktop runs Ctrl+Alt+H for Tessary, null elsewhere.
+    explicit SettingsModel(
+        StorageManager &storage, DesktopShortcut *desktopShortcut = nullptr, QObject *parent = nullptr);
     SettingsModel(StorageManager &storage, const QString &autostartDir, UrlOpener openUrl,
-        QList<ModelProbe::Candidate> localServers, QObject *parent = nullptr);
+        QList<ModelProbe::Candidate> localServers, DesktopShortcut *desktopShortcut = nullptr,
+        QObject *parent = nullptr);
 
     StorageManager *storage() const { return &m_storage; }
     ModelChooser *chooser() { return &m_chooser; }
+    ShortcutSetup *shortcutSetup() { return &m_shortcutSetup; }
     bool canAddSample() const;
     QString lastCheckedText() const;
 
@@ -87,4 +93,5 @@ private:
     std::optional<Release> m_release;
 
     ModelChooser m_chooser;
+    ShortcutSetup m_shortcutSetup;
 };

@@ -139,10 +139,15 @@ Window {
                         }
                         Text {
                             Layout.leftMargin: 4
-                            text: qsTr("— works system-wide")
+                            text: root.model.shortcutSetup.offered && !root.model.shortcutSetup.added
+                                  ? qsTr("— once your desktop runs it") : qsTr("— works system-wide")
                             font.pixelSize: 12
                             color: Theme.secondary
                         }
+                    }
+                    ShortcutSetupBox {
+                        Layout.fillWidth: true
+                        setup: root.model.shortcutSetup
                     }
                 }
             }

@@ -33,7 +33,7 @@ QString takeString(gchar *value)
     return text;
 }
 
-// GSettings aborts on a malformed path; the list is the user's and may hold anything.
+// The list is the user's and may hold anything; GSettings refuses a malformed path noisily.
 bool validPath(const char *path)
 {
     const std::string_view p(path);

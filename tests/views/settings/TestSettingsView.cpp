@@ -1,4 +1,5 @@
 // Faults: a control that does not write the store, wrong sample rows, Check usable while checking, no close.
+#include "FakeDesktopShortcut.h"
 #include "QuickItems.h"
 #include "Replies.h"
 #include "SettingsModel.h"
@@ -33,10 +34,11 @@ private:
 
     struct View
     {
-        View(const QString &path, const QString &autostart, const QList<ModelProbe::Candidate> &localServers)
+        View(const QString &path, const QString &autostart, const QList<ModelProbe::Candidate> &localServers,
+            DesktopShortcut *shortcut = nullptr)
             : storage(path, u"http://127.0.0.1:8787/api/v1"_s)
             , model(
-                  storage, autostart, [](const QUrl &) { return true; }, localServers)
+                  storage, autostart, [](const QUrl &) { return true; }, localServers, shortcut)
         {
             engine.addImportPath(u"qrc:/qt/qml"_s);
         }
@@ -111,11 +113,11 @@ private:
         return server.listen();
     }
 
-    std::unique_ptr<View> makeView(
-        const QStringList &samples, const QList<ModelProbe::Candidate> &localServers = {})
+    std::unique_ptr<View> makeView(const QStringList &samples,
+        const QList<ModelProbe::Candidate> &localServers = {}, DesktopShortcut *shortcut = nullptr)
     {
         auto view = std::make_unique<View>(m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)),
-            m_dir.filePath(u"autostart"_s), localServers);
+            m_dir.filePath(u"autostart"_s), localServers, shortcut);
         view->storage.setExamples(samples);
         view->load();
         return view;
@@ -190,6 +192,22 @@ private Q_SLOTS:
         QVERIFY(!view->item(u"lastChecked"_s)->isVisible());
         view->storage.setLastVersionCheck(QDateTime::currentDateTime());
         QVERIFY(view->item(u"lastChecked"_s)->isVisible());
+    }
+
+    // Where the desktop runs Ctrl+Alt+H: the button is offered again after a refusal, then adds it.
+    void desktopShortcut()
+    {
+        FakeDesktopShortcut shortcut;
+        shortcut.error = u"Refused."_s;
+        auto view = makeView({}, {}, &shortcut);
+        QQuickItem *add = view->item(u"addShortcut"_s);
+        QQuickItem *message = view->item(u"shortcutMessage"_s);
+        view->click(add);
+        QCOMPARE(message->property("text").toString(), shortcut.error);
+        shortcut.error.clear();
+        view->click(add);
+        QCOMPARE(message->property("text").toString(), u"Ctrl+Alt+H is set up."_s);
+        QVERIFY(!add->isVisible());
     }
 
     void togglesAndKey()
