@@ -113,17 +113,12 @@ private Q_SLOTS:
         QCOMPARE(request.header("Authorization"),
             apiKey.isEmpty() ? QByteArray() : QByteArray("Bearer " + apiKey.toUtf8()));
 
-        QJsonParseError error;
-        const QJsonObject body = QJsonDocument::fromJson(request.body, &error).object();
-        QCOMPARE(error.error, QJsonParseError::NoError);
         QCOMPARE(request.body.contains('\n'), false); // compact
-        QCOMPARE(body.keys(), (QStringList { u"examples"_s, u"messages"_s, u"stream"_s, u"tone"_s }));
-        QCOMPARE(body.value("stream"_L1), QJsonValue(true));
-        QCOMPARE(body.value("examples"_L1), QJsonValue(QJsonArray::fromStringList(examples)));
-        QCOMPARE(body.value("tone"_L1), QJsonValue(tone));
         const QJsonObject message { { u"role"_s, u"user"_s },
             { u"content"_s, u"Rewrite this in my voice:\n\n"_s + text } };
-        QCOMPARE(body.value("messages"_L1), QJsonValue(QJsonArray { message }));
+        QCOMPARE(QJsonDocument::fromJson(request.body).object(),
+            (QJsonObject { { u"examples"_s, QJsonArray::fromStringList(examples) },
+                { u"messages"_s, QJsonArray { message } }, { u"stream"_s, true }, { u"tone"_s, tone } }));
     }
 
     // Nothing is sent; the error arrives before humanize() returns.
