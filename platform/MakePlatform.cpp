@@ -136,7 +136,7 @@ Platform makePlatform()
     // On Wayland QClipboard sees nothing while another program has the focus; where the
     // compositor shares the clipboard with background clients, we read and set it ourselves.
     if (plan.clipboard == BackendPlan::Clipboard::DataControl)
-        platform.pasteboard = DataControlPasteboard::open();
+        platform.pasteboard = DataControlPasteboard::open(QGuiApplication::clipboard());
     if (!platform.pasteboard)
         platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), x11);
     return platform;

@@ -5,6 +5,7 @@
 #include "WaylandConnection.h"
 #include "wlr-data-control-unstable-v1-client-protocol.h"
 
+#include <QClipboard>
 #include <QLoggingCategory>
 #include <QMimeData>
 #include <QPointer>
@@ -104,7 +105,7 @@ const zwlr_data_control_source_v1_listener DataControlPasteboard::sourceListener
         },
 };
 
-std::unique_ptr<DataControlPasteboard> DataControlPasteboard::open()
+std::unique_ptr<DataControlPasteboard> DataControlPasteboard::open(QClipboard *ownClipboard)
 {
     std::unique_ptr<WaylandConnection> connection = WaylandConnection::open();
     if (!connection)
@@ -122,14 +123,15 @@ std::unique_ptr<DataControlPasteboard> DataControlPasteboard::open()
         return nullptr;
     }
     return std::unique_ptr<DataControlPasteboard>(
-        new DataControlPasteboard(std::move(connection), manager, seat));
+        new DataControlPasteboard(std::move(connection), manager, seat, ownClipboard));
 }
 
-DataControlPasteboard::DataControlPasteboard(
-    std::unique_ptr<WaylandConnection> connection, zwlr_data_control_manager_v1 *manager, wl_seat *seat)
+DataControlPasteboard::DataControlPasteboard(std::unique_ptr<WaylandConnection> connection,
+    zwlr_data_control_manager_v1 *manager, wl_seat *seat, QClipboard *ownClipboard)
     : m_connection(std::move(connection))
     , m_manager(manager)
     , m_seat(seat)
+    , m_ownClipboard(ownClipboard)
 {
     // The compositor answers with the current selection; it arrives through the event loop.
     m_device = zwlr_data_control_manager_v1_get_data_device(m_manager, m_seat);
@@ -159,11 +161,25 @@ void DataControlPasteboard::forgetSelection()
     zwlr_data_control_offer_v1_destroy(std::exchange(m_selection, nullptr));
 }
 
+const QMimeData *DataControlPasteboard::qtContents() const
+{
+    // What our own windows copied through Qt (the popup's Copy) is sent by this very
+    // thread, in one blocking write: a pipe that only this thread empties would never
+    // take more than its buffer.
+    if (m_ownClipboard && m_ownClipboard->ownsClipboard())
+        return m_ownClipboard->mimeData(QClipboard::Clipboard);
+    return nullptr;
+}
+
 void DataControlPasteboard::string(std::function<void(std::optional<QString>)> done) const
 {
     // Our own contents are at hand; another program's are asked for.
     if (m_ownSource) {
         done(textOf(*m_sources.value(m_ownSource)));
+        return;
+    }
+    if (const QMimeData *contents = qtContents()) {
+        done(contents->hasText() ? std::optional(contents->text()) : std::nullopt);
         return;
     }
     const QStringList offered = m_offers.value(m_selection);
@@ -209,6 +225,14 @@ void DataControlPasteboard::snapshot(std::function<void(Snapshot)> done) const
 {
     if (m_ownSource) {
         done(m_sources.value(m_ownSource));
+        return;
+    }
+    if (const QMimeData *contents = qtContents()) {
+        auto copy = std::make_shared<QMimeData>();
+        const QStringList formats = contents->formats();
+        for (const QString &format : formats)
+            copy->setData(format, contents->data(format));
+        done(copy);
         return;
     }
     const QStringList formats = m_offers.value(m_selection);

@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class QClipboard;
 class WaylandConnection;
 struct wl_seat;
 struct zwlr_data_control_device_v1;
@@ -25,7 +26,8 @@ class DataControlPasteboard : public QObject, public Pasteboard
     Q_OBJECT
 public:
     // nullptr without a Wayland display, or when the compositor does not offer the protocol.
-    static std::unique_ptr<DataControlPasteboard> open();
+    // ownClipboard is this program's QClipboard, whose contents are read in-process.
+    static std::unique_ptr<DataControlPasteboard> open(QClipboard *ownClipboard = nullptr);
     ~DataControlPasteboard() override;
 
     int changeCount() const override { return m_changeCount; }
@@ -40,8 +42,9 @@ Q_SIGNALS:
     void changed();
 
 private:
-    DataControlPasteboard(
-        std::unique_ptr<WaylandConnection> connection, zwlr_data_control_manager_v1 *manager, wl_seat *seat);
+    DataControlPasteboard(std::unique_ptr<WaylandConnection> connection,
+        zwlr_data_control_manager_v1 *manager, wl_seat *seat, QClipboard *ownClipboard);
+    const QMimeData *qtContents() const;
     void offer(const std::shared_ptr<const QMimeData> &contents);
     void forgetSelection();
 
@@ -60,5 +63,6 @@ private:
     // What we put on the clipboard, per source, until another program replaces it.
     QHash<zwlr_data_control_source_v1 *, std::shared_ptr<const QMimeData>> m_sources;
     zwlr_data_control_source_v1 *m_ownSource = nullptr;
+    QClipboard *m_ownClipboard;
     int m_changeCount = 0;
 };

@@ -18,7 +18,8 @@ using Formats = QMap<QString, QByteArray>;
 
 namespace {
 const QByteArray image("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
-const Formats held { { u"text/plain"_s, "Rewrite me." }, { u"image/png"_s, image },
+const QByteArray big = QByteArray("Rewrite me. ").repeated(10000); // more than a pipe holds
+const Formats held { { u"text/plain"_s, big }, { u"image/png"_s, image },
     { u"application/x-tessary-test"_s, QByteArray("\0\1 own\n", 7) } };
 const QString words = u"Plain words, ünïcode"_s;
 
@@ -47,7 +48,7 @@ class TestDataControl : public QObject
 private Q_SLOTS:
     void snapshotRestoreAndGiveWay_data()
     {
-        QTest::addColumn<QStringList>("holder"); // none: our own rewrite
+        QTest::addColumn<QStringList>("holder"); // none: our own rewrite; "qt": our own window's copy
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<Formats>("formats"); // none: the holder is stopped and never answers
         const QStringList copy { u"wl-copy"_s, u"--foreground"_s };
@@ -62,6 +63,8 @@ private Q_SLOTS:
         QTest::newRow("our rewrite, marked for clipboard managers")
             << QStringList() << QByteArray()
             << Formats { { u"x-kde-passwordManagerHint"_s, "secret" }, { u"text/plain"_s, words.toUtf8() } };
+        QTest::newRow("our own window's copy, served by this thread")
+            << QStringList { u"qt"_s } << QByteArray() << Formats { { u"text/plain"_s, big } };
     }
 
     void snapshotRestoreAndGiveWay()
@@ -69,11 +72,17 @@ private Q_SLOTS:
         QFETCH(QStringList, holder);
         QFETCH(QByteArray, input);
         QFETCH(Formats, formats);
-        std::unique_ptr<DataControlPasteboard> board = DataControlPasteboard::open();
+        std::unique_ptr<DataControlPasteboard> board
+            = DataControlPasteboard::open(QGuiApplication::clipboard());
         QVERIFY(board);
         QProcess program;
+        QWidget window;
         if (holder.isEmpty()) {
             board->setString(words);
+        } else if (holder.first() == u"qt") {
+            window.show();
+            QVERIFY(QTest::qWaitForWindowActive(&window));
+            QGuiApplication::clipboard()->setText(QString::fromUtf8(big));
         } else {
             program.start(holder.first(), holder.mid(1));
             program.write(input);
