@@ -175,7 +175,7 @@ private Q_SLOTS:
             const QByteArray fragment = first ? "a" : "c";
             FixtureReply reply = eventStream({ fragment, "!" });
             reply.splitAt = { reply.body.indexOf("data:", 1) };
-            reply.delays = { 0ms, 1500ms };
+            reply.delay = 1500ms;
             return reply;
         });
         auto storage = newStorage(server.url("/api/v1").toString());

@@ -84,13 +84,12 @@ private Q_SLOTS:
         QCOMPARE(body.value("stream"_L1).toBool(), true);
         const QJsonArray messages = body.value("messages"_L1).toArray();
         QCOMPARE(messages.size(), 2);
-        const QString system = messages.at(0).toObject().value("content"_L1).toString();
-        QVERIFY(system.contains("Cheers, Sam"_L1));
-        QVERIFY(system.contains("See you at noon!"_L1));
-        QVERIFY(system.contains("casual:"_L1));
-        QCOMPARE(messages.at(1).toObject().value("role"_L1).toString(), u"user"_s);
-        QCOMPARE(
-            messages.at(1).toObject().value("content"_L1).toString(), u"Dear sir, the meeting is moved."_s);
+        const QString system = messages.at(0)["content"_L1].toString();
+        for (const auto part : { "Cheers, Sam"_L1, "See you at noon!"_L1, "casual:"_L1 })
+            QVERIFY2(system.contains(part), qPrintable(system));
+        QCOMPARE(messages.at(1),
+            QJsonValue(QJsonObject {
+                { u"role"_s, u"user"_s }, { u"content"_s, u"Dear sir, the meeting is moved."_s } }));
         QVERIFY(!body.contains("examples"_L1)); // the Tessary service's format is not sent here
     }
 
