@@ -38,8 +38,8 @@ public:
     {
         return QFile::exists(path)
             && !(QFile::permissions(path)
-                & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther
-                    | QFileDevice::WriteOther | QFileDevice::ExeOther));
+                & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
+                    | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther));
     }
 
 private:
