@@ -106,6 +106,7 @@ Item {
             Layout.alignment: Qt.AlignHCenter
             visible: page.model.shortcutSetup.offered && !page.model.shortcutSetup.added
             text: qsTr("Done")
+            iconSource: "qrc:/qt/qml/Tessary/Ui/icons/checkmark.svg"
             opacity: page.appear
             onActivated: page.model.leave()
         }

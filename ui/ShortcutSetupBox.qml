@@ -38,11 +38,28 @@ ColumnLayout {
         Accessible.name: text
     }
     Button {
+        id: addButton
         objectName: "addShortcut"
         Layout.alignment: box.horizontalAlignment === Text.AlignHCenter ? Qt.AlignHCenter : Qt.AlignLeft
         visible: box.setup.canAdd
         text: qsTr("Add Ctrl+Alt+H")
         Accessible.name: text
         onClicked: box.setup.add()
+        font.pixelSize: 12
+        // Drawn in the window's own colours: the stock look ignores dark palettes.
+        contentItem: Text {
+            text: addButton.text
+            font: addButton.font
+            color: Theme.primary
+            horizontalAlignment: Text.AlignHCenter
+            verticalAlignment: Text.AlignVCenter
+        }
+        background: Rectangle {
+            implicitHeight: 26
+            radius: 6
+            color: Theme.withAlpha(Theme.primary, addButton.pressed ? 0.16 : addButton.hovered ? 0.11 : 0.07)
+            border.width: 1
+            border.color: Theme.separator
+        }
     }
 }
