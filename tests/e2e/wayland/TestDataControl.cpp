@@ -31,6 +31,19 @@ template<typename T> std::optional<T> answer(const std::function<void(std::funct
     return *answered;
 }
 
+// A window with the keyboard focus puts several formats on the clipboard through Qt.
+bool hold(QWidget &window)
+{
+    window.show();
+    if (!QTest::qWaitForWindowActive(&window))
+        return false;
+    auto *data = new QMimeData;
+    for (const auto &[type, bytes] : held.asKeyValueRange())
+        data->setData(type, bytes);
+    QGuiApplication::clipboard()->setMimeData(data);
+    return true;
+}
+
 QByteArray paste(const QStringList &args)
 {
     QProcess paste;
@@ -48,11 +61,11 @@ class TestDataControl : public QObject
 private Q_SLOTS:
     void snapshotRestoreAndGiveWay_data()
     {
-        QTest::addColumn<QStringList>("holder"); // none: our own rewrite; "qt": our own window's copy
+        QTest::addColumn<QStringList>("holder"); // none: our own rewrite; "window": one of ours
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<Formats>("formats"); // none: the holder is stopped and never answers
         const QStringList copy { u"wl-copy"_s, u"--foreground"_s };
-        QTest::newRow("text, image and its own type from a focused window")
+        QTest::newRow("text, image and its own type from another program's window")
             << QStringList { QCoreApplication::applicationFilePath(), u"--hold"_s } << QByteArray() << held;
         QTest::newRow("an image alone") << copy + QStringList { u"-t"_s, u"image/png"_s } << image
                                         << Formats { { u"image/png"_s, image } };
@@ -64,7 +77,7 @@ private Q_SLOTS:
             << QStringList() << QByteArray()
             << Formats { { u"x-kde-passwordManagerHint"_s, "secret" }, { u"text/plain"_s, words.toUtf8() } };
         QTest::newRow("our own window's copy, served by this thread")
-            << QStringList { u"qt"_s } << QByteArray() << Formats { { u"text/plain"_s, big } };
+            << QStringList { u"window"_s } << QByteArray() << held;
     }
 
     void snapshotRestoreAndGiveWay()
@@ -79,10 +92,8 @@ private Q_SLOTS:
         QWidget window;
         if (holder.isEmpty()) {
             board->setString(words);
-        } else if (holder.first() == u"qt") {
-            window.show();
-            QVERIFY(QTest::qWaitForWindowActive(&window));
-            QGuiApplication::clipboard()->setText(QString::fromUtf8(big));
+        } else if (holder.first() == u"window") {
+            QVERIFY(hold(window));
         } else {
             program.start(holder.first(), holder.mid(1));
             program.write(input);
@@ -122,16 +133,8 @@ int main(int argc, char **argv)
     TestDataControl test;
     if (!app.arguments().contains(u"--hold"_s))
         return QTest::qExec(&test, argc, argv);
-    // Another program with the keyboard focus puts several formats on the clipboard.
-    QWidget window;
-    window.show();
-    if (!QTest::qWaitForWindowActive(&window))
-        return 1;
-    auto *data = new QMimeData;
-    for (const auto &[type, bytes] : held.asKeyValueRange())
-        data->setData(type, bytes);
-    QGuiApplication::clipboard()->setMimeData(data);
-    return app.exec();
+    QWidget window; // another program's, holding the clipboard until it is killed
+    return hold(window) ? app.exec() : 1;
 }
 
 #include "TestDataControl.moc"
