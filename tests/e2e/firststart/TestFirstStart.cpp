@@ -3,16 +3,13 @@
 #include "DesktopFixture.h"
 #include "Replies.h"
 #include "Selection.h"
+#include "TessaryProcess.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace Desktop;
@@ -45,15 +42,6 @@ class TestFirstStart : public QObject
 
 private Q_SLOTS:
     void pickTheLocalModelAndRewrite();
-
-private:
-    QString settingsText() const
-    {
-        QFile file(m_config.filePath(u"Tessary/Tessary.conf"_s));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
-
-    QTemporaryDir m_config;
 };
 
 // A throw-away home with nothing in it, and only a stand-in model server on a port the
@@ -71,21 +59,13 @@ void TestFirstStart::pickTheLocalModelAndRewrite()
     Editor editor(paragraph, true);
     QVERIFY(editor.waitUntilActive());
 
-    QProcess program;
-    QString log;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"XDG_CONFIG_HOME"_s, m_config.path());
-    env.insert(u"TESSARY_LOCAL_MODEL_PORTS"_s, QString::number(model.port()));
-    program.setProcessEnvironment(env);
-    connect(&program, &QProcess::readyReadStandardOutput, &program,
-        [&] { log += QString::fromUtf8(program.readAllStandardOutput()); });
-    program.start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s, QStringList());
-    QVERIFY(program.waitForStarted());
-    auto stop = qScopeGuard([&program] {
-        program.terminate();
-        if (!program.waitForFinished(3000))
-            program.kill();
-    });
+    TessaryProcess program({}, { u"TESSARY_LOCAL_MODEL_PORTS="_s + QString::number(model.port()) });
+    QVERIFY(program.start());
+    const QString &log = program.log;
+    const auto settingsText = [&program] {
+        QFile file(program.path(u"Tessary/Tessary.conf"_s));
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    };
 
     // Nothing is chosen: the welcome window opens in front, and the keyboard does the rest.
     QTRY_VERIFY_WITH_TIMEOUT(windowPid(activeWindow()) == program.processId(), 15000);

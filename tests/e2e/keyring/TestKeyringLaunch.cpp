@@ -1,13 +1,10 @@
 // Faults: a credential read from or written to the wrong place, sent wrongly, or printed in a log.
 #include "Replies.h"
+#include "TessaryProcess.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 
@@ -19,8 +16,6 @@ class TestKeyringLaunch : public QObject
     Q_OBJECT
 
 private:
-    static QString program() { return qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s; }
-
     static QString keyringEntry(const QString &name)
     {
         QProcess tool;
@@ -34,14 +29,6 @@ private:
     {
         QFile file(path);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    static void writePrivate(const QString &path, const QByteArray &text)
-    {
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
-        QVERIFY(file.write(text) == text.size());
     }
 
 private Q_SLOTS:
@@ -85,13 +72,14 @@ private Q_SLOTS:
             QSKIP("the end-to-end service port is taken");
         service.route("/api/v1/chat/completions", eventStream({ "Hi" }));
 
-        QTemporaryDir config;
-        const QString settings = config.filePath(u"Tessary/Tessary.conf"_s);
-        writePrivate(settings,
-            "[General]\nupdate_check_enabled=false\nhumanize_examples=mine\n"
-                + (fileKey.isEmpty() ? QByteArray() : "api_key=" + fileKey + '\n'));
+        QByteArray errors; // outlives the process, which may still write while it is destroyed
+        // The most the log ever says.
+        TessaryProcess tessary("[General]\nupdate_check_enabled=false\nhumanize_examples=mine\n"
+                + (fileKey.isEmpty() ? QByteArray() : "api_key=" + fileKey + '\n'),
+            { u"TESSARY_LOG=full"_s, u"QT_LOGGING_RULES=tessary.*=true"_s });
+        const QString settings = tessary.path(u"Tessary/Tessary.conf"_s);
         if (!serverToken.isEmpty())
-            writePrivate(config.filePath(u"tessary-server/client-token"_s), serverToken);
+            tessary.writeFile(u"tessary-server/client-token"_s, serverToken);
 
         // One keyring serves every row: each starts without an entry.
         QProcess::execute(
@@ -107,20 +95,10 @@ private Q_SLOTS:
             QVERIFY(store.waitForFinished(10000) && store.exitCode() == 0);
         }
 
-        QByteArray log; // outlives the process, which may still write while it is destroyed
-        QProcess tessary;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_CONFIG_HOME"_s, config.path());
-        env.insert(u"TESSARY_LOG"_s, u"full"_s); // the most the log ever says
-        env.insert(u"QT_LOGGING_RULES"_s, u"tessary.*=true"_s);
-        tessary.setProcessEnvironment(env);
-        tessary.start(program(), {});
-        QVERIFY(tessary.waitForStarted());
-        connect(&tessary, &QProcess::readyReadStandardOutput, &tessary,
-            [&] { log += tessary.readAllStandardOutput(); });
         connect(&tessary, &QProcess::readyReadStandardError, &tessary,
-            [&] { log += tessary.readAllStandardError(); });
-        QTRY_VERIFY_WITH_TIMEOUT(log.contains(">>> LAUNCHED"), 10000);
+            [&] { errors += tessary.readAllStandardError(); });
+        QVERIFY(tessary.start());
+        QTRY_VERIFY_WITH_TIMEOUT(tessary.log.contains(u">>> LAUNCHED"_s), 10000);
 
         // The key leaves the file for the keyring, and the file stays private.
         QTRY_VERIFY_WITH_TIMEOUT(!contents(settings).contains("api_key"), 10000);
@@ -144,7 +122,8 @@ private Q_SLOTS:
         QVERIFY(tessary.waitForFinished(5000));
         QCOMPARE(tessary.exitStatus(), QProcess::NormalExit);
         QCOMPARE(tessary.exitCode(), 0);
-        log += tessary.readAll();
+        const QByteArray log
+            = tessary.log.toUtf8() + tessary.readAll() + errors + tessary.readAllStandardError();
         QVERIFY2(!log.contains(sent), log.constData());
     }
 };

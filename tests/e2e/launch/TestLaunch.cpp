@@ -1,13 +1,10 @@
 // Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due.
 #include "Replies.h"
 #include "StorageManager.h"
+#include "TessaryProcess.h"
 
-#include <QProcess>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
 
-#include <memory>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -22,46 +19,16 @@ class TestLaunch : public QObject
     Q_OBJECT
 
 private:
-    struct Run
-    {
-        QTemporaryDir config;
-        QProcess process;
-        QStringList lines;
-    };
-
-    static QString program() { return qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s; }
-
     // Writes the settings through the store itself, so the file is what the program reads.
-    static void configure(Run &run, const QString &apiKey, const QStringList &samples, bool checksEnabled,
-        const std::optional<QDateTime> &lastCheck)
+    static void configure(TessaryProcess &program, const QString &apiKey, const QStringList &samples,
+        bool checksEnabled, const std::optional<QDateTime> &lastCheck)
     {
-        StorageManager storage(run.config.filePath(u"Tessary/Tessary.conf"_s), QString());
+        StorageManager storage(program.path(u"Tessary/Tessary.conf"_s), QString());
         storage.setApiKey(apiKey);
         storage.setExamples(samples);
         storage.setUpdateCheckEnabled(checksEnabled);
         if (lastCheck)
             storage.setLastVersionCheck(*lastCheck);
-    }
-
-    static void start(Run &run)
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_CONFIG_HOME"_s, run.config.path());
-        run.process.setProcessEnvironment(env);
-        run.process.setProcessChannelMode(QProcess::SeparateChannels);
-        connect(&run.process, &QProcess::readyReadStandardOutput, &run.process, [&run] {
-            while (run.process.canReadLine())
-                run.lines.append(QString::fromUtf8(run.process.readLine()).chopped(1));
-        });
-        run.process.start(program(), {});
-        QVERIFY(run.process.waitForStarted());
-    }
-
-    static void stop(Run &run)
-    {
-        run.process.terminate();
-        if (!run.process.waitForFinished(3000))
-            run.process.kill();
     }
 
     static QString xprop(const QStringList &arguments)
@@ -120,20 +87,19 @@ private Q_SLOTS:
         QFETCH(QString, samplesLine);
         QFETCH(QStringList, entries);
 
-        Run run;
-        configure(run, apiKey, samples, false, std::nullopt);
-        start(run);
-        QTRY_VERIFY_WITH_TIMEOUT(run.lines.size() >= 2, 10000);
-        QCOMPARE(run.lines.mid(0, 2), (QStringList { u">>> LAUNCHED"_s, samplesLine }));
+        TessaryProcess program;
+        configure(program, apiKey, samples, false, std::nullopt);
+        QVERIFY(program.start());
+        QTRY_VERIFY_WITH_TIMEOUT(program.log.count(u'\n') >= 2, 10000);
+        QCOMPARE(program.log.split(u'\n').mid(0, 2), (QStringList { u">>> LAUNCHED"_s, samplesLine }));
         if (entries.isEmpty()) {
             // Nothing marks a window that never comes: watch for one as long as one would take.
-            const auto shown = [&] { return !taskBarEntries(run.process.processId()).isEmpty(); };
-            QVERIFY2(!QTest::qWaitFor(shown, 1500),
-                qPrintable(taskBarEntries(run.process.processId()).join(u", ")));
+            const auto shown = [&] { return !taskBarEntries(program.processId()).isEmpty(); };
+            QVERIFY2(
+                !QTest::qWaitFor(shown, 1500), qPrintable(taskBarEntries(program.processId()).join(u", ")));
         } else {
-            QTRY_COMPARE_WITH_TIMEOUT(taskBarEntries(run.process.processId()), entries, 10000);
+            QTRY_COMPARE_WITH_TIMEOUT(taskBarEntries(program.processId()), entries, 10000);
         }
-        stop(run);
     }
 
     // The silent check after launch, once, only when one is due.
@@ -156,21 +122,21 @@ private Q_SLOTS:
         if (!service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))))
             QSKIP("the end-to-end service port is taken");
         service.route("/api/v1/version", jsonReply(200, releaseRecord(u"0.0.1"_s)));
-        Run run;
+        TessaryProcess program;
         QList<bool> checks; // one per request: whether the program had said it launched
         connect(&service, &FixtureServer::requestReceived, this, [&](const FixtureRequest &request) {
             if (request.path.startsWith("/api/v1/version"))
-                checks.append(run.lines.contains(u">>> LAUNCHED"_s));
+                checks.append(program.log.contains(u">>> LAUNCHED"_s));
         });
 
-        configure(run, u"sk-test"_s, {}, true, lastCheck);
-        start(run);
-        QTRY_VERIFY_WITH_TIMEOUT(run.lines.contains(u">>> LAUNCHED"_s), 10000);
+        configure(program, u"sk-test"_s, {}, true, lastCheck);
+        QVERIFY(program.start());
+        QTRY_VERIFY_WITH_TIMEOUT(program.log.contains(u">>> LAUNCHED"_s), 10000);
         if (asked) {
             QTRY_VERIFY_WITH_TIMEOUT(!checks.isEmpty(), 6000);
             // Ended with the event loop running, so a second request would still be counted.
-            QSignalSpy ended(&run.process, &QProcess::finished);
-            run.process.terminate();
+            QSignalSpy ended(&program, &QProcess::finished);
+            program.terminate();
             QVERIFY(ended.wait(5000));
             QCOMPARE(checks, QList<bool> { true });
         } else {
@@ -178,7 +144,6 @@ private Q_SLOTS:
             QSignalSpy asked(&service, &FixtureServer::requestReceived);
             QVERIFY(!asked.wait(3500));
         }
-        stop(run);
     }
 };
 

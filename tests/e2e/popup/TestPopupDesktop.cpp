@@ -3,21 +3,14 @@
 #include "DesktopFixture.h"
 #include "FixtureServer.h"
 #include "Selection.h"
+#include "TessaryProcess.h"
 
-#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusMetaType>
-#include <QDBusObjectPath>
-#include <QDBusVariant>
-#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace Desktop;
@@ -80,12 +73,11 @@ private:
     // Presses the button as soon as it is there and enabled, exactly once.
     void pressOnce(const QString &name);
     QList<FixtureRequest> rewrites() const;
+    const QString &log() const { return m_program->log; }
 
     FixtureServer m_server;
     AtspiClient m_atspi;
-    QTemporaryDir m_config;
-    std::unique_ptr<QProcess> m_program;
-    QString m_log;
+    std::unique_ptr<TessaryProcess> m_program;
 };
 
 void TestPopupDesktop::initTestCase()
@@ -95,38 +87,18 @@ void TestPopupDesktop::initTestCase()
     QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
     m_server.route("/api/v1/chat/completions", streamFor);
     QVERIFY(m_atspi.connect());
-
-    QDir(m_config.path()).mkpath(u"Tessary"_s);
-    QFile conf(m_config.filePath(u"Tessary/Tessary.conf"_s));
-    QVERIFY(conf.open(QIODevice::WriteOnly));
-    conf.write("[General]\napi_key=e2e-key\n");
 }
 
 void TestPopupDesktop::cleanup()
 {
-    if (m_program) {
-        m_program->terminate();
-        if (!m_program->waitForFinished(3000))
-            m_program->kill();
-        m_program.reset();
-    }
+    m_program.reset();
     m_server.clearRequests();
-    m_log.clear();
 }
 
 void TestPopupDesktop::startProgram(const QStringList &environment)
 {
-    m_program = std::make_unique<QProcess>();
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"XDG_CONFIG_HOME"_s, m_config.path());
-    for (const QString &variable : environment)
-        env.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
-    m_program->setProcessEnvironment(env);
-    m_program->setProcessChannelMode(QProcess::SeparateChannels);
-    QObject::connect(m_program.get(), &QProcess::readyReadStandardOutput, m_program.get(),
-        [this] { m_log += QString::fromUtf8(m_program->readAllStandardOutput()); });
-    m_program->start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s);
-    QVERIFY(m_program->waitForStarted());
+    m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n", environment);
+    QVERIFY(m_program->start());
     QTRY_VERIFY_WITH_TIMEOUT(
         QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
 }
@@ -183,15 +155,15 @@ void TestPopupDesktop::rewriteAndReplace()
     trigger();
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     QVERIFY2(rewrites().first().body.contains(sentence.toUtf8()),
-        qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + m_log));
-    QVERIFY2(m_log.contains(u"🎯 [AppDelegate] Stored previous app: "_s), qPrintable(m_log));
-    QVERIFY(!m_log.contains(u"Stored previous app: Unknown"_s));
+        qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + log()));
+    QVERIFY2(log().contains(u"🎯 [AppDelegate] Stored previous app: "_s), qPrintable(log()));
+    QVERIFY(!log().contains(u"Stored previous app: Unknown"_s));
 
     // A tone chip and Retry each ask again, with the chip's tone in lower case.
     pressOnce(u"Casual"_s);
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 2, 10000);
     // Retry and Replace wait for the rewrite to finish.
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
     pressOnce(u"Retry"_s);
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
     QStringList tones;
@@ -199,11 +171,11 @@ void TestPopupDesktop::rewriteAndReplace()
         tones.append(QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString());
     QCOMPARE(tones, (QStringList { u"natural"_s, u"casual"_s, u"casual"_s }));
 
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
     pressOnce(u"Replace"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(m_log.contains(u"🔄 [PopupView] Replace result: "_s), 10000);
-    QVERIFY2(m_log.contains(u"🔄 [PopupView] Replace result: true"_s), qPrintable(m_log));
-    QVERIFY2(m_log.contains(route), qPrintable(m_log));
+    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
+    QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: true"_s), qPrintable(log()));
+    QVERIFY2(log().contains(route), qPrintable(log()));
 
     QString expected = paragraph;
     expected.replace(sentence, rewriteFor(u"casual"_s));
@@ -211,7 +183,7 @@ void TestPopupDesktop::rewriteAndReplace()
         // "Replace result: true" comes before the paste: the editor has the rewrite once
         // the clipboard is back, half a second after Ctrl+V went out.
         QTRY_VERIFY2_WITH_TIMEOUT(
-            m_log.contains(u"🔧 [AccessibilityHelper] Clipboard restored"_s), qPrintable(m_log), 5000);
+            log().contains(u"🔧 [AccessibilityHelper] Clipboard restored"_s), qPrintable(log()), 5000);
     }
     QCOMPARE(editor.savedText(), expected);
     QCOMPARE(clipboard(), userClipboard);
@@ -230,14 +202,14 @@ void TestPopupDesktop::replaceAfterTheEditorHasGone()
     QVERIFY(editor.waitUntilActive());
     keys(keysSelecting(paragraph, sentence));
     trigger();
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
     editor.stop();
 
     pressOnce(u"Replace"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(m_log.contains(u"🔄 [PopupView] Replace result: "_s), 10000);
-    QVERIFY2(m_log.contains(u"❌ [AppDelegate] Could not bring back: Mousepad"_s), qPrintable(m_log));
-    QVERIFY2(m_log.contains(u"🔄 [PopupView] Replace result: false"_s), qPrintable(m_log));
-    QVERIFY2(!m_log.contains(u"replaceSelectedText called"_s), qPrintable(m_log));
+    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
+    QVERIFY2(log().contains(u"❌ [AppDelegate] Could not bring back: Mousepad"_s), qPrintable(log()));
+    QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: false"_s), qPrintable(log()));
+    QVERIFY2(!log().contains(u"replaceSelectedText called"_s), qPrintable(log()));
     QCOMPARE(QString::fromUtf8(clipboard()), rewriteFor(u"natural"_s));
     // The other window is in front now, its text as it was: a full stop typed at its end
     // is the only change it saves.
@@ -252,7 +224,7 @@ void TestPopupDesktop::oneInstanceAndTheCommandLineTrigger()
     QVERIFY(editor.waitUntilActive());
     startProgram();
     const QString owner = QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s);
-    const QString program = qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s;
+    const QString program = TessaryProcess::program();
 
     // A second start leaves the first in charge and ends.
     QProcess second;
@@ -300,7 +272,7 @@ void TestPopupDesktop::textHandedOverTheBus()
 
     // Nothing to rewrite: said in the log, no popup, no request.
     handOver(QString());
-    QTRY_VERIFY_WITH_TIMEOUT(m_log.contains(u"❌ [Service] No text in pasteboard"_s), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"❌ [Service] No text in pasteboard"_s), 10000);
 
     // A long text: the service gets all of it, the log at most its start.
     QString text;
@@ -309,11 +281,11 @@ void TestPopupDesktop::textHandedOverTheBus()
     handOver(text);
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 10000);
     QVERIFY(QString::fromUtf8(rewrites().first().body).contains(text.trimmed()));
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
-    QVERIFY2(m_log.contains(u"🔧 [Service] Got text from service: "_s + shown + u"..."_s), qPrintable(m_log));
+    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+    QVERIFY2(log().contains(u"🔧 [Service] Got text from service: "_s + shown + u"..."_s), qPrintable(log()));
     if (!environment.isEmpty()) {
-        QVERIFY2(!m_log.contains(u"Werkstatt"_s), qPrintable(m_log));
-        QVERIFY2(!m_log.contains(u"e2e-key"_s.left(8)), qPrintable(m_log));
+        QVERIFY2(!log().contains(u"Werkstatt"_s), qPrintable(log()));
+        QVERIFY2(!log().contains(u"e2e-key"_s.left(8)), qPrintable(log()));
     }
 }
 
@@ -330,7 +302,7 @@ void TestPopupDesktop::terminalSelection()
     trigger();
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     QVERIFY2(rewrites().first().body.contains("copyme"), rewrites().first().body.constData());
-    QTRY_COMPARE_WITH_TIMEOUT(m_log.count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
     QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
 }
 

@@ -1,16 +1,16 @@
 // Faults: no icon or menu in a real tray, Quit not ending the program, the shortcut not starting a rewrite.
-#include <QDir>
-#include <QFile>
-#include <QProcess>
+#include "TessaryProcess.h"
+
 #include <QScopeGuard>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <xcb/xcb.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// A stored key skips onboarding; checks off keeps the service out of this test.
+constexpr char settings[] = "[General]\napi_key=test-key\nupdate_check_enabled=false\n";
 
 QString run(const QString &program, const QStringList &arguments)
 {
@@ -41,8 +41,6 @@ private Q_SLOTS:
     void shortcutStartsOneRewritePerPress();
 
 private:
-    void startProgram(QProcess &program, QTemporaryDir &config);
-
     QProcess m_tray;
 };
 
@@ -61,21 +59,6 @@ void TestTrayE2E::cleanupTestCase()
 {
     m_tray.terminate();
     m_tray.waitForFinished();
-}
-
-void TestTrayE2E::startProgram(QProcess &program, QTemporaryDir &config)
-{
-    // A stored key skips onboarding; checks off keeps the service out of this test.
-    QDir().mkpath(config.filePath(u"Tessary"_s));
-    QFile conf(config.filePath(u"Tessary/Tessary.conf"_s));
-    QVERIFY(conf.open(QIODevice::WriteOnly));
-    conf.write("[General]\napi_key=test-key\nupdate_check_enabled=false\n");
-    conf.close();
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"XDG_CONFIG_HOME"_s, config.path());
-    program.setProcessEnvironment(env);
-    program.start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s, QStringList());
-    QVERIFY(program.waitForStarted());
 }
 
 void TestTrayE2E::iconOpensMenuAndQuitEnds_data()
@@ -98,9 +81,8 @@ void TestTrayE2E::iconOpensMenuAndQuitEnds()
         QCOMPARE(xcb_request_check(other, cookie), nullptr);
     }
 
-    QTemporaryDir config;
-    QProcess program;
-    startProgram(program, config);
+    TessaryProcess program(settings);
+    QVERIFY(program.start());
     if (shortcutHeldElsewhere) {
         QByteArray errors;
         QTRY_VERIFY_WITH_TIMEOUT(
@@ -125,17 +107,12 @@ void TestTrayE2E::iconOpensMenuAndQuitEnds()
 
 void TestTrayE2E::shortcutStartsOneRewritePerPress()
 {
-    QTemporaryDir config;
-    QProcess program;
-    startProgram(program, config);
+    TessaryProcess program(settings);
+    QVERIFY(program.start());
     QTRY_VERIFY_WITH_TIMEOUT(!windows(u"--classname"_s, u"tessary"_s).isEmpty(), 15000);
 
     // Every rewrite opens the popup, which first remembers the window in front.
-    QByteArray out;
-    const auto rewrites = [&] {
-        out += program.readAllStandardOutput();
-        return out.count("🎯 [AppDelegate] Stored previous app: ");
-    };
+    const auto rewrites = [&] { return program.log.count(u"🎯 [AppDelegate] Stored previous app: "_s); };
     // The shortcut is taken a moment after the icon shows (once the launch sequence
     // finds the accessibility bus); presses before that go to the window in front.
     for (int attempt = 0; attempt < 10; ++attempt) {
@@ -146,9 +123,6 @@ void TestTrayE2E::shortcutStartsOneRewritePerPress()
     QCOMPARE(rewrites(), 1);
     run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
     QTRY_COMPARE_WITH_TIMEOUT(rewrites(), 2, 10000);
-
-    program.terminate();
-    QVERIFY(program.waitForFinished(10000));
 }
 
 QTEST_GUILESS_MAIN(TestTrayE2E)
