@@ -9,6 +9,8 @@
 #include <gio/gio.h>
 #include <gio/gsettingsbackend.h>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
