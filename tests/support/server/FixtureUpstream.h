@@ -24,18 +24,18 @@ struct UpstreamScript
 {
     int status = 200;
     // Sent whole, as application/json, instead of an event stream when not empty.
-    QByteArray wholeBody;
-    QStringList fragments;
+    QByteArray wholeBody {};
+    QStringList fragments {};
     // Each fragment's text is replaced by the steady-clock time (ns) of its writing.
     bool stampFragments = false;
     int fragmentCount = 0; // with stampFragments: how many
     std::chrono::microseconds interval { 0 }; // between fragments
     // After this many fragments the reply waits for release() (or the client's hang-up).
     int stallAfter = -1;
-    QByteArray errorEvent; // a payload sent after the fragments, e.g. {"error":{...}}
+    QByteArray errorEvent {}; // a payload sent after the fragments, e.g. {"error":{...}}
     bool sendDone = true;
     // Sent as they are, in pieces of 64 KiB, instead of fragments when not empty.
-    QByteArray rawStream;
+    QByteArray rawStream {};
     int extraHeaders = 0; // sent with the reply, "X-Filler-<n>: ..." each
 };
 

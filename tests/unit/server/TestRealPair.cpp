@@ -46,9 +46,7 @@ private Q_SLOTS:
 
     void rewriteStreamsThroughBothHops()
     {
-        UpstreamScript script;
-        script.fragments = { u"Morning"_s, u" — it's"_s, u" done ✓"_s };
-        m_upstream.setScript(script);
+        m_upstream.setScript({ .fragments = { u"Morning"_s, u" — it's"_s, u" done ✓"_s } });
         startPair(m_upstream.baseUrl());
         HumanizeService service(*m_storage);
 
@@ -81,9 +79,7 @@ private Q_SLOTS:
         QFETCH(bool, withUpstream);
         QFETCH(QString, apiKey);
         QFETCH(QString, message);
-        UpstreamScript script;
-        script.fragments = { u"never shown"_s };
-        m_upstream.setScript(script);
+        m_upstream.setScript({ .fragments = { u"never shown"_s } });
         startPair(withUpstream ? m_upstream.baseUrl() : QString(), apiKey);
         HumanizeService service(*m_storage);
 
@@ -97,10 +93,7 @@ private Q_SLOTS:
     // upstream work.
     void aCancelledRequestEndsTheUpstreamWork()
     {
-        UpstreamScript script;
-        script.fragments = { u"first"_s, u"rest"_s };
-        script.stallAfter = 1;
-        m_upstream.setScript(script);
+        m_upstream.setScript({ .fragments = { u"first"_s, u"rest"_s }, .stallAfter = 1 });
         startPair(m_upstream.baseUrl());
         HumanizeService service(*m_storage);
         const int abandonedBefore = m_upstream.abandonedReplies();

@@ -33,15 +33,6 @@ QByteArray rewriteBody(
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }
 
-// A reply that writes `fragments`, waiting for release() after the first `stallAfter`.
-UpstreamScript script(const QStringList &fragments, int stallAfter = -1)
-{
-    UpstreamScript script;
-    script.fragments = fragments;
-    script.stallAfter = stallAfter;
-    return script;
-}
-
 // Collects the reply as it arrives and reads its events the way the desktop program does.
 class StreamReader : public QObject
 {
@@ -183,7 +174,7 @@ private Q_SLOTS:
         QFETCH(QString, tone);
         QFETCH(QString, toneText);
         const QStringList fragments { u"Hey"_s, u" there"_s, u" — ✓"_s };
-        m_upstream.setScript(script(fragments));
+        m_upstream.setScript({ .fragments = fragments });
         const int before = int(m_upstream.requests().size());
         QVERIFY(serve(config()));
 
@@ -221,7 +212,7 @@ private Q_SLOTS:
     void fragmentsArriveBeforeTheUpstreamFinishes()
     {
         QFETCH(bool, hangUp);
-        m_upstream.setScript(script({ u"one"_s, u"two"_s, u"three"_s }, 2));
+        m_upstream.setScript({ .fragments = { u"one"_s, u"two"_s, u"three"_s }, .stallAfter = 2 });
         const int finishedBefore = m_upstream.finishedReplies();
         const int abandonedBefore = m_upstream.abandonedReplies();
         QVERIFY(serve(config()));
@@ -244,7 +235,7 @@ private Q_SLOTS:
 
     void refusesStreamsBeyondTheLimit()
     {
-        m_upstream.setScript(script({ u"a"_s, u"b"_s }, 1));
+        m_upstream.setScript({ .fragments = { u"a"_s, u"b"_s }, .stallAfter = 1 });
         ServerConfig limited = config();
         limited.maxStreams = 1;
         QVERIFY(serve(limited));
@@ -275,16 +266,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message"); // contained in the error event's message
 
         const QString fixture = u"fixture"_s;
-        const auto whole = [](int status, const QByteArray &body) {
-            UpstreamScript script;
-            script.status = status;
-            script.wholeBody = body;
-            return script;
-        };
-        UpstreamScript failingMidway = script({ u"Partial"_s });
-        failingMidway.errorEvent = R"({"error":{"message":"model overloaded"}})";
-        failingMidway.sendDone = false;
-
         QTest::newRow("no upstream configured")
             << QString() << UpstreamScript() << QStringList()
             << u"No language model is configured for tessary-server: set upstream_url, for example "
@@ -297,24 +278,26 @@ private Q_SLOTS:
             << u"cannot reach the language model server at http://127.0.0.1:1/v1"_s;
         QTest::newRow("upstream refuses its key given in the query")
             << u"fixture?api-key=s3cret"_s
-            << whole(401, R"({"error":{"message":"Incorrect API key provided"}})") << QStringList()
-            << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s;
+            << UpstreamScript { .status = 401,
+                   .wholeBody = R"({"error":{"message":"Incorrect API key provided"}})" }
+            << QStringList() << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s;
         QTest::newRow("upstream error page")
-            << fixture << whole(502, "<html>bad gateway</html>") << QStringList() << u"answered HTTP 502."_s;
+            << fixture << UpstreamScript { .status = 502, .wholeBody = "<html>bad gateway</html>" }
+            << QStringList() << u"answered HTTP 502."_s;
         QTest::newRow("upstream error event after fragments")
-            << fixture << failingMidway << QStringList { u"Partial"_s }
-            << u"reported an error: model overloaded"_s;
+            << fixture
+            << UpstreamScript { .fragments = { u"Partial"_s },
+                   .errorEvent = R"({"error":{"message":"model overloaded"}})",
+                   .sendDone = false }
+            << QStringList { u"Partial"_s } << u"reported an error: model overloaded"_s;
         QTest::newRow("upstream answers without text")
             << fixture << UpstreamScript() << QStringList() << u"returned no text"_s;
-        UpstreamScript endlessLine;
-        endlessLine.rawStream = "data: " + QByteArray(2 * 1024 * 1024, 'x');
         QTest::newRow("upstream line without an end")
-            << fixture << endlessLine << QStringList() << u"sent a line longer than tessary-server accepts"_s;
-        UpstreamScript heavyHead = script({ u"never"_s });
-        heavyHead.extraHeaders = 2000;
+            << fixture << UpstreamScript { .rawStream = "data: " + QByteArray(2 * 1024 * 1024, 'x') }
+            << QStringList() << u"sent a line longer than tessary-server accepts"_s;
         QTest::newRow("upstream reply head without bounds")
-            << fixture << heavyHead << QStringList()
-            << u"sent a reply head larger than tessary-server accepts"_s;
+            << fixture << UpstreamScript { .fragments = { u"never"_s }, .extraHeaders = 2000 }
+            << QStringList() << u"sent a reply head larger than tessary-server accepts"_s;
     }
     void upstreamFailuresAreStreamedErrors()
     {
@@ -408,7 +391,7 @@ private Q_SLOTS:
         QFETCH(bool, halfClose);
         QFETCH(int, status);
         QFETCH(QString, message);
-        m_upstream.setScript(script({ u"Hey"_s }));
+        m_upstream.setScript({ .fragments = { u"Hey"_s } });
         const qsizetype upstreamRequestsBefore = m_upstream.requests().size();
         ServerConfig strict = config();
         strict.clientToken = serverToken;

@@ -101,9 +101,7 @@ private Q_SLOTS:
     {
         QVERIFY(m_home.isValid());
         QVERIFY(m_upstream.start());
-        UpstreamScript script;
-        script.fragments = { u"Hey"_s };
-        m_upstream.setScript(script);
+        m_upstream.setScript({ .fragments = { u"Hey"_s } });
         QDir(m_home.path()).mkpath(u"tessary-server"_s);
         QFile config(m_home.filePath(u"tessary-server/config.toml"_s));
         QVERIFY(config.open(QIODevice::WriteOnly));
