@@ -86,8 +86,6 @@ private:
         QVERIFY(*stored);
     }
 
-    void placement(bool keyring);
-
 private Q_SLOTS:
     void initTestCase()
     {
@@ -108,10 +106,8 @@ private Q_SLOTS:
 
     // Where the key lives and what a restart reads, with no keyring and then with one.
     // Declared first: the keyring daemon starts with the first row that needs it.
-    void withoutKeyring_data();
-    void withoutKeyring() { placement(false); }
-    void withKeyring_data();
-    void withKeyring() { placement(true); }
+    void placement_data();
+    void placement();
 
     // The program ends before the keyring confirmed the change: it is not lost, and the
     // next start makes it in the keyring.
@@ -174,51 +170,43 @@ private Q_SLOTS:
     }
 };
 
-namespace {
-void addColumns()
+void TestStorageKeyring::placement_data()
 {
+    QTest::addColumn<bool>("keyring"); // whether a keyring answers
     QTest::addColumn<QString>("fileBefore"); // api_key in the settings file before the start
     QTest::addColumn<QString>("keyringBefore");
     QTest::addColumn<QStringList>("typed"); // assignments, one per keystroke
     QTest::addColumn<bool>("typedEarly"); // before the keyring answered
     QTest::addColumn<QString>("key"); // apiKey afterwards and after a restart
-}
-} // namespace
 
-void TestStorageKeyring::withoutKeyring_data()
-{
-    addColumns();
-    QTest::newRow("typed key goes to the file")
-        << QString() << QString() << QStringList { u"sk-typed-00001111"_s } << false
+    QTest::newRow("no keyring: typed key goes to the file")
+        << false << QString() << QString() << QStringList { u"sk-typed-00001111"_s } << false
         << u"sk-typed-00001111"_s;
-    QTest::newRow("typed before the answer")
-        << QString() << QString() << QStringList { u"sk-early-00002222"_s } << true << u"sk-early-00002222"_s;
-    QTest::newRow("key from the file")
-        << u"sk-file-00003333"_s << QString() << QStringList() << false << u"sk-file-00003333"_s;
-}
-
-void TestStorageKeyring::withKeyring_data()
-{
-    addColumns();
+    QTest::newRow("no keyring: typed before the answer")
+        << false << QString() << QString() << QStringList { u"sk-early-00002222"_s } << true
+        << u"sk-early-00002222"_s;
+    QTest::newRow("no keyring: key from the file")
+        << false << u"sk-file-00003333"_s << QString() << QStringList() << false << u"sk-file-00003333"_s;
     QTest::newRow("typed a keystroke at a time")
-        << QString() << QString()
+        << true << QString() << QString()
         << QStringList { u"s"_s, u"sk"_s, u"sk-"_s, u"sk-k"_s, u"sk-ke"_s, u"sk-key-10002222"_s } << false
         << u"sk-key-10002222"_s;
     QTest::newRow("typed before the answer")
-        << QString() << u"sk-ring-old"_s << QStringList { u"sk-early-10003333"_s } << true
+        << true << QString() << u"sk-ring-old"_s << QStringList { u"sk-early-10003333"_s } << true
         << u"sk-early-10003333"_s;
     QTest::newRow("key from the keyring")
-        << QString() << u"sk-ring-10004444"_s << QStringList() << false << u"sk-ring-10004444"_s;
+        << true << QString() << u"sk-ring-10004444"_s << QStringList() << false << u"sk-ring-10004444"_s;
     QTest::newRow("file key moves into the keyring")
-        << u"sk-file-10005555"_s << QString() << QStringList() << false << u"sk-file-10005555"_s;
-    QTest::newRow("file key is newer than the keyring's")
-        << u"sk-file-10006666"_s << u"sk-ring-old"_s << QStringList() << false << u"sk-file-10006666"_s;
-    QTest::newRow("cleared key") << QString() << u"sk-ring-10007777"_s << QStringList { QString() } << false
-                                 << QString();
+        << true << u"sk-file-10005555"_s << QString() << QStringList() << false << u"sk-file-10005555"_s;
+    QTest::newRow("file key is newer than the keyring's") << true << u"sk-file-10006666"_s << u"sk-ring-old"_s
+                                                          << QStringList() << false << u"sk-file-10006666"_s;
+    QTest::newRow("cleared key") << true << QString() << u"sk-ring-10007777"_s << QStringList { QString() }
+                                 << false << QString();
 }
 
-void TestStorageKeyring::placement(bool keyring)
+void TestStorageKeyring::placement()
 {
+    QFETCH(bool, keyring);
     QFETCH(QString, fileBefore);
     QFETCH(QString, keyringBefore);
     QFETCH(QStringList, typed);
