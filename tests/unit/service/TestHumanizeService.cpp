@@ -41,13 +41,13 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase()
+    void initTestCase() { QVERIFY(m_server.listen()); }
+
+    void init()
     {
-        QVERIFY(m_server.listen());
+        m_server.clearRequests();
         m_server.route(completions, eventStream({ "ok" }));
     }
-
-    void init() { m_server.clearRequests(); }
 
     void requestOnTheWire_data()
     {
@@ -168,9 +168,7 @@ private Q_SLOTS:
 
         // Each reply sends one fragment at once and the rest a while later, long after
         // the other request has started and a cancellation has been made.
-        FixtureServer server;
-        QVERIFY(server.listen());
-        server.route(completions, [](const FixtureRequest &request) {
+        m_server.route(completions, [](const FixtureRequest &request) {
             const bool first = QJsonDocument::fromJson(request.body)["tone"_L1].toString() == "natural"_L1;
             const QByteArray fragment = first ? "a" : "c";
             FixtureReply reply = eventStream({ fragment, "!" });
@@ -178,7 +176,7 @@ private Q_SLOTS:
             reply.delay = 1500ms;
             return reply;
         });
-        auto storage = newStorage(server.url("/api/v1").toString());
+        auto storage = newStorage();
         HumanizeService service(*storage);
         RewriteRecorder first;
         RewriteRecorder second;
@@ -213,14 +211,12 @@ private Q_SLOTS:
     // Quitting mid-rewrite: the transfer stops with the service and reports nothing.
     void destroyedMidStream()
     {
-        FixtureServer server;
-        QVERIFY(server.listen());
         FixtureReply stalled = eventStream({ "a" });
         stalled.framing = FixtureReply::Framing::Chunked; // its end never comes
         stalled.end = FixtureReply::End::Stall;
         stalled.stopAt = stalled.body.indexOf("data: [DONE]");
-        server.route(completions, stalled);
-        auto storage = newStorage(server.url("/api/v1").toString());
+        m_server.route(completions, stalled);
+        auto storage = newStorage();
         auto service = std::make_unique<HumanizeService>(*storage);
         RewriteRecorder recorder;
         service->humanize(u"text"_s, u"natural"_s, recorder.callbacks());
