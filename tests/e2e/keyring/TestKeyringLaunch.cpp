@@ -1,4 +1,5 @@
 // Faults: a credential read from or written to the wrong place, sent wrongly, or printed in a log.
+#include "DesktopFixture.h"
 #include "Replies.h"
 #include "TessaryProcess.h"
 
@@ -18,11 +19,8 @@ class TestKeyringLaunch : public QObject
 private:
     static QString keyringEntry(const QString &name)
     {
-        QProcess tool;
-        tool.start(u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"Tessary"_s, u"user"_s, name });
-        if (!tool.waitForFinished(10000))
-            return u"<secret-tool hangs>"_s;
-        return QString::fromUtf8(tool.readAllStandardOutput());
+        return QString::fromUtf8(
+            Desktop::run(u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"Tessary"_s, u"user"_s, name }));
     }
 
     static QByteArray contents(const QString &path)
@@ -86,13 +84,10 @@ private Q_SLOTS:
             u"secret-tool"_s, { u"clear"_s, u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s });
         QCOMPARE(keyringEntry(u"api_key"_s), QString());
         if (!keyringBefore.isEmpty()) {
-            QProcess store;
-            store.start(u"secret-tool"_s,
+            Desktop::run(u"secret-tool"_s,
                 { u"store"_s, u"--label=Tessary"_s, u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s,
-                    u"type"_s, u"plaintext"_s });
-            store.write(keyringBefore.toUtf8());
-            store.closeWriteChannel();
-            QVERIFY(store.waitForFinished(10000) && store.exitCode() == 0);
+                    u"type"_s, u"plaintext"_s },
+                keyringBefore.toUtf8());
         }
 
         connect(&tessary, &QProcess::readyReadStandardError, &tessary,

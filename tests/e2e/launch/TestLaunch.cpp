@@ -1,4 +1,5 @@
 // Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due.
+#include "DesktopFixture.h"
 #include "Replies.h"
 #include "StorageManager.h"
 #include "TessaryProcess.h"
@@ -33,10 +34,7 @@ private:
 
     static QString xprop(const QStringList &arguments)
     {
-        QProcess tool;
-        tool.start(u"xprop"_s, arguments);
-        tool.waitForFinished(3000);
-        return QString::fromUtf8(tool.readAllStandardOutput());
+        return QString::fromUtf8(Desktop::run(u"xprop"_s, arguments));
     }
 
     // Titles of the managed windows that belong to the process: its task-bar entries.

@@ -1,4 +1,5 @@
 // Faults: no icon or menu in a real tray, Quit not ending the program, the shortcut not starting a rewrite.
+#include "DesktopFixture.h"
 #include "TessaryProcess.h"
 
 #include <QScopeGuard>
@@ -12,18 +13,10 @@ namespace {
 // A stored key skips onboarding; checks off keeps the service out of this test.
 constexpr char settings[] = "[General]\napi_key=test-key\nupdate_check_enabled=false\n";
 
-QString run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(15000);
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
-
 // The windows of the session whose WM_CLASS or name matches, as xdotool finds them.
 QStringList windows(const QString &how, const QString &pattern)
 {
-    return run(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, how, pattern })
+    return QString::fromUtf8(Desktop::run(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, how, pattern }))
         .split(u'\n', Qt::SkipEmptyParts);
 }
 
@@ -47,7 +40,7 @@ private:
 void TestTrayE2E::initTestCase()
 {
     QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "runs inside scripts/headless-session");
-    run(u"xsetroot"_s, { u"-solid"_s, u"#3b5f7a"_s });
+    Desktop::run(u"xsetroot"_s, { u"-solid"_s, u"#3b5f7a"_s });
     m_tray.start(u"trayer"_s,
         { u"--edge"_s, u"top"_s, u"--align"_s, u"right"_s, u"--widthtype"_s, u"request"_s, u"--height"_s,
             u"26"_s, u"--tint"_s, u"0xe8e8e8"_s, u"--transparent"_s, u"true"_s, u"--alpha"_s, u"0"_s });
@@ -94,13 +87,13 @@ void TestTrayE2E::iconOpensMenuAndQuitEnds()
     QTRY_VERIFY_WITH_TIMEOUT(!(icon = windows(u"--classname"_s, u"tessary"_s).value(0)).isEmpty(), 15000);
 
     // XEmbed hosts send only a click: the icon opens the menu on a left click.
-    run(u"xdotool"_s, { u"mousemove"_s, u"--window"_s, icon, u"8"_s, u"8"_s, u"click"_s, u"1"_s });
+    Desktop::run(u"xdotool"_s, { u"mousemove"_s, u"--window"_s, icon, u"8"_s, u"8"_s, u"click"_s, u"1"_s });
     // The menu is a second top-level window of the program.
     QTRY_VERIFY_WITH_TIMEOUT(windows(u"--classname"_s, u"tessary"_s).size() > 1, 10000);
 
     // Quit is the last item: Up from the top wraps to it.
-    run(u"xdotool"_s, { u"key"_s, u"Up"_s, u"Return"_s });
-    QVERIFY(program.waitForFinished(10000));
+    Desktop::run(u"xdotool"_s, { u"key"_s, u"Up"_s, u"Return"_s });
+    QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 10000);
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);
     QCOMPARE(program.exitCode(), 0);
 }
@@ -116,12 +109,12 @@ void TestTrayE2E::shortcutStartsOneRewritePerPress()
     // The shortcut is taken a moment after the icon shows (once the launch sequence
     // finds the accessibility bus); presses before that go to the window in front.
     for (int attempt = 0; attempt < 10; ++attempt) {
-        run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+        Desktop::run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
         if (QTest::qWaitFor([&] { return rewrites() > 0; }, 1500))
             break;
     }
     QCOMPARE(rewrites(), 1);
-    run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+    Desktop::run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
     QTRY_COMPARE_WITH_TIMEOUT(rewrites(), 2, 10000);
 }
 
