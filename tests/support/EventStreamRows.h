@@ -18,6 +18,12 @@ inline QByteArray fragment(const QByteArray &content)
     return R"(data: {"choices":[{"delta":{"content":")" + content + R"("}}]})";
 }
 
+// One event of `payload`, with the blank line that ends it.
+inline QByteArray event(const QByteArray &payload)
+{
+    return "data: " + payload + "\n\n";
+}
+
 // "wire": the reply's bytes. "found": each fragment's text, "done" for the end marker,
 // "error:" and the message for an error the service reported. "maxLine": the reader's
 // bound on the length of a line.
@@ -65,37 +71,24 @@ inline void addRows()
     row("bytes that are not UTF-8 become U+FFFD", fragment("a\xff\xfe b") + "\n\n", { u"a\uFFFD\uFFFD b"_s });
     row("escapes", fragment(R"(a\nb \"q\" \\ \u00e9 \ud83d\ude42)") + "\n\n", { u"a\nb \"q\" \\ é 🙂"_s });
     row("only the first choice",
-        R"(data: {"choices":[{"delta":{"content":"a"}},{"delta":{"content":"b"}}]})"
-        "\n\n",
-        { u"a"_s });
+        event(R"({"choices":[{"delta":{"content":"a"}},{"delta":{"content":"b"}}]})"), { u"a"_s });
     row("no content, content not a string, no choices",
-        R"(data: {"choices":[{"delta":{"role":"assistant"}}]})"
-        "\n\n"
-        R"(data: {"choices":[{"delta":{"content":5}}]})"
-        "\n\n"
-        R"(data: {"choices":[]})"
-        "\n\n"
-        R"(data: {"choices":{}})"
-        "\n\ndata: [1,2]\n\n"
-            + fragment("ok") + "\n\n",
+        event(R"({"choices":[{"delta":{"role":"assistant"}}]})")
+            + event(R"({"choices":[{"delta":{"content":5}}]})") + event(R"({"choices":[]})")
+            + event(R"({"choices":{}})") + event("[1,2]") + fragment("ok") + "\n\n",
         { u"ok"_s });
     // Each is its own event, so none takes the next one with it.
     row("not JSON: leading zero, trailing comma, cut off, garbage after",
-        R"(data: {"n":01,"choices":[{"delta":{"content":"x"}}]})"
-        "\n\n"
-        R"(data: {"choices":[{"delta":{"content":"x"}}],})"
-        "\n\n"
-        R"(data: {"choices":[{"delta":{"content":"x"}})"
-        "\n\n"
-        R"(data: {"choices":[{"delta":{"content":"x"}}]} x)"
-        "\n\ndata: nonsense\n\n"
-            + fragment("ok") + "\n\n",
+        event(R"({"n":01,"choices":[{"delta":{"content":"x"}}]})")
+            + event(R"({"choices":[{"delta":{"content":"x"}}],})")
+            + event(R"({"choices":[{"delta":{"content":"x"}})")
+            + event(R"({"choices":[{"delta":{"content":"x"}}]} x)") + event("nonsense") + fragment("ok")
+            + "\n\n",
         { u"ok"_s });
-    row("end marker ends nothing by itself", "data: [DONE]\n\n" + fragment("late") + "\n\n",
+    row("end marker ends nothing by itself", event("[DONE]") + fragment("late") + "\n\n",
         { u"done"_s, u"late"_s });
     row("error event between fragments",
-        hel + "\n\n" + R"(data: {"error":{"type":"server_error","message":"overloaded"}})" + "\n\n" + lo
-            + "\n\n",
+        hel + "\n\n" + event(R"({"error":{"type":"server_error","message":"overloaded"}})") + lo + "\n\n",
         { u"Hel"_s, u"error:overloaded"_s, u"lo"_s });
     row("error object as the whole reply",
         R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})",
