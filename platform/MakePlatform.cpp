@@ -6,6 +6,7 @@
 #include "gnome/GnomeKeybinding.h"
 #include "kwin/KWinWorkspace.h"
 #include "portal/PortalGlobalShortcuts.h"
+#include "portal/PortalKeySynth.h"
 #include "wayland/DataControlPasteboard.h"
 #include "wlroots/CompositorBinding.h"
 #include "x11/KeyboardGrab.h"
@@ -121,15 +122,6 @@ Platform makePlatform()
     else
         platform.workspace = std::make_unique<NoWorkspace>();
 
-    // On Plasma PortalKeySynth can type Ctrl+C and Ctrl+V, but a paste is safe only once
-    // Tessary can set the clipboard from the background, which on Wayland takes the
-    // data-control protocol that the clipboard backend does not speak yet: until then a
-    // typed Ctrl+V would paste the user's own clipboard over their selection.
-    if (x11)
-        platform.keySynth = std::make_unique<X11KeySynth>(x11);
-    else
-        platform.keySynth = std::make_unique<NoKeySynth>();
-
     if (x11)
         platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
     platform.accessibility = std::make_unique<AtspiAccessibility>();
@@ -137,7 +129,18 @@ Platform makePlatform()
     // compositor shares the clipboard with background clients, we read and set it ourselves.
     if (plan.clipboard == BackendPlan::Clipboard::DataControl)
         platform.pasteboard = DataControlPasteboard::open(QGuiApplication::clipboard());
+    const bool backgroundClipboard = platform.pasteboard != nullptr;
     if (!platform.pasteboard)
         platform.pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), x11);
+
+    // A typed Ctrl+C or Ctrl+V is only safe where Tessary can also read and set the
+    // clipboard from the background: otherwise the copy could not be read, and the paste
+    // would put the user's own clipboard over their selection.
+    if (x11)
+        platform.keySynth = std::make_unique<X11KeySynth>(x11);
+    else if (plan.keySynthesis == BackendPlan::KeySynthesis::RemoteDesktop && backgroundClipboard)
+        platform.keySynth = std::make_unique<PortalKeySynth>();
+    else
+        platform.keySynth = std::make_unique<NoKeySynth>();
     return platform;
 }

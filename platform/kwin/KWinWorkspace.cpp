@@ -61,7 +61,9 @@ void KWinWorkspace::run(const QString &body, Reply reply)
         finish(request, 0, {});
         return;
     }
-    const QString plugin = u"tessary-%1"_s.arg(request);
+    // KWin refuses a second script under a name it has loaded: another Tessary process
+    // (a second session of the same user, a test) counts its requests from 1 as well.
+    const QString plugin = u"tessary-%1-%2"_s.arg(QCoreApplication::applicationPid()).arg(request);
     QDBusMessage load
         = QDBusMessage::createMethodCall(kwinService, u"/Scripting"_s, scriptingInterface, u"loadScript"_s);
     load << file->fileName() << plugin;

@@ -1,7 +1,11 @@
 // Guards the whole road on Plasma Wayland: the shortcut not reaching Tessary through the
-// portal, the sentence not read from the editor, Replace not written back into it.
+// portal, the sentence not read from the editor, Replace not written back into it, and
+// for an editor off the accessibility bus, the copy or paste not typed or the user's
+// clipboard not given back.
 #include "AtspiClient.h"
 #include "FixtureServer.h"
+#include "PortalTypist.h"
+#include "kwin/KWinWorkspace.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -35,22 +39,46 @@ class TestWaylandRoad : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void shortcutCaptureAndReplaceOverTheAccessibilityBus()
+    void shortcutCaptureAndReplace_data()
     {
+        QTest::addColumn<bool>("onAccessibilityBus");
+        QTest::newRow("accessibility bus") << true;
+        QTest::newRow("clipboard, editor off the bus") << false;
+    }
+
+    void shortcutCaptureAndReplace()
+    {
+        QFETCH(bool, onAccessibilityBus);
         FixtureServer service;
         QVERIFY(service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
         service.route("/api/v1/chat/completions", streamed);
         AtspiClient atspi;
         QVERIFY(atspi.connect());
+        PortalTypist keys;
+        QTRY_VERIFY_WITH_TIMEOUT(keys.isReady(), 10000);
 
+        // Off the bus, the whole text is the selection: select-all is what a person types.
+        const QString text = onAccessibilityBus ? paragraph : sentence;
         QTemporaryDir dir;
         QFile file(dir.filePath(u"text.txt"_s));
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(paragraph.toUtf8());
+        file.write(text.toUtf8());
         file.close();
         QProcess editor;
+        QProcessEnvironment editorEnv = QProcessEnvironment::systemEnvironment();
+        if (!onAccessibilityBus)
+            editorEnv.insert(u"NO_AT_BRIDGE"_s, u"1"_s);
+        editor.setProcessEnvironment(editorEnv);
         editor.start(u"mousepad"_s, { u"--disable-server"_s, file.fileName() });
-        QTRY_COMPARE_WITH_TIMEOUT(atspi.text(u"mousepad"_s), paragraph, 15000);
+
+        // The user's clipboard: an image, which must be there again after Replace.
+        const QByteArray image = QByteArray::fromBase64("iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlE"
+                                                        "QVR42mP8z8DwHwAFBQIAX8jx0gAAAABJRU5ErkJggg==");
+        QProcess copy;
+        copy.start(u"wl-copy"_s, { u"--type"_s, u"image/png"_s });
+        copy.write(image);
+        copy.closeWriteChannel();
+        QVERIFY(copy.waitForFinished(5000));
 
         QDir(dir.path()).mkpath(u"config/Tessary"_s);
         QFile conf(dir.filePath(u"config/Tessary/Tessary.conf"_s));
@@ -67,10 +95,24 @@ private Q_SLOTS:
         program.start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s);
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(u">>> LAUNCHED"_s), 15000);
 
+        if (onAccessibilityBus) {
+            QTRY_COMPARE_WITH_TIMEOUT(atspi.text(u"mousepad"_s), paragraph, 15000);
+            const qsizetype start = paragraph.indexOf(sentence);
+            QVERIFY(atspi.select(u"mousepad"_s, int(start), int(start + sentence.size())));
+        } else {
+            KWinWorkspace workspace;
+            QString front;
+            QTRY_VERIFY_WITH_TIMEOUT(
+                [&] {
+                    workspace.frontmostApplication([&](auto app) { front = app ? app->name : QString(); });
+                    return front == u"mousepad"_s;
+                }(),
+                15000);
+            keys.ctrl(KEY_A);
+        }
+
         // The desktop's shortcut daemon stands for the key press: it invokes the shortcut
         // Tessary registered through the portal.
-        const qsizetype start = paragraph.indexOf(sentence);
-        QVERIFY(atspi.select(u"mousepad"_s, int(start), int(start + sentence.size())));
         const QString component = u"/component/tessary"_s;
         QTRY_VERIFY_WITH_TIMEOUT(
             QDBusInterface(u"org.kde.kglobalaccel"_s, component, u"org.kde.kglobalaccel.Component"_s)
@@ -83,21 +125,44 @@ private Q_SLOTS:
         QDBusInterface(u"org.kde.kglobalaccel"_s, component, u"org.kde.kglobalaccel.Component"_s)
             .call(u"invokeShortcut"_s, u"rewrite-selection"_s, u"default"_s);
 
-        QTRY_VERIFY_WITH_TIMEOUT(log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), 15000);
-        QTRY_VERIFY_WITH_TIMEOUT(log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s), 15000);
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), qPrintable(log), 15000);
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s), qPrintable(log), 15000);
         QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(log));
 
-        bool pressed = false;
-        QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = atspi.press(u"Replace"_s)), 10000);
-        QTRY_COMPARE_WITH_TIMEOUT(
-            atspi.text(u"mousepad"_s), QString(paragraph).replace(sentence, rewrite), 15000);
-        QTRY_VERIFY2_WITH_TIMEOUT(
-            log.contains(u"✅ [AccessibilityHelper] AX replace successful"_s), qPrintable(log), 5000);
+        // The popup has the keyboard: Ctrl+Enter replaces.
+        keys.ctrl(KEY_ENTER);
+        const QString replaced = QString(text).replace(sentence, rewrite);
+        if (onAccessibilityBus) {
+            QTRY_COMPARE_WITH_TIMEOUT(atspi.text(u"mousepad"_s), replaced, 15000);
+            QTRY_VERIFY2_WITH_TIMEOUT(
+                log.contains(u"✅ [AccessibilityHelper] AX replace successful"_s), qPrintable(log), 5000);
+        } else {
+            QTRY_VERIFY2_WITH_TIMEOUT(log.contains(u"Clipboard restored"_s), qPrintable(log), 15000);
+        }
+        QCOMPARE(clipboard(u"image/png"_s), image);
+        keys.ctrl(KEY_S);
+        QTRY_COMPARE_WITH_TIMEOUT(contents(file.fileName()), replaced, 10000);
 
         program.terminate();
         program.waitForFinished(5000);
         editor.kill();
         editor.waitForFinished();
+    }
+
+private:
+    static QByteArray clipboard(const QString &type)
+    {
+        QProcess paste;
+        paste.start(u"wl-paste"_s, { u"--no-newline"_s, u"--type"_s, type });
+        return paste.waitForFinished(5000) ? paste.readAllStandardOutput() : QByteArray();
+    }
+
+    static QString contents(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 };
 
