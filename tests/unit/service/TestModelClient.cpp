@@ -97,12 +97,17 @@ private Q_SLOTS:
     void failureMessages_data()
     {
         QTest::addColumn<int>("provider");
-        QTest::addColumn<QString>("server"); // what answers: "closed", "tls", "stall", or a scripted reply
+        QTest::addColumn<QString>("server"); // what answers: "closed", "tls", or the scripted reply
         QTest::addColumn<FixtureReply>("answer");
         QTest::addColumn<QString>("model");
         QTest::addColumn<QString>("message"); // %1: host:port of the server
 
         const FixtureReply none;
+        // The head of an event stream, then nothing.
+        const FixtureReply stall { .headers = { { "Content-Type", "text/event-stream" } },
+            .framing = FixtureReply::Framing::Chunked,
+            .end = FixtureReply::End::Stall,
+            .stopAt = 0 };
         QTest::newRow("tessary service: nothing listening")
             << int(Provider::TessaryService) << u"closed"_s << none << QString()
             << u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick a "
@@ -146,10 +151,10 @@ private Q_SLOTS:
                    "text/event-stream")
             << QString() << u"The model server is not running"_s;
         QTest::newRow("timeout")
-            << int(Provider::LocalModel) << u"stall"_s << none << u"llama3.1"_s
+            << int(Provider::LocalModel) << u"reply"_s << stall << u"llama3.1"_s
             << u"%1 stopped answering before the rewrite was done. Retry; a model that is "
                "still loading may need a moment."_s;
-        QTest::newRow("tessary service: timeout") << int(Provider::TessaryService) << u"stall"_s << none
+        QTest::newRow("tessary service: timeout") << int(Provider::TessaryService) << u"reply"_s << stall
                                                   << QString() << u"The request timed out."_s;
         QTest::newRow("tls to a plain server")
             << int(Provider::ModelService) << u"tls"_s << eventStream({ "x" }) << u"gpt-4o-mini"_s
@@ -180,12 +185,6 @@ private Q_SLOTS:
             });
         } else if (server == "closed"_L1) {
             port = closedPort();
-        } else if (server == "stall"_L1) {
-            FixtureReply stalled = eventStream({ "Hel", "lo" });
-            stalled.framing = FixtureReply::Framing::Chunked;
-            stalled.end = FixtureReply::End::Stall;
-            stalled.stopAt = 0;
-            answer = stalled;
         }
         fixture.route("/v1/chat/completions", answer);
         fixture.route("/api/v1/chat/completions", answer);
