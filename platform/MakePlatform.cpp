@@ -2,6 +2,7 @@
 
 #include "BackendPlan.h"
 #include "atspi/AtspiAccessibility.h"
+#include "atspi/AtspiWorkspace.h"
 #include "clipboard/ClipboardPasteboard.h"
 #include "gnome/GnomeKeybinding.h"
 #include "kwin/KWinWorkspace.h"
@@ -25,24 +26,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 Q_LOGGING_CATEGORY(lcPlatform, "tessary.platform")
-
-// Sessions without an X server to ask (a pure Wayland session without XWayland): no
-// window is known to be in front and no key can be typed, so capture falls back to
-// nothing and replacement reports failure instead of pasting blindly.
-class NoWorkspace : public Workspace
-{
-public:
-    void frontmostApplication(std::function<void(std::optional<RunningApplication>)> done) override
-    {
-        done(std::nullopt);
-    }
-    void activate(const RunningApplication &, std::function<void(bool)> done) override
-    {
-        if (done)
-            done(false);
-    }
-    void activateSelf(QWindow *) override { }
-};
 
 class NoKeySynth : public KeySynth
 {
@@ -115,16 +98,17 @@ Platform makePlatform()
             = std::make_unique<CompositorBinding>(QCoreApplication::applicationFilePath(),
                 qEnvironmentVariable("XDG_CURRENT_DESKTOP").toLower().split(u':').contains(u"sway"_s));
 
+    auto accessibility = std::make_unique<AtspiAccessibility>();
     if (x11)
         platform.workspace = std::make_unique<X11Workspace>(x11);
     else if (plan.desktop == BackendPlan::Desktop::Plasma)
         platform.workspace = std::make_unique<KWinWorkspace>();
     else
-        platform.workspace = std::make_unique<NoWorkspace>();
+        platform.workspace = std::make_unique<AtspiWorkspace>(*accessibility);
 
     if (x11)
         platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
-    platform.accessibility = std::make_unique<AtspiAccessibility>();
+    platform.accessibility = std::move(accessibility);
     // On Wayland QClipboard sees nothing while another program has the focus; where the
     // compositor shares the clipboard with background clients, we read and set it ourselves.
     if (plan.clipboard == BackendPlan::Clipboard::DataControl)

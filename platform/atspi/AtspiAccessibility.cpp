@@ -1,5 +1,6 @@
 #include "AtspiAccessibility.h"
 
+#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -234,6 +235,85 @@ void AtspiAccessibility::pidOf(const QString &busName, std::function<void(std::o
             m_pids.insert(busName, pid);
             answer(pid);
         });
+}
+
+void AtspiAccessibility::lastFocusedApplication(std::function<void(std::optional<quint32> pid)> done)
+{
+    firstOtherApplication(m_focusOrder, [this, done = std::move(done)](std::optional<quint32> pid) {
+        if (pid) {
+            done(pid);
+            return;
+        }
+        // No focus has moved since we started: the application whose window is active.
+        call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
+            [this, done](const std::optional<QDBusMessage> &apps) {
+                QList<Element> elements;
+                for (const ObjectReference &app :
+                    apps ? readReferences(apps->arguments().value(0)) : QList<ObjectReference>())
+                    elements.append({ app.service, app.path.path() });
+                applicationWithActiveWindow(elements, done);
+            });
+    });
+}
+
+void AtspiAccessibility::applicationWithActiveWindow(
+    QList<Element> apps, std::function<void(std::optional<quint32>)> done)
+{
+    if (apps.isEmpty()) {
+        done(std::nullopt);
+        return;
+    }
+    const Element app = apps.takeFirst();
+    call(app, accessibleInterface, u"GetChildren"_s, {},
+        [this, app, apps, done = std::move(done)](const std::optional<QDBusMessage> &children) {
+            QList<Element> windows;
+            for (const ObjectReference &window :
+                children ? readReferences(children->arguments().value(0)) : QList<ObjectReference>())
+                windows.append({ window.service, window.path.path() });
+            anyActive(windows, [this, app, apps, done](bool active) {
+                if (!active) {
+                    applicationWithActiveWindow(apps, done);
+                    return;
+                }
+                pidOf(app.service, [this, apps, done](std::optional<quint32> pid) {
+                    if (pid && *pid != quint32(QCoreApplication::applicationPid()))
+                        done(pid);
+                    else
+                        applicationWithActiveWindow(apps, done);
+                });
+            });
+        });
+}
+
+void AtspiAccessibility::anyActive(QList<Element> windows, std::function<void(bool active)> done)
+{
+    if (windows.isEmpty()) {
+        done(false);
+        return;
+    }
+    const Element window = windows.takeFirst();
+    states(window, [this, windows, done = std::move(done)](std::optional<quint64> bits) {
+        if (bits && (*bits & (quint64(1) << stateActive)))
+            done(true);
+        else
+            anyActive(windows, done);
+    });
+}
+
+void AtspiAccessibility::firstOtherApplication(
+    QStringList services, std::function<void(std::optional<quint32>)> done)
+{
+    if (services.isEmpty()) {
+        done(std::nullopt);
+        return;
+    }
+    const QString service = services.takeFirst();
+    pidOf(service, [this, services, done = std::move(done)](std::optional<quint32> pid) mutable {
+        if (pid && *pid != quint32(QCoreApplication::applicationPid()))
+            done(pid);
+        else
+            firstOtherApplication(services, std::move(done));
+    });
 }
 
 void AtspiAccessibility::states(const Element &element, std::function<void(std::optional<quint64>)> answer)
