@@ -25,20 +25,14 @@ private:
     QTemporaryDir m_dir;
     int m_stores = 0;
 
-    // The controller's windows over a store of their own.
-    struct Windows
+    std::unique_ptr<StorageManager> newStore(const QString &apiKey)
     {
-        explicit Windows(const QString &path, const QString &apiKey)
-            : storage(path, u"http://127.0.0.1:9/api/v1"_s) // the discard port: no service reached
-        {
-            storage.setApiKey(apiKey);
-        }
-        StorageManager storage;
-        Platform platform = makePlatform();
-        UpdateService updates { storage, {} };
-        AppWindows windows { storage, updates, platform.workspace.get() };
-    };
-    QString newPath() { return m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)); }
+        // Nothing listens on the discard port: nothing here may reach a service.
+        auto storage = std::make_unique<StorageManager>(
+            m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)), u"http://127.0.0.1:9/api/v1"_s);
+        storage->setApiKey(apiKey);
+        return storage;
+    }
 
     static int windowsTitled(const QString &title)
     {
@@ -57,8 +51,10 @@ private Q_SLOTS:
 
     void settingsTwice()
     {
-        Windows app(newPath(), u"k"_s);
-        AppWindows &windows = app.windows;
+        auto storage = newStore(u"k"_s);
+        Platform platform = makePlatform();
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get());
 
         windows.showSettings();
         QQuickWindow *settings = windows.settingsWindow();
@@ -93,8 +89,10 @@ private Q_SLOTS:
     {
         QFETCH(QString, apiKey);
         QFETCH(bool, settingsOpens);
-        Windows app(newPath(), apiKey);
-        AppWindows &windows = app.windows;
+        auto storage = newStore(apiKey);
+        Platform platform = makePlatform();
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get());
 
         windows.showOnboarding();
         QQuickWindow *onboarding = windows.onboardingWindow();
@@ -112,7 +110,7 @@ private Q_SLOTS:
         // The window stays for a moment after completion, then goes for good.
         QCOMPARE(windows.onboardingWindow(), onboarding);
         QTRY_VERIFY_WITH_TIMEOUT(!windows.onboardingWindow(), 2000);
-        QCOMPARE(app.storage.examples(), QStringList { u"my words"_s });
+        QCOMPARE(storage->examples(), QStringList { u"my words"_s });
 
         if (settingsOpens) {
             QQuickWindow *settings = windows.settingsWindow();
