@@ -10,6 +10,8 @@
 #include <QElapsedTimer>
 #include <QLoggingCategory>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcAtspi, "tessary.platform.atspi", QtInfoMsg)
@@ -239,21 +241,23 @@ void AtspiAccessibility::pidOf(const QString &busName, std::function<void(std::o
 
 void AtspiAccessibility::lastFocusedApplication(std::function<void(std::optional<quint32> pid)> done)
 {
-    firstOtherApplication(m_focusOrder, [this, done = std::move(done)](std::optional<quint32> pid) {
-        if (pid) {
-            done(pid);
-            return;
-        }
-        // No focus has moved since we started: the application whose window is active.
-        call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
-            [this, done](const std::optional<QDBusMessage> &apps) {
-                QList<Element> elements;
-                for (const ObjectReference &app :
-                    apps ? readReferences(apps->arguments().value(0)) : QList<ObjectReference>())
-                    elements.append({ app.service, app.path.path() });
-                applicationWithActiveWindow(elements, done);
-            });
-    });
+    // Only a window that is active counts: an application off the bus may be in front,
+    // and the one that last reported a focus must not be taken for it. Those that did
+    // report one are asked first.
+    call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
+        [this, done = std::move(done)](const std::optional<QDBusMessage> &apps) {
+            QList<Element> elements;
+            for (const ObjectReference &app :
+                apps ? readReferences(apps->arguments().value(0)) : QList<ObjectReference>())
+                elements.append({ app.service, app.path.path() });
+            const auto recency = [this](const Element &app) {
+                const qsizetype at = m_focusOrder.indexOf(app.service);
+                return at < 0 ? m_focusOrder.size() : at;
+            };
+            std::stable_sort(elements.begin(), elements.end(),
+                [&recency](const Element &a, const Element &b) { return recency(a) < recency(b); });
+            applicationWithActiveWindow(elements, done);
+        });
 }
 
 void AtspiAccessibility::applicationWithActiveWindow(
@@ -297,22 +301,6 @@ void AtspiAccessibility::anyActive(QList<Element> windows, std::function<void(bo
             done(true);
         else
             anyActive(windows, done);
-    });
-}
-
-void AtspiAccessibility::firstOtherApplication(
-    QStringList services, std::function<void(std::optional<quint32>)> done)
-{
-    if (services.isEmpty()) {
-        done(std::nullopt);
-        return;
-    }
-    const QString service = services.takeFirst();
-    pidOf(service, [this, services, done = std::move(done)](std::optional<quint32> pid) mutable {
-        if (pid && *pid != quint32(QCoreApplication::applicationPid()))
-            done(pid);
-        else
-            firstOtherApplication(services, std::move(done));
     });
 }
 

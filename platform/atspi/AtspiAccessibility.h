@@ -27,7 +27,8 @@ public:
     void selectedText(const Element &element, std::function<void(std::optional<QString>)> done) override;
     void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
 
-    // The process whose element last took the keyboard focus, Tessary itself left out.
+    // The process whose window is active, Tessary itself left out; none when the window
+    // in front belongs to an application off the bus.
     void lastFocusedApplication(std::function<void(std::optional<quint32> pid)> done);
 
 private Q_SLOTS:
@@ -49,7 +50,6 @@ private:
     void call(const Element &element, const QString &interface, const QString &method,
         const QVariantList &arguments, Reply answer);
     void pidOf(const QString &busName, std::function<void(std::optional<quint32>)> answer);
-    void firstOtherApplication(QStringList services, std::function<void(std::optional<quint32>)> done);
     void applicationWithActiveWindow(QList<Element> apps, std::function<void(std::optional<quint32>)> done);
     void anyActive(QList<Element> windows, std::function<void(bool active)> done);
     void states(const Element &element, std::function<void(std::optional<quint64>)> answer);

@@ -5,8 +5,8 @@
 class AtspiAccessibility;
 
 // The window in front where the desktop tells no client (GNOME and other Wayland
-// compositors without a protocol for it): the application whose element last took the
-// keyboard focus on the accessibility bus, leaving Tessary itself out.
+// compositors without a protocol for it): the application on the accessibility bus whose
+// window is active, leaving Tessary itself out.
 class AtspiWorkspace : public Workspace
 {
 public:
