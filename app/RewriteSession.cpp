@@ -29,6 +29,24 @@ RewriteSession::RewriteSession(const Capture &capture, const Services &services,
     // Replace goes on after the popup has closed, through this session: it must stay
     // until the text is written or copied.
     connect(viewModel(), &PopupViewModel::replaceStarted, this, [this] { ++m_replacing; });
+    if (m_target.method == CaptureTarget::Method::Copied)
+        waitForCopiedText();
+}
+
+void RewriteSession::waitForCopiedText()
+{
+    refuse(tr("This application does not share its selection on this desktop: copy the text "
+              "(Ctrl+C), and it is rewritten here."));
+    // The clipboard reaches a window only while it has the keyboard: look when the popup
+    // gets it, and again whenever the user copies while it is open.
+    const auto look = [this] {
+        const QString copied = QGuiApplication::clipboard()->text();
+        if (!copied.isEmpty() && viewModel()->originalText().isEmpty())
+            viewModel()->takeText(copied);
+    };
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, look);
+    if (QQuickWindow *window = m_popup->window())
+        connect(window, &QWindow::activeChanged, this, look);
 }
 
 RewriteSession::~RewriteSession() = default;
@@ -117,6 +135,11 @@ void RewriteSession::checkReplace(std::function<void(const QString &refusal)> do
     if (m_target.method == CaptureTarget::Method::Primary) {
         done(tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with "
                 "Ctrl+Shift+V."));
+        return;
+    }
+    if (m_target.method == CaptureTarget::Method::Copied) {
+        done(tr("This desktop lets no program type into another: the rewrite is on the clipboard, paste "
+                "it with Ctrl+V."));
         return;
     }
     m_textAccess.isStillSelected(m_target, [name = nameOrUnknown(m_target.application), done](bool selected) {

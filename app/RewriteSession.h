@@ -59,6 +59,7 @@ Q_SIGNALS:
 
 private:
     void replaceDone();
+    void waitForCopiedText();
 
     const CaptureTarget m_target;
     AccessibilityHelper &m_textAccess;

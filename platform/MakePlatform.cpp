@@ -36,6 +36,7 @@ public:
         if (posted)
             posted();
     }
+    bool canType() const override { return false; }
 };
 
 } // namespace

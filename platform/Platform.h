@@ -99,6 +99,8 @@ public:
     // Types keyCode with exactly the given modifiers into the frontmost window, once
     // the keys the user is still holding are up; posted is called after the key-up.
     virtual void post(int keyCode, quint64 flags, std::function<void()> posted) = 0;
+    // false where this desktop lets no program type into another one.
+    virtual bool canType() const { return true; }
 };
 
 // Keyboard shortcut grabbed for the whole desktop. The handler gets every key-down of

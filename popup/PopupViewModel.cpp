@@ -232,6 +232,14 @@ void PopupViewModel::replace()
     replace([this] { Q_EMIT closeRequested(); });
 }
 
+void PopupViewModel::takeText(const QString &text)
+{
+    m_originalText = text;
+    Q_EMIT originalTextChanged();
+    setState(State::Loading);
+    run();
+}
+
 void PopupViewModel::showNotice(const QString &message)
 {
     stop();

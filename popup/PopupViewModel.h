@@ -32,9 +32,9 @@ class PopupViewModel : public QObject
     Q_PROPERTY(QString message READ message NOTIFY stateChanged)
     Q_PROPERTY(QString resultText READ resultText NOTIFY resultTextChanged)
     Q_PROPERTY(QString selectedTone READ selectedTone NOTIFY selectedToneChanged)
-    Q_PROPERTY(QString originalText READ originalText CONSTANT)
+    Q_PROPERTY(QString originalText READ originalText NOTIFY originalTextChanged)
     // The start of the captured text: all a view shows, or names for a screen reader.
-    Q_PROPERTY(QString originalPreview READ originalPreview CONSTANT)
+    Q_PROPERTY(QString originalPreview READ originalPreview NOTIFY originalTextChanged)
     Q_PROPERTY(QStringList tones READ tones CONSTANT)
     // No fragment for a while although the reply is not over.
     Q_PROPERTY(bool stalled READ isStalled NOTIFY actionsChanged)
@@ -91,11 +91,14 @@ public:
     Q_INVOKABLE void replace();
     // Nothing will be rewritten here; the popup shows why.
     void showNotice(const QString &message);
+    // The text arrived after the popup opened (what the user copied): rewrite it now.
+    void takeText(const QString &text);
     // Stops the running request, if any, without a word: the rewrite is over.
     void stop();
 
 Q_SIGNALS:
     void stateChanged();
+    void originalTextChanged();
     void resultTextChanged();
     void selectedToneChanged();
     void actionsChanged();
@@ -109,7 +112,7 @@ private:
     void appendFragment(const QString &fragment);
     void setStalled(bool stalled);
 
-    const QString m_originalText;
+    QString m_originalText;
     Rewriter &m_rewriter;
     PopupHost *m_host;
     State m_state = State::Loading;

@@ -162,6 +162,10 @@ void AccessibilityHelper::selectedTextViaPrimary(const RunningApplication &app)
 
 void AccessibilityHelper::selectedTextViaClipboard(const std::optional<RunningApplication> &app)
 {
+    if (!m_keySynth.canType()) {
+        finishCapture({ std::nullopt, { CaptureTarget::Method::Copied, app, std::nullopt, {} } });
+        return;
+    }
     m_captureTarget = { CaptureTarget::Method::Clipboard, app, std::nullopt, {} };
     // A holder of the clipboard that does not answer in time cannot have it saved: it
     // would not hand it over later either.

@@ -15,6 +15,9 @@ struct CaptureTarget
         Clipboard, // a synthesized copy; replaced by a synthesized paste
         Primary, // a terminal's PRIMARY selection; never typed into, so Replace copies
         Handed, // handed over D-Bus; replaced only where that text is still selected
+        // Where no key can be typed nor the clipboard read from the background, the popup
+        // takes what the user copied once it has the keyboard; Replace copies.
+        Copied,
     };
 
     Method method = Method::None;

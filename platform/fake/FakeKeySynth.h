@@ -20,6 +20,9 @@ public:
     QList<Key> keys;
     std::function<void(int keyCode, quint64 flags)> onPost;
     bool holdPosts = false;
+    bool typing = true; // false: a desktop that lets no program type into another
+
+    bool canType() const override { return typing; }
 
     void post(int keyCode, quint64 flags, std::function<void()> posted) override;
     void finishPosts();
