@@ -51,12 +51,6 @@ struct Desk
     }
 
     PopupViewModel *model() const { return sessions.session() ? sessions.session()->viewModel() : nullptr; }
-    // The popup's first request goes out when its window comes on screen.
-    void finishRewrite(const QString &result)
-    {
-        rewriter.token(result);
-        rewriter.complete();
-    }
 };
 
 int countLines(const QStringList &lines, const QString &start)
@@ -112,7 +106,7 @@ private Q_SLOTS:
         QCOMPARE(desk.model()->originalText(), u"two"_s);
 
         desk.rewriter.requests.first().handle->token(u"stale"_s);
-        desk.finishRewrite(u"new"_s);
+        desk.rewriter.finish(u"new"_s);
         QCOMPARE(desk.model()->resultText(), u"new"_s);
         QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
     }
@@ -167,6 +161,31 @@ private Q_SLOTS:
         }
     }
 
+    // Where no program may type into another and the selection is not on the bus, the
+    // popup rewrites what the user copies while it is open, and Replace only copies.
+    void copiedTextWhereNoKeyCanBeTyped()
+    {
+        Desk desk { QString() };
+        desk.keys.typing = false;
+        QGuiApplication::clipboard()->clear();
+        desk.sessions.triggerHumanize();
+        QTRY_VERIFY(desk.model());
+        QCOMPARE(desk.model()->state(), PopupViewModel::State::Notice);
+        QVERIFY(desk.model()->message().contains(u"Ctrl+C"_s));
+        QVERIFY(desk.keys.keys.isEmpty());
+
+        QGuiApplication::clipboard()->setText(u"copied words"_s);
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        QCOMPARE(desk.rewriter.last().text, u"copied words"_s);
+        desk.rewriter.token(u"Hi there"_s);
+        desk.rewriter.complete();
+        desk.model()->replace();
+        QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
+        QVERIFY(desk.accessibility.written.isEmpty());
+        QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
+        QVERIFY(desk.model()->note().contains(u"Ctrl+V"_s));
+    }
+
     void replaceWritesOnlyWhereTheTextCameFrom_data()
     {
         QTest::addColumn<bool>("handed");
@@ -201,7 +220,7 @@ private Q_SLOTS:
         else
             desk.sessions.triggerHumanize();
         QTRY_COMPARE(desk.rewriter.requests.size(), 1);
-        desk.finishRewrite(u"Hi there"_s);
+        desk.rewriter.finish(u"Hi there"_s);
 
         desk.accessibility.selection = selectedAtReplace;
         desk.workspace.frontmost = std::nullopt; // the popup has the focus

@@ -30,5 +30,10 @@ public:
     Request &last() { return requests.last(); }
     void token(const QString &fragment) { last().handle->token(fragment); }
     void complete() { last().handle->complete(); }
+    void finish(const QString &result)
+    {
+        token(result);
+        complete();
+    }
     void error(const QString &message) { last().handle->fail(message); }
 };

@@ -229,8 +229,7 @@ private Q_SLOTS:
         QCOMPARE(rewriter.requests.size(), 2);
         QCOMPARE(rewriter.requests.first().handle->outcome(), RewriteRequest::Outcome::Cancelled);
         QVERIFY(!vm.isStalled());
-        rewriter.token(u"new"_s);
-        rewriter.complete();
+        rewriter.finish(u"new"_s);
         QVERIFY(!vm.isStalled());
         QCOMPARE(vm.resultText(), u"new"_s);
     }
@@ -260,8 +259,7 @@ private Q_SLOTS:
         host.returnSucceeds = returnSucceeds;
         auto vm = std::make_unique<PopupViewModel>(u"text"_s, rewriter, &host);
         vm->run();
-        rewriter.token(u"👍🏽 done"_s);
-        rewriter.complete();
+        rewriter.finish(u"👍🏽 done"_s);
 
         bool closed = false;
         if (action == u"copy"_s) {

@@ -40,7 +40,7 @@ private Q_SLOTS:
     void windowBuiltAheadShowsItsOwnPopup();
 
 private:
-    void open(const QString &text);
+    void open(const QString &text, bool active = false);
     QQuickItem *item(const char *name) const;
     void click(QQuickItem *item);
 
@@ -65,12 +65,16 @@ void TestPopupView::cleanup()
     m_popup.reset();
 }
 
-void TestPopupView::open(const QString &text)
+void TestPopupView::open(const QString &text, bool active)
 {
     m_popup = std::make_unique<PopupWindowController>(text, m_rewriter, &m_host, *m_engine);
     QVERIFY(m_popup->window());
     m_popup->showWindow();
     QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
+    if (active) {
+        m_popup->window()->requestActivate();
+        QTRY_VERIFY(m_popup->window()->isActive());
+    }
 }
 
 QQuickItem *TestPopupView::item(const char *name) const
@@ -193,8 +197,7 @@ void TestPopupView::chipsSendTheirToneInLowerCase()
 void TestPopupView::copyConfirmsForAWhile()
 {
     open(sample);
-    m_rewriter.token(u"Result"_s);
-    m_rewriter.complete();
+    m_rewriter.finish(u"Result"_s);
     QQuickItem *copy = item("copyButton");
     QQuickItem *view = copy;
     while (view && !view->property("copiedFor").isValid())
@@ -219,8 +222,7 @@ void TestPopupView::longOriginalIsCutToFourLines()
     QVERIFY(original->property("truncated").toBool());
 
     // The result is never cut: it grows and the page scrolls.
-    m_rewriter.token(longText);
-    m_rewriter.complete();
+    m_rewriter.finish(longText);
     QTRY_VERIFY(item("resultText")->height() > 12 * 13);
 }
 
@@ -245,37 +247,29 @@ void TestPopupView::streamedTextReachesTheScreen()
 
 void TestPopupView::keyboard()
 {
-    open(sample);
+    open(sample, true);
     QQuickWindow *window = m_popup->window();
-    window->requestActivate();
-    QTRY_VERIFY(window->isActive());
 
     // Ctrl+Enter does nothing while busy ...
     QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
     QVERIFY(window->isVisible());
     // ... and replaces once there is a result.
-    m_rewriter.token(u"Result"_s);
-    m_rewriter.complete();
+    m_rewriter.finish(u"Result"_s);
     QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
     QTRY_VERIFY(!window->isVisible());
     QTRY_COMPARE(m_host.calls, (QStringList { u"return"_s, u"replace Result"_s }));
 
-    open(sample);
-    m_popup->window()->requestActivate();
-    QTRY_VERIFY(m_popup->window()->isActive());
+    open(sample, true);
     QTest::keyClick(m_popup->window(), Qt::Key_Escape);
     QTRY_VERIFY(!m_popup->window()->isVisible());
 }
 
 void TestPopupView::ctrlCCopiesTheSelectedPartOfTheResult()
 {
-    open(sample);
-    m_rewriter.token(u"Please send the report by Friday."_s);
-    m_rewriter.complete();
+    open(sample, true);
+    m_rewriter.finish(u"Please send the report by Friday."_s);
     QQuickItem *result = item("resultText");
     QTRY_COMPARE(result->property("text").toString(), u"Please send the report by Friday."_s);
-    m_popup->window()->requestActivate();
-    QTRY_VERIFY(m_popup->window()->isActive());
     result->forceActiveFocus();
     QMetaObject::invokeMethod(result, "select", Q_ARG(int, 7), Q_ARG(int, 22));
     QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
