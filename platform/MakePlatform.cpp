@@ -10,6 +10,8 @@
 #include "portal/PortalKeySynth.h"
 #include "wayland/DataControlPasteboard.h"
 #include "wlroots/CompositorBinding.h"
+#include "wlroots/SwayWorkspace.h"
+#include "wlroots/VirtualKeyboardKeySynth.h"
 #include "x11/KeyboardGrab.h"
 #include "x11/X11KeySynth.h"
 #include "x11/X11PrimarySelection.h"
@@ -104,6 +106,8 @@ Platform makePlatform()
         platform.workspace = std::make_unique<X11Workspace>(x11);
     else if (plan.desktop == BackendPlan::Desktop::Plasma)
         platform.workspace = std::make_unique<KWinWorkspace>();
+    else if (plan.placement == BackendPlan::Placement::Swaymsg && !qEnvironmentVariableIsEmpty("SWAYSOCK"))
+        platform.workspace = std::make_unique<SwayWorkspace>();
     else
         platform.workspace = std::make_unique<AtspiWorkspace>(*accessibility);
 
@@ -125,7 +129,9 @@ Platform makePlatform()
         platform.keySynth = std::make_unique<X11KeySynth>(x11);
     else if (plan.keySynthesis == BackendPlan::KeySynthesis::RemoteDesktop && backgroundClipboard)
         platform.keySynth = std::make_unique<PortalKeySynth>();
-    else
+    else if (plan.keySynthesis == BackendPlan::KeySynthesis::VirtualKeyboard && backgroundClipboard)
+        platform.keySynth = VirtualKeyboardKeySynth::open();
+    if (!platform.keySynth)
         platform.keySynth = std::make_unique<NoKeySynth>();
     return platform;
 }

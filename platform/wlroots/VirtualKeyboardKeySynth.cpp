@@ -148,14 +148,17 @@ VirtualKeyboardKeySynth::~VirtualKeyboardKeySynth()
 
 void VirtualKeyboardKeySynth::post(int keyCode, quint64 flags, std::function<void()> posted)
 {
-    const int code = evdevCode(keyCode);
-    if (code != 0) {
-        const QList<int> held = heldCodes(flags);
-        for (int modifier : held)
+    type(evdevCode(keyCode), heldCodes(flags), std::move(posted));
+}
+
+void VirtualKeyboardKeySynth::type(int evdevCode, const QList<int> &heldCodes, std::function<void()> posted)
+{
+    if (evdevCode != 0) {
+        for (int modifier : heldCodes)
             send(modifier, true);
-        send(code, true);
-        send(code, false);
-        for (auto it = held.crbegin(); it != held.crend(); ++it)
+        send(evdevCode, true);
+        send(evdevCode, false);
+        for (auto it = heldCodes.crbegin(); it != heldCodes.crend(); ++it)
             send(*it, false);
     }
 

@@ -2,6 +2,7 @@
 
 #include "Platform.h"
 
+#include <QList>
 #include <QObject>
 
 #include <deque>
@@ -28,6 +29,9 @@ public:
     ~VirtualKeyboardKeySynth() override;
 
     void post(int keyCode, quint64 flags, std::function<void()> posted) override;
+    // Any key by its evdev code (KEY_ENTER), with the modifier keys held around it
+    // (KEY_LEFTCTRL); posted runs once the compositor has handled them.
+    void type(int evdevCode, const QList<int> &heldCodes, std::function<void()> posted = {});
 
 private:
     VirtualKeyboardKeySynth(std::unique_ptr<WaylandConnection> connection, zwp_virtual_keyboard_v1 *keyboard,
