@@ -1,13 +1,12 @@
 #include "PortalKeySynth.h"
 
 #include "PortalRequest.h"
+#include "wayland/EvdevKeys.h"
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QLoggingCategory>
-
-#include <linux/input-event-codes.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,33 +18,6 @@ const QString portalPath = u"/org/freedesktop/portal/desktop"_s;
 const QString remoteDesktop = u"org.freedesktop.portal.RemoteDesktop"_s;
 constexpr uint keyboardDevice = 1;
 constexpr int keyReplyDeadlineMs = 1000;
-
-int evdevCode(int keyCode)
-{
-    switch (keyCode) {
-    case Keys::C:
-        return KEY_C;
-    case Keys::V:
-        return KEY_V;
-    case Keys::H:
-        return KEY_H;
-    default:
-        return 0;
-    }
-}
-
-// The modifiers to hold, in the order they go down. Copy and paste are Ctrl here.
-QList<int> modifierCodes(quint64 flags)
-{
-    QList<int> codes;
-    if (flags & (Keys::Control | Keys::Super))
-        codes << KEY_LEFTCTRL;
-    if (flags & Keys::Shift)
-        codes << KEY_LEFTSHIFT;
-    if (flags & Keys::Alt)
-        codes << KEY_LEFTALT;
-    return codes;
-}
 } // namespace
 
 PortalKeySynth::PortalKeySynth(QDBusConnection bus, QObject *parent)
@@ -124,10 +96,10 @@ void PortalKeySynth::drain()
 
 void PortalKeySynth::queueKeys(const Press &press)
 {
-    const int code = evdevCode(press.keyCode);
+    const int code = EvdevKeys::code(press.keyCode);
     if (code == 0)
         return;
-    const QList<int> modifiers = modifierCodes(press.flags);
+    const QList<int> modifiers = EvdevKeys::modifiers(press.flags);
     for (int modifier : modifiers)
         m_keys.emplace_back(modifier, true);
     m_keys.emplace_back(code, true);

@@ -1,6 +1,7 @@
 #include "VirtualKeyboardKeySynth.h"
 
 #include "virtual-keyboard-unstable-v1-client-protocol.h"
+#include "wayland/EvdevKeys.h"
 #include "wayland/WaylandConnection.h"
 
 #include <QDeadlineTimer>
@@ -9,7 +10,6 @@
 
 #include <cstring>
 #include <fcntl.h>
-#include <linux/input-event-codes.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <wayland-client.h>
@@ -23,33 +23,6 @@ Q_LOGGING_CATEGORY(lcVirtualKeys, "tessary.platform.keys")
 constexpr int confirmDeadlineMs = 1000;
 // xkbcommon numbers keys as X does: the evdev code plus 8.
 constexpr int xkbOffset = 8;
-
-int evdevCode(int keyCode)
-{
-    switch (keyCode) {
-    case Keys::C:
-        return KEY_C;
-    case Keys::V:
-        return KEY_V;
-    case Keys::H:
-        return KEY_H;
-    default:
-        return 0;
-    }
-}
-
-// The modifiers to hold, in the order they go down; copy and paste are Ctrl on Linux.
-QList<int> heldCodes(quint64 flags)
-{
-    QList<int> codes;
-    if (flags & (Keys::Control | Keys::Super))
-        codes << KEY_LEFTCTRL;
-    if (flags & Keys::Shift)
-        codes << KEY_LEFTSHIFT;
-    if (flags & Keys::Alt)
-        codes << KEY_LEFTALT;
-    return codes;
-}
 
 // The compositor maps the keymap from a file; a sealed memory file costs no disk.
 int keymapFile(const char *text, size_t size)
@@ -148,7 +121,7 @@ VirtualKeyboardKeySynth::~VirtualKeyboardKeySynth()
 
 void VirtualKeyboardKeySynth::post(int keyCode, quint64 flags, std::function<void()> posted)
 {
-    type(evdevCode(keyCode), heldCodes(flags), std::move(posted));
+    type(EvdevKeys::code(keyCode), EvdevKeys::modifiers(flags), std::move(posted));
 }
 
 void VirtualKeyboardKeySynth::type(int evdevCode, const QList<int> &heldCodes, std::function<void()> posted)
