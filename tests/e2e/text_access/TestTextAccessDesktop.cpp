@@ -53,17 +53,11 @@ template<typename T, typename Start> std::optional<T> answerOf(Start start)
 // The program that owns the CLIPBOARD selection: whoever last put something there.
 xcb_window_t clipboardOwner()
 {
-    xcb_connection_t *connection = xcb_connect(nullptr, nullptr);
-    const char name[] = "CLIPBOARD";
-    xcb_intern_atom_reply_t *atom
-        = xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, sizeof(name) - 1, name), nullptr);
-    xcb_get_selection_owner_reply_t *owner = atom
-        ? xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr)
-        : nullptr;
+    const auto x11 = X11Connection::open();
+    auto *owner = xcb_get_selection_owner_reply(
+        x11->connection(), xcb_get_selection_owner(x11->connection(), x11->clipboardAtom()), nullptr);
     const xcb_window_t window = owner ? owner->owner : XCB_NONE;
     std::free(owner);
-    std::free(atom);
-    xcb_disconnect(connection);
     return window;
 }
 
@@ -331,6 +325,7 @@ void TestTextAccessDesktop::shortcut()
     const QByteArray userClipboard = "the user's own clipboard, before the shortcut";
     setClipboard(userClipboard);
     const xcb_window_t owner = clipboardOwner();
+    QVERIFY(owner != XCB_NONE);
 
     std::optional<Capture> captured;
     X11KeyboardGrab grab;
