@@ -3,7 +3,7 @@
 // for an editor off the accessibility bus, the copy or paste not typed or the user's
 // clipboard not given back.
 #include "AtspiClient.h"
-#include "FixtureServer.h"
+#include "EditorRoad.h"
 #include "PortalTypist.h"
 #include "kwin/KWinWorkspace.h"
 
@@ -11,28 +11,10 @@
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
-#include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-const QString paragraph = u"Keep this. Please rewrite this sentence now. Keep that."_s;
-const QString sentence = u"Please rewrite this sentence now."_s;
-const QString rewrite = u"A Wayland rewrite."_s;
-
-FixtureReply streamed(const FixtureRequest &)
-{
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    reply.body
-        = "data: {\"choices\":[{\"delta\":{\"content\":\"" + rewrite.toUtf8() + "\"}}]}\n\ndata: [DONE]\n\n";
-    return reply;
-}
-} // namespace
+using namespace EditorRoad;
 
 class TestWaylandRoad : public QObject
 {
@@ -49,9 +31,10 @@ private Q_SLOTS:
     void shortcutCaptureAndReplace()
     {
         QFETCH(bool, onAccessibilityBus);
+        const QString rewrite = u"A Wayland rewrite."_s;
         FixtureServer service;
         QVERIFY(service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        service.route("/api/v1/chat/completions", streamed);
+        service.route("/api/v1/chat/completions", streamed(rewrite));
         AtspiClient atspi;
         QVERIFY(atspi.connect());
         PortalTypist keys;
@@ -60,39 +43,18 @@ private Q_SLOTS:
         // Off the bus, the whole text is the selection: select-all is what a person types.
         const QString text = onAccessibilityBus ? paragraph : sentence;
         QTemporaryDir dir;
-        QFile file(dir.filePath(u"text.txt"_s));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(text.toUtf8());
-        file.close();
+        const QString file = dir.filePath(u"text.txt"_s);
+        QVERIFY(write(file, text.toUtf8()));
         QProcess editor;
         QProcessEnvironment editorEnv = QProcessEnvironment::systemEnvironment();
         if (!onAccessibilityBus)
             editorEnv.insert(u"NO_AT_BRIDGE"_s, u"1"_s);
         editor.setProcessEnvironment(editorEnv);
-        editor.start(u"mousepad"_s, { u"--disable-server"_s, file.fileName() });
+        editor.start(u"mousepad"_s, { u"--disable-server"_s, file });
 
-        // The user's clipboard: an image, which must be there again after Replace.
-        const QByteArray image = QByteArray::fromBase64("iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlE"
-                                                        "QVR42mP8z8DwHwAFBQIAX8jx0gAAAABJRU5ErkJggg==");
-        QProcess copy;
-        copy.start(u"wl-copy"_s, { u"--type"_s, u"image/png"_s });
-        copy.write(image);
-        copy.closeWriteChannel();
-        QVERIFY(copy.waitForFinished(5000));
-
-        QDir(dir.path()).mkpath(u"config/Tessary"_s);
-        QFile conf(dir.filePath(u"config/Tessary/Tessary.conf"_s));
-        QVERIFY(conf.open(QIODevice::WriteOnly));
-        conf.write("[General]\napi_key=e2e-key\nhumanize_examples=Hi all.\n");
-        conf.close();
-        QProcess program;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_CONFIG_HOME"_s, dir.filePath(u"config"_s));
-        program.setProcessEnvironment(env);
-        QString log;
-        connect(&program, &QProcess::readyReadStandardOutput, this,
-            [&] { log += QString::fromUtf8(program.readAllStandardOutput()); });
-        program.start(qEnvironmentVariable("TESSARY_BINARY_DIR") + u"/tests/tessary-e2e"_s);
+        run(u"wl-copy"_s, { u"--type"_s, u"image/png"_s }, image);
+        Tessary tessary(dir);
+        const QString &log = tessary.log;
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(u">>> LAUNCHED"_s), 15000);
 
         if (onAccessibilityBus) {
@@ -141,28 +103,12 @@ private Q_SLOTS:
         } else {
             QTRY_VERIFY2_WITH_TIMEOUT(log.contains(u"Clipboard restored"_s), qPrintable(log), 15000);
         }
-        QCOMPARE(clipboard(u"image/png"_s), image);
+        QCOMPARE(run(u"wl-paste"_s, { u"--no-newline"_s, u"--type"_s, u"image/png"_s }), image);
         keys.ctrl(KEY_S);
-        QTRY_COMPARE_WITH_TIMEOUT(contents(file.fileName()), replaced, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(contents(file), replaced, 10000);
 
-        program.terminate();
-        program.waitForFinished(5000);
         editor.kill();
         editor.waitForFinished();
-    }
-
-private:
-    static QByteArray clipboard(const QString &type)
-    {
-        QProcess paste;
-        paste.start(u"wl-paste"_s, { u"--no-newline"_s, u"--type"_s, type });
-        return paste.waitForFinished(5000) ? paste.readAllStandardOutput() : QByteArray();
-    }
-
-    static QString contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 };
 
