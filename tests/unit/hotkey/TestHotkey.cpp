@@ -75,10 +75,9 @@ void TestHotkey::keyEvents()
     QFETCH(Bits, bits);
     QFETCH(int, keycode);
     QFETCH(int, state);
-    QFETCH(bool, shortcut);
 
     const auto [keyCode, flags] = X11KeyboardGrab::translate(xcb_keycode_t(keycode), quint16(state), bits);
-    QCOMPARE(Shortcut::isHotkey(keyCode, flags), shortcut);
+    QTEST(Shortcut::isHotkey(keyCode, flags), "shortcut");
 }
 
 void TestHotkey::everyGrabbedStateIsTheShortcut_data()

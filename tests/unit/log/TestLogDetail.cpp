@@ -36,8 +36,7 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, environment);
         QFETCH(QString, stdoutDeviceInode);
-        QFETCH(bool, full);
-        QCOMPARE(Log::chooseDetail(environment, stdoutDeviceInode) == Log::Detail::Full, full);
+        QTEST(Log::chooseDetail(environment, stdoutDeviceInode) == Log::Detail::Full, "full");
     }
 
     void content_data()
@@ -54,9 +53,8 @@ private Q_SLOTS:
     {
         QFETCH(bool, full);
         QFETCH(QString, value);
-        QFETCH(QString, logged);
         Log::setDetail(full ? Log::Detail::Full : Log::Detail::Private);
-        QCOMPARE(Log::content(value), logged);
+        QTEST(Log::content(value), "logged");
         Log::setDetail(Log::Detail::Full);
     }
 };

@@ -141,7 +141,6 @@ private Q_SLOTS:
     void probe()
     {
         QFETCH(QStringList, servers);
-        QFETCH(QStringList, offered);
 
         std::vector<std::unique_ptr<FixtureServer>> running;
         QList<ModelProbe::Candidate> candidates;
@@ -165,7 +164,7 @@ private Q_SLOTS:
         QStringList seen;
         for (const ModelList &server : probe.found())
             seen.append(server.serverName + u": "_s + server.models.join(u','));
-        QCOMPARE(seen, offered);
+        QTEST(seen, "offered");
     }
 
     void candidatePorts_data()
@@ -182,11 +181,10 @@ private Q_SLOTS:
     void candidatePorts()
     {
         QFETCH(QString, ports);
-        QFETCH(QList<quint16>, probed);
         QList<quint16> seen;
         for (const ModelProbe::Candidate &candidate : ModelProbe::candidatesFrom(ports))
             seen.append(candidate.port);
-        QCOMPARE(seen, probed);
+        QTEST(seen, "probed");
     }
 };
 

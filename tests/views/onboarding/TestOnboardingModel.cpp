@@ -96,7 +96,6 @@ private Q_SLOTS:
     void steps()
     {
         QFETCH(QString, key);
-        QFETCH(QList<OnboardingModel::Step>, steps);
         StorageManager storage(newPath(), u"http://127.0.0.1:1/api/v1"_s);
         storage.setApiKey(key);
         OnboardingModel model(storage, std::chrono::milliseconds(10), {});
@@ -106,7 +105,7 @@ private Q_SLOTS:
             model.advance();
             seen.append(model.currentStep());
         }
-        QCOMPARE(seen, steps);
+        QTEST(seen, "steps");
         QCOMPARE(model.serviceUsable(), !key.isEmpty());
         storage.setModelBase(u"http://127.0.0.1:11434/v1"_s);
         storage.setModel(u"llama3.1"_s);
