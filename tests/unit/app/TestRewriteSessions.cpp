@@ -53,12 +53,6 @@ struct Desk
     PopupViewModel *model() const { return sessions.session() ? sessions.session()->viewModel() : nullptr; }
 };
 
-int countLines(const QStringList &lines, const QString &start)
-{
-    return int(std::count_if(
-        lines.begin(), lines.end(), [&](const QString &line) { return line.startsWith(start); }));
-}
-
 } // namespace
 
 class TestRewriteSessions : public QObject
@@ -83,7 +77,7 @@ private Q_SLOTS:
         const QStringList lines = capture.lines();
         capture.restore();
 
-        QCOMPARE(countLines(lines, u"🎯 [AppDelegate] Stored previous app: Mousepad"_s), 2);
+        QCOMPARE(lines.filter(u"🎯 [AppDelegate] Stored previous app: Mousepad"_s).size(), 2);
         QCOMPARE(desk.accessibility.focusQueries, 2);
     }
 
@@ -152,12 +146,12 @@ private Q_SLOTS:
             QCOMPARE(model->message(), RewriteSessions::tooLongMessage(length));
             QCOMPARE(model->originalText().size(), PopupViewModel::previewLength);
             QVERIFY(desk.rewriter.requests.isEmpty());
-            QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), 0);
+            QCOMPARE(lines.filter(u"🔧 [Service] Got text from service: "_s).size(), 0);
         } else {
             QCOMPARE(desk.rewriter.requests.size(), 1);
             QCOMPARE(desk.rewriter.last().text.size(), length);
             QCOMPARE(model->originalPreview().size(), PopupViewModel::previewLength + 1);
-            QCOMPARE(countLines(lines, u"🔧 [Service] Got text from service: "_s), handed ? 1 : 0);
+            QCOMPARE(lines.filter(u"🔧 [Service] Got text from service: "_s).size(), handed ? 1 : 0);
         }
     }
 
