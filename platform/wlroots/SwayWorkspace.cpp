@@ -22,6 +22,8 @@ constexpr quint32 runCommandType = 0;
 constexpr quint32 getTreeType = 4;
 // sway answers at once; a compositor that does not is treated as having no answer.
 constexpr int deadlineMs = 1000;
+constexpr int placeAttempts = 20;
+constexpr int placeRetryMs = 50;
 
 // The window with the keyboard focus: a leaf of the tree, tiled or floating.
 std::optional<QJsonObject> focusedWindow(const QJsonObject &node)
@@ -177,14 +179,27 @@ void SwayWorkspace::activateSelf(QWindow *window)
         return;
     const QString criteria = u"[pid=%1 title=\"%2\"]"_s.arg(QCoreApplication::applicationPid())
                                  .arg(titlePattern(window->title()));
-    const QString placement = u"floating enable, move position cursor, focus"_s;
-    // A window that appears later is placed by sway as it maps; ask before it exists.
+    // Floating from its first frame on: sway applies the rule as the window appears.
     if (!m_placedTitles.contains(window->title())) {
         m_placedTitles.insert(window->title());
-        runCommand(u"for_window %1 %2"_s.arg(criteria, placement));
+        runCommand(u"for_window %1 floating enable"_s.arg(criteria));
     }
-    // One that is on the screen already moves now.
-    runCommand(criteria + u' ' + placement);
     window->show();
     window->requestActivate();
+    place(criteria, placeAttempts);
+}
+
+// The window reaches sway some frames after show(): until then nothing matches, and the
+// placement is asked again a little later.
+void SwayWorkspace::place(const QString &criteria, int attemptsLeft)
+{
+    runCommand(criteria + u" floating enable, move position cursor, focus"_s,
+        [this, criteria, attemptsLeft](const QJsonDocument &reply) {
+            const bool matched = reply.array().first().toObject().value(u"success"_s).toBool();
+            if (!matched && attemptsLeft > 1)
+                QTimer::singleShot(placeRetryMs, this,
+                    [this, criteria, attemptsLeft] { place(criteria, attemptsLeft - 1); });
+            else if (!matched)
+                qCDebug(lcSway) << "sway did not place the window";
+        });
 }

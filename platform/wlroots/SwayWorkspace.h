@@ -31,6 +31,7 @@ private:
     using Reply = std::function<void(const QJsonDocument &)>;
     void ask(quint32 type, const QByteArray &payload, Reply reply);
     void runCommand(const QString &command, Reply reply = {});
+    void place(const QString &criteria, int attemptsLeft);
     void sendUnsent();
     void readReplies();
     void fail();
