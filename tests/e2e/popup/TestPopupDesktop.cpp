@@ -118,12 +118,8 @@ void TestPopupDesktop::pressOnce(const QString &name)
 // The rewrite requests only; the program also checks for updates on the same service.
 QList<FixtureRequest> TestPopupDesktop::rewrites() const
 {
-    QList<FixtureRequest> found;
-    const auto requests = m_server.requests();
-    for (const FixtureRequest &request : requests) {
-        if (request.path.endsWith("/chat/completions"))
-            found.append(request);
-    }
+    QList<FixtureRequest> found = m_server.requests();
+    found.removeIf([](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
     return found;
 }
 
