@@ -1,5 +1,7 @@
-// Faults: a first start that needs a file edited, a model server not offered, a keyboard
-// that cannot pick it, a first rewrite that does not reach the model or the editor.
+// Faults: a first start that needs a file edited or a token copied; a model server, service or
+// paired server not offered or not reached; a keyboard that cannot pick one or type the key;
+// a key kept in the settings file or a log; a first rewrite that misses the model or the editor.
+#include "ClosedPort.h"
 #include "DesktopFixture.h"
 #include "Replies.h"
 #include "Selection.h"
@@ -20,6 +22,10 @@ const QString paragraph = u"First words stay. Please rewrite this sentence now. 
 const QString sentence = u"Please rewrite this sentence now."_s;
 const QString rewrite = u"A rewrite from the local model."_s;
 
+// Where the first rewrite goes: a model server found on this computer, the hosted
+// service (the built-in address) with a key, or a tessary-server of this user's.
+enum class Road { LocalModel, HostedService, PairedServer };
+
 // What a local OpenAI-compatible model server answers: its one model, and a stream.
 FixtureReply modelList(const FixtureRequest &)
 {
@@ -34,6 +40,8 @@ FixtureReply completion(const FixtureRequest &)
     return eventStream(fragments);
 }
 
+const auto type = [](const QString &text) { run(u"xdotool"_s, { u"type"_s, u"--delay"_s, u"5"_s, text }); };
+
 } // namespace
 
 class TestFirstStart : public QObject
@@ -41,61 +49,113 @@ class TestFirstStart : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void pickTheLocalModelAndRewrite();
+    void firstRewrite_data();
+    void firstRewrite();
 };
 
-// A throw-away home with nothing in it, and only a stand-in model server on a port the
-// program searches: onboarding offers its model, the keyboard picks it and finishes,
-// and the first Ctrl+Alt+H in the editor streams a rewrite from it and replaces.
-void TestFirstStart::pickTheLocalModelAndRewrite()
+void TestFirstStart::firstRewrite_data()
 {
-    QVERIFY2(
-        QDBusConnection::sessionBus().isConnected(), "no session bus: run inside scripts/headless-session");
-    FixtureServer model;
-    QVERIFY(model.listen());
-    model.route("/v1/models", modelList);
-    model.route("/v1/chat/completions", completion);
+    QTest::addColumn<Road>("road");
+    QTest::addColumn<QString>("key"); // typed by the user; the bearer the service gets
+
+    QTest::newRow("local model server") << Road::LocalModel << QString();
+    QTest::newRow("hosted service with a key") << Road::HostedService << u"sk-e2e-first-start-4d7e21b9"_s;
+    QTest::newRow("paired tessary-server") << Road::PairedServer << QString();
+}
+
+// A throw-away home with nothing in it and one road to a model: the keyboard alone goes through
+// whatever the program asks, and the first Ctrl+Alt+H in the editor streams a rewrite and replaces.
+void TestFirstStart::firstRewrite()
+{
+    QFETCH(Road, road);
+    QFETCH(QString, key);
+    QVERIFY2(QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.freedesktop.secrets"_s),
+        "no session bus or keyring: run inside scripts/headless-session");
+    // One keyring serves every row: a key an earlier row stored would be sent instead of the token.
+    const QStringList keyEntry { u"server"_s, u"Tessary"_s, u"user"_s, u"api_key"_s };
+    QProcess::execute(u"secret-tool"_s, QStringList { u"clear"_s } + keyEntry);
+
+    // The hosted service and a paired server are found at the built-in address.
+    const auto servicePort = quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"));
+    FixtureServer stand;
+    QVERIFY(stand.listen(road == Road::HostedService ? servicePort : 0));
+    stand.route("/v1/models", modelList);
+    stand.route("/v1/chat/completions", completion);
+    stand.route("/api/v1/chat/completions", completion);
 
     Editor editor(paragraph, true);
     QVERIFY(editor.waitUntilActive());
 
-    TessaryProcess program({}, { u"TESSARY_LOCAL_MODEL_PORTS="_s + QString::number(model.port()) });
-    QVERIFY(program.start());
+    const quint16 searched = road == Road::LocalModel ? stand.port() : closedPort();
+    TessaryProcess program(
+        {}, { u"TESSARY_LOCAL_MODEL_PORTS="_s + QString::number(searched), u"TESSARY_LOG=full"_s });
+    program.setProcessChannelMode(QProcess::MergedChannels); // all it prints is searched for the key
     const QString &log = program.log;
     const auto settingsText = [&program] {
         QFile file(program.path(u"Tessary/Tessary.conf"_s));
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     };
 
-    // Nothing is chosen: the welcome window opens in front, and the keyboard does the rest.
-    QTRY_VERIFY_WITH_TIMEOUT(windowPid(activeWindow()) == program.processId(), 15000);
-    keys({ u"Return"_s, u"m"_s, u"y"_s, u"space"_s, u"w"_s, u"o"_s, u"r"_s, u"d"_s, u"s"_s,
-        u"ctrl+Return"_s });
-    // The model page takes the first model found as soon as the search has answered.
-    QTRY_VERIFY2_WITH_TIMEOUT(settingsText().contains(u"model=stand-in-7b"_s), qPrintable(log), 15000);
-    QVERIFY(settingsText().contains(u"provider=local"_s));
-    keys({ u"Return"_s });
+    // The companion server set up by its user in the same home, relaying to the stand-in.
+    QProcess server;
+    if (road == Road::PairedServer) {
+        server.setProcessEnvironment(program.processEnvironment());
+        server.setProcessChannelMode(QProcess::MergedChannels);
+        server.start(QStringLiteral(TESSARY_SERVER_PATH),
+            { u"--port=%1"_s.arg(servicePort), u"--upstream-url="_s + stand.url("/v1").toString(),
+                u"--model=stand-in-7b"_s });
+        QByteArray said;
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            (said += server.readAll()).contains("listening on"), said.constData(), 10000);
+    }
+
+    QVERIFY(program.start());
     QTRY_VERIFY2_WITH_TIMEOUT(
-        settingsText().contains(u"humanize_examples=my words"_s), qPrintable(settingsText()), 10000);
+        log.contains(u"StorageManager.shared.examples.isEmpty"_s), qPrintable(log), 10000);
+    if (road != Road::PairedServer) {
+        // Nothing usable is chosen: the welcome window opens in front, and the keyboard does the rest.
+        QTRY_VERIFY_WITH_TIMEOUT(windowPid(activeWindow()) == program.processId(), 15000);
+        keys({ u"Return"_s });
+        type(u"my words"_s);
+        keys({ u"ctrl+Return"_s });
+        // The model page takes the first model found as soon as the search has answered.
+        if (road == Road::LocalModel) {
+            QTRY_VERIFY2_WITH_TIMEOUT(
+                settingsText().contains(u"model=stand-in-7b"_s), qPrintable(log), 15000);
+            QVERIFY(settingsText().contains(u"provider=local"_s));
+        }
+        // Return finishes; with no model found, Settings opens with the key field of the hosted service.
+        keys({ u"Return"_s });
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            settingsText().contains(u"humanize_examples=my words"_s), qPrintable(settingsText()), 10000);
+    }
+    if (road == Road::HostedService) {
+        QTRY_COMPARE_WITH_TIMEOUT(run(u"xdotool"_s, { u"getactivewindow"_s, u"getwindowname"_s }).trimmed(),
+            "Tessary — Settings", 15000);
+        type(key);
+        keys({ u"Return"_s });
+    }
 
     // The window goes and the editor is in front again; the first shortcut rewrites.
     QTRY_VERIFY_WITH_TIMEOUT(windowPid(activeWindow()) == editor.pid(), 10000);
     keys(keysSelecting(paragraph, sentence));
     keys({ u"ctrl+alt+h"_s });
-    const auto rewrites = [&model] {
-        QList<FixtureRequest> found;
-        for (const FixtureRequest &request : model.requests()) {
-            if (request.path == "/v1/chat/completions")
-                found.append(request);
-        }
-        return found;
+    const auto rewrites = [&stand] {
+        QList<FixtureRequest> all = stand.requests();
+        all.removeIf(
+            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
+        return all;
     };
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     const QJsonObject body = QJsonDocument::fromJson(rewrites().first().body).object();
-    QCOMPARE(body.value(u"model"_s).toString(), u"stand-in-7b"_s);
+    QCOMPARE(body.value(u"model"_s).toString(), road == Road::HostedService ? QString() : u"stand-in-7b"_s);
+    QCOMPARE(
+        rewrites().first().header("authorization"), key.isEmpty() ? QByteArray() : "Bearer " + key.toUtf8());
     const QJsonArray messages = body.value(u"messages"_s).toArray();
-    QVERIFY(messages.at(0).toObject().value(u"content"_s).toString().contains(u"my words"_s));
-    QCOMPARE(messages.at(1).toObject().value(u"content"_s).toString(), sentence);
+    QCOMPARE(messages.last().toObject().value(u"content"_s).toString(),
+        (road == Road::HostedService ? u"Rewrite this in my voice:\n\n"_s : QString()) + sentence);
+    // The sample typed in the welcome window goes along; the paired road opened none.
+    QCOMPARE(QJsonDocument(body).toJson().contains("my words"), road != Road::PairedServer);
 
     QTRY_VERIFY2_WITH_TIMEOUT(
         log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s), qPrintable(log), 10000);
@@ -105,6 +165,19 @@ void TestFirstStart::pickTheLocalModelAndRewrite()
     QString expected = paragraph;
     expected.replace(sentence, rewrite);
     QCOMPARE(editor.savedText(), expected);
+
+    // Once the program has ended, the key is in the keyring only: not on disk, not in the log.
+    for (QProcess *ending : { static_cast<QProcess *>(&program), &server }) {
+        ending->terminate();
+        QVERIFY(ending->state() == QProcess::NotRunning || ending->waitForFinished(5000));
+        QCOMPARE(ending->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(ending->exitCode(), 0);
+    }
+    if (!key.isEmpty()) {
+        QCOMPARE(QString::fromUtf8(run(u"secret-tool"_s, QStringList { u"lookup"_s } + keyEntry)), key);
+        QVERIFY2(!settingsText().contains(key), qPrintable(settingsText()));
+        QVERIFY2(!(log + QString::fromUtf8(program.readAll())).contains(key), qPrintable(log));
+    }
 }
 
 QTEST_MAIN(TestFirstStart)
