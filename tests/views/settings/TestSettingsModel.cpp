@@ -139,17 +139,6 @@ private Q_SLOTS:
         QTEST(f.opened, "opened");
     }
 
-    void lastChecked()
-    {
-        Fixture f(newPath(), m_dir.filePath(u"autostart"_s));
-        QCOMPARE(f.model.lastCheckedText(), QString());
-        QSignalSpy changed(&f.model, &SettingsModel::lastCheckedTextChanged);
-        f.storage.setLastVersionCheck(QDateTime(QDate(2026, 3, 14), QTime(15, 9)));
-        QCOMPARE(changed.size(), 1);
-        QVERIFY(f.model.lastCheckedText().startsWith(u"Last checked: "_s));
-        QVERIFY(f.model.lastCheckedText().contains(u"14"_s));
-    }
-
     void startAtLogin_data()
     {
         QTest::addColumn<bool>("writable");

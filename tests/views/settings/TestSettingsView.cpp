@@ -1,4 +1,5 @@
-// Faults: a control that does not write the store, wrong sample rows, Check usable while checking, no close.
+// Faults: a control that does not write the store, wrong sample rows, Check usable while checking, a wrong
+// last-check line, no close.
 #include "FakeDesktopShortcut.h"
 #include "QuickItems.h"
 #include "Replies.h"
@@ -169,9 +170,12 @@ private Q_SLOTS:
         QTRY_COMPARE(view->items(u"sampleEditor"_s).at(1)->property("text").toString(), u"c"_s);
     }
 
-    void checkButton()
+    // The update, shortcut, key and toggle controls, on one window.
+    void controls()
     {
-        auto view = makeView({});
+        FakeDesktopShortcut shortcut;
+        shortcut.error = u"Refused."_s;
+        auto view = makeView({}, {}, &shortcut);
         QSignalSpy requested(&view->model, &SettingsModel::updateCheckRequested);
         QQuickItem *check = view->item(u"checkForUpdates"_s);
         QCOMPARE(check->property("text").toString(), u"Check for Updates"_s);
@@ -190,16 +194,12 @@ private Q_SLOTS:
         QVERIFY(check->isEnabled());
         QVERIFY(view->item(u"updateBox"_s)->isVisible());
         QVERIFY(!view->item(u"lastChecked"_s)->isVisible());
-        view->storage.setLastVersionCheck(QDateTime::currentDateTime());
-        QVERIFY(view->item(u"lastChecked"_s)->isVisible());
-    }
+        view->storage.setLastVersionCheck(QDateTime(QDate(2026, 3, 14), QTime(15, 9)));
+        const QString lastChecked = view->item(u"lastChecked"_s)->property("text").toString();
+        QVERIFY2(lastChecked.startsWith(u"Last checked: "_s) && lastChecked.contains(u"14"_s),
+            qPrintable(lastChecked));
 
-    // Where the desktop runs Ctrl+Alt+H: the button is offered again after a refusal, then adds it.
-    void desktopShortcut()
-    {
-        FakeDesktopShortcut shortcut;
-        shortcut.error = u"Refused."_s;
-        auto view = makeView({}, {}, &shortcut);
+        // Where the desktop runs Ctrl+Alt+H: the button is offered again after a refusal, then adds it.
         QQuickItem *add = view->item(u"addShortcut"_s);
         QQuickItem *message = view->item(u"shortcutMessage"_s);
         view->click(add);
@@ -208,11 +208,7 @@ private Q_SLOTS:
         view->click(add);
         QCOMPARE(message->property("text").toString(), u"Ctrl+Alt+H is set up."_s);
         QVERIFY(!add->isVisible());
-    }
 
-    void togglesAndKey()
-    {
-        auto view = makeView({});
         view->storage.setUpdateCheckEnabled(false);
         view->click(view->item(u"autoCheck"_s));
         QVERIFY(view->storage.updateCheckEnabled());
