@@ -28,7 +28,6 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("stored");
 
         const QStringList before { u"old one"_s, u"old two"_s };
-        QTest::newRow("plain") << u"Hello there"_s << true << before + QStringList { u"Hello there"_s };
         QTest::newRow("blanks around are kept")
             << u"  hi\t "_s << true << before + QStringList { u"  hi\t "_s };
         QTest::newRow("empty") << QString() << false << before;
