@@ -98,47 +98,37 @@ private Q_SLOTS:
         QTest::addColumn<QList<qsizetype>>("splitAt");
         QTest::addColumn<QStringList>("calls");
 
+        const auto row = [](const char *name, const QByteArray &body, const QStringList &calls,
+                             int status = 200, const QList<qsizetype> &splitAt = {}) {
+            QTest::newRow(name) << status << body << splitAt << calls;
+        };
         const QStringList hello { u"token:Hel"_s, u"token:lo"_s, u"complete"_s };
         const QByteArray twoEvents = sse("Hel") + sse("lo") + "data: [DONE]\n\n";
-        QTest::newRow("one piece") << 200 << twoEvents << QList<qsizetype> {} << hello;
-        QTest::newRow("fragment cut inside its json")
-            << 200 << twoEvents << QList<qsizetype> { 20, 50 } << hello;
+        row("one piece", twoEvents, hello);
+        row("fragment cut inside its json", twoEvents, hello, 200, { 20, 50 });
         // "é" is C3 A9 and "🙂" F0 9F 99 82: cut inside both.
         const QByteArray multiByte = sse("caf\xc3\xa9 \xf0\x9f\x99\x82");
-        const qsizetype e = multiByte.indexOf('\xc3') + 1;
-        const qsizetype smile = multiByte.indexOf('\xf0') + 2;
-        QTest::newRow("multi-byte characters cut") << 200 << multiByte << QList<qsizetype> { e, smile }
-                                                   << QStringList { u"token:café 🙂"_s, u"complete"_s };
-        QTest::newRow("done ends nothing by itself")
-            << 200 << QByteArray("data: [DONE]\n" + sse("late")) << QList<qsizetype> {}
-            << QStringList { u"token:late"_s, u"complete"_s };
-
+        row("multi-byte characters cut", multiByte, { u"token:café 🙂"_s, u"complete"_s }, 200,
+            { multiByte.indexOf('\xc3') + 1, multiByte.indexOf('\xf0') + 2 });
+        row("done ends nothing by itself", "data: [DONE]\n" + sse("late"),
+            { u"token:late"_s, u"complete"_s });
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
-        QTest::newRow("whole-reply credential error")
-            << 401 << badKey << QList<qsizetype> { 10 }
-            << QStringList { u"error:Invalid API key. Please check your token in Settings."_s };
-        QTest::newRow("streamed credential error is passed on unchanged")
-            << 200 << QByteArray("data: " + badKey + "\n\n") << QList<qsizetype> {}
-            << QStringList { u"error:Invalid API key provided"_s };
+        row("whole-reply credential error", badKey,
+            { u"error:Invalid API key. Please check your token in Settings."_s }, 401, { 10 });
+        row("streamed credential error is passed on unchanged", "data: " + badKey + "\n\n",
+            { u"error:Invalid API key provided"_s });
         // One read: what it holds crosses to the main thread together, in its order.
-        QTest::newRow("streamed error between fragments")
-            << 200
-            << QByteArray(sse("Hi") + "data: {\"error\":{\"message\":\"overloaded\"}}\n" + sse("there"))
-            << QList<qsizetype> {} << QStringList { u"token:Hi"_s, u"error:overloaded"_s, u"token:there"_s };
-        QTest::newRow("error without message or type")
-            << 500 << QByteArray(R"({"error":{"code":1}})") << QList<qsizetype> {}
-            << QStringList { u"error:Unknown error occurred"_s };
-        QTest::newRow("error member that is a string is no error")
-            << 200 << QByteArray(R"({"error":"nope"})") << QList<qsizetype> {}
-            << QStringList { u"complete"_s };
-        QTest::newRow("error status, plain body")
-            << 502 << QByteArray("<html>upstream down</html>\n") << QList<qsizetype> {}
-            << QStringList { u"error:The service answered with HTTP 502 Bad Gateway."_s };
-        QTest::newRow("error status with fragments is a stream")
-            << 500 << sse("ok") << QList<qsizetype> {} << QStringList { u"token:ok"_s, u"complete"_s };
-        QTest::newRow("no body at all")
-            << 200 << QByteArray() << QList<qsizetype> {} << QStringList { noResponse };
+        row("streamed error between fragments",
+            sse("Hi") + "data: {\"error\":{\"message\":\"overloaded\"}}\n" + sse("there"),
+            { u"token:Hi"_s, u"error:overloaded"_s, u"token:there"_s });
+        row("error without message or type", R"({"error":{"code":1}})", { u"error:Unknown error occurred"_s },
+            500);
+        row("error member that is a string is no error", R"({"error":"nope"})", { u"complete"_s });
+        row("error status, plain body", "<html>upstream down</html>\n",
+            { u"error:The service answered with HTTP 502 Bad Gateway."_s }, 502);
+        row("error status with fragments is a stream", sse("ok"), { u"token:ok"_s, u"complete"_s }, 500);
+        row("no body at all", QByteArray(), { noResponse });
     }
 
     void replies()
@@ -202,7 +192,7 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QList<qsizetype>>("splitAt");
         QTest::addColumn<QStringList>("calls");
-        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<QStringList>("lines"); // between the first and the last ones
         QTest::addColumn<bool>("fromDesktop"); // the log may end up in the journal
 
         const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
@@ -211,8 +201,7 @@ private Q_SLOTS:
         const QStringList hiCalls { u"token:Hi"_s, u"complete"_s };
         QTest::newRow("started from the desktop: lengths, no words")
             << 200 << hi << QList<qsizetype> { 20 } << hiCalls
-            << received(200)
-                + QStringList {
+            << QStringList {
                       u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
                       u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
                       u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
@@ -223,12 +212,10 @@ private Q_SLOTS:
                       u"🏁 [StreamDelegate] Stream completed"_s,
                       u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
                   }
-                + succeeded
             << true;
         QTest::newRow("typical stream")
             << 200 << hi << QList<qsizetype> { 20 } << hiCalls
-            << received(200)
-                + QStringList {
+            << QStringList {
                       u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
                       u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
                       u"📄 [StreamDelegate] Processing line: data: "_s + json,
@@ -239,40 +226,34 @@ private Q_SLOTS:
                       u"🏁 [StreamDelegate] Stream completed"_s,
                       u"📄 [StreamDelegate] Processing line: "_s,
                   }
-                + succeeded
             << false;
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
         QTest::newRow("whole-reply credential error")
             << 401 << badKey << QList<qsizetype> {}
             << QStringList { u"error:Invalid API key. Please check your token in Settings."_s }
-            << received(401)
-                + QStringList {
+            << QStringList {
                       u"🔐 [StreamDelegate] Authentication error detected"_s,
                       u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
                       u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
                       "API key provided"_s,
                   }
-                + failed
             << false;
         QTest::newRow("streamed error")
             << 200 << QByteArray(R"(data: {"error":{"message":"overloaded"}})") << QList<qsizetype> {}
             << QStringList { u"error:overloaded"_s }
-            << received(200)
-                + QStringList {
+            << QStringList {
                       u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
                       u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
                       u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
                       u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
                   }
-                + failed
             << false;
         // Its lines are logged as they come, its data once it is whole, on one line.
         QTest::newRow("event over two data lines")
             << 200 << QByteArray("data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n")
             << QList<qsizetype> {} << hiCalls
-            << received(200)
-                + QStringList {
+            << QStringList {
                       u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
                       u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
                       u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
@@ -280,7 +261,6 @@ private Q_SLOTS:
                       u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
                       u"📝 [StreamDelegate] Token received: Hi"_s,
                   }
-                + succeeded
             << false;
     }
 
@@ -299,7 +279,8 @@ private Q_SLOTS:
         capture.restore(); // test failures are reported on stdout too
         Log::setDetail(Log::Detail::Full);
         QCOMPARE(actual, calls);
-        QCOMPARE(logged, lines);
+        QCOMPARE(
+            logged, received(status) + lines + (calls.last().startsWith(u"error:"_s) ? failed : succeeded));
     }
 
     void cancelEndsWithoutOutcome()
