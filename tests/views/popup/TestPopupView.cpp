@@ -32,11 +32,10 @@ private Q_SLOTS:
     void buttons_data();
     void buttons();
     void chipsSendTheirToneInLowerCase();
-    void copyConfirmsForAWhile();
     void longOriginalIsCutToFourLines();
     void streamedTextReachesTheScreen();
     void keyboard();
-    void ctrlCCopiesTheSelectedPartOfTheResult();
+    void copying();
     void windowBuiltAheadShowsItsOwnPopup();
 
 private:
@@ -186,23 +185,6 @@ void TestPopupView::chipsSendTheirToneInLowerCase()
     }
 }
 
-void TestPopupView::copyConfirmsForAWhile()
-{
-    open(sample);
-    m_rewriter.finish(u"Result"_s);
-    QQuickItem *copy = item("copyButton");
-    QQuickItem *view = copy;
-    while (view && !view->property("copiedFor").isValid())
-        view = view->parentItem();
-    QVERIFY(view);
-    QCOMPARE(view->property("copiedFor").toInt(), 1800);
-    view->setProperty("copiedFor", 200);
-    click(copy);
-    QCOMPARE(m_host.calls, QStringList { u"copy Result"_s });
-    QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
-    QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
-}
-
 void TestPopupView::longOriginalIsCutToFourLines()
 {
     QString longText;
@@ -256,7 +238,9 @@ void TestPopupView::keyboard()
     QTRY_VERIFY(!m_popup->window()->isVisible());
 }
 
-void TestPopupView::ctrlCCopiesTheSelectedPartOfTheResult()
+// Ctrl+C copies the part of the result selected, and the popup stays; Copy copies all of
+// it and says so for a while.
+void TestPopupView::copying()
 {
     open(sample, true);
     m_rewriter.finish(u"Please send the report by Friday."_s);
@@ -267,6 +251,18 @@ void TestPopupView::ctrlCCopiesTheSelectedPartOfTheResult()
     QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
     QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"send the report"_s);
     QVERIFY(m_popup->window()->isVisible());
+
+    QQuickItem *copy = item("copyButton");
+    QQuickItem *view = copy;
+    while (view && !view->property("copiedFor").isValid())
+        view = view->parentItem();
+    QVERIFY(view);
+    QCOMPARE(view->property("copiedFor").toInt(), 1800);
+    view->setProperty("copiedFor", 200);
+    click(copy);
+    QCOMPARE(m_host.calls, QStringList { u"copy Please send the report by Friday."_s });
+    QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
+    QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
 }
 
 // A window built ahead is handed the model of the popup it becomes before it is shown:
