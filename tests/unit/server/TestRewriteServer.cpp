@@ -265,39 +265,35 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("fragments");
         QTest::addColumn<QString>("message"); // contained in the error event's message
 
+        const auto row = [](const char *name, const QString &upstreamUrl, const UpstreamScript &script,
+                             const QString &message, const QStringList &fragments = {}) {
+            QTest::newRow(name) << upstreamUrl << script << fragments << message;
+        };
         const QString fixture = u"fixture"_s;
-        QTest::newRow("no upstream configured")
-            << QString() << UpstreamScript() << QStringList()
-            << u"No language model is configured for tessary-server: set upstream_url, for example "
-               "http://localhost:11434/v1 for Ollama."_s;
-        QTest::newRow("upstream not an http address")
-            << u"localhost:11434"_s << UpstreamScript() << QStringList()
-            << u"is not an http:// or https:// address"_s;
-        QTest::newRow("upstream unreachable")
-            << u"http://127.0.0.1:1/v1"_s << UpstreamScript() << QStringList()
-            << u"cannot reach the language model server at http://127.0.0.1:1/v1"_s;
-        QTest::newRow("upstream refuses its key given in the query")
-            << u"fixture?api-key=s3cret"_s
-            << UpstreamScript { .status = 401,
-                   .wholeBody = R"({"error":{"message":"Incorrect API key provided"}})" }
-            << QStringList() << u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s;
-        QTest::newRow("upstream error page")
-            << fixture << UpstreamScript { .status = 502, .wholeBody = "<html>bad gateway</html>" }
-            << QStringList() << u"answered HTTP 502."_s;
-        QTest::newRow("upstream error event after fragments")
-            << fixture
-            << UpstreamScript { .fragments = { u"Partial"_s },
-                   .errorEvent = R"({"error":{"message":"model overloaded"}})",
-                   .sendDone = false }
-            << QStringList { u"Partial"_s } << u"reported an error: model overloaded"_s;
-        QTest::newRow("upstream answers without text")
-            << fixture << UpstreamScript() << QStringList() << u"returned no text"_s;
-        QTest::newRow("upstream line without an end")
-            << fixture << UpstreamScript { .rawStream = "data: " + QByteArray(2 * 1024 * 1024, 'x') }
-            << QStringList() << u"sent a line longer than tessary-server accepts"_s;
-        QTest::newRow("upstream reply head without bounds")
-            << fixture << UpstreamScript { .fragments = { u"never"_s }, .extraHeaders = 2000 }
-            << QStringList() << u"sent a reply head larger than tessary-server accepts"_s;
+        row("no upstream configured", QString(), {},
+            u"No language model is configured for tessary-server: set upstream_url, for example "
+            "http://localhost:11434/v1 for Ollama."_s);
+        row("upstream not an http address", u"localhost:11434"_s, {},
+            u"is not an http:// or https:// address"_s);
+        row("upstream unreachable", u"http://127.0.0.1:1/v1"_s, {},
+            u"cannot reach the language model server at http://127.0.0.1:1/v1"_s);
+        row("upstream refuses its key given in the query", u"fixture?api-key=s3cret"_s,
+            { .status = 401, .wholeBody = R"({"error":{"message":"Incorrect API key provided"}})" },
+            u"answered HTTP 401: Incorrect API key provided. Check upstream_key"_s);
+        row("upstream error page", fixture, { .status = 502, .wholeBody = "<html>bad gateway</html>" },
+            u"answered HTTP 502."_s);
+        row("upstream error event after fragments", fixture,
+            { .fragments = { u"Partial"_s },
+                .errorEvent = R"({"error":{"message":"model overloaded"}})",
+                .sendDone = false },
+            u"reported an error: model overloaded"_s, { u"Partial"_s });
+        row("upstream answers without text", fixture, {}, u"returned no text"_s);
+        row("upstream line without an end", fixture,
+            { .rawStream = "data: " + QByteArray(2 * 1024 * 1024, 'x') },
+            u"sent a line longer than tessary-server accepts"_s);
+        row("upstream reply head without bounds", fixture,
+            { .fragments = { u"never"_s }, .extraHeaders = 2000 },
+            u"sent a reply head larger than tessary-server accepts"_s);
     }
     void upstreamFailuresAreStreamedErrors()
     {
@@ -347,42 +343,36 @@ private Q_SLOTS:
         for (int i = 0; i < 5; ++i)
             largeHeaders += "X-Padding-" + QByteArray::number(i) + ": " + QByteArray(4000, 'p') + "\r\n";
 
-        QTest::newRow("wrong client token")
-            << token << rawPost("Authorization: Bearer nope\r\n") << false << 401 << badToken;
-        QTest::newRow("token with a different length")
-            << token << rawPost("Authorization: Bearer " + token.toUtf8() + "x\r\n") << false << 401
-            << badToken;
-        QTest::newRow("no client token") << token << rawPost({}) << false << 401 << badToken;
-        QTest::newRow("token percent-encoded")
-            << token << rawPost("Authorization: Bearer " + token.toUtf8().toPercentEncoding("", "-") + "\r\n")
-            << false << 401 << badToken;
-        QTest::newRow("server without a token")
-            << QString() << rawPost("Authorization: Bearer x\r\n") << false << 401 << badToken;
-        QTest::newRow("body not JSON")
-            << token << rawPost(bearer, "{\"messages\": [") << false << 400 << u"not a JSON object"_s;
-        QTest::newRow("no user message")
-            << token << rawPost(bearer, R"({"stream":true,"examples":[],"tone":"natural","messages":[]})")
-            << false << 400 << u"user message"_s;
-        QTest::newRow("examples not strings")
-            << token << rawPost(bearer, R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})")
-            << false << 400 << u"\"examples\""_s;
-        QTest::newRow("headers over the limit")
-            << token << rawPost(largeHeaders) << false << 431 << u"request headers are larger"_s;
-        QTest::newRow("a thousand tiny headers")
-            << token << rawPost(tinyHeaders) << false << 431 << u"request headers are larger"_s;
-        QTest::newRow("body over the limit")
-            << token << rawPost(bearer, rewriteBody(QString(70 * 1024, u'a'))) << false << 413 << tooLarge;
-        QTest::newRow("chunked body over the limit") << token
-                                                     << rawPost(bearer + "Transfer-Encoding: chunked\r\n",
-                                                            chunked(rewriteBody(QString(70 * 1024, u'a'))))
-                                                     << false << 413 << tooLarge;
-        QTest::newRow("ten gigabytes announced, none sent")
-            << token << rawPost(bearer + "Content-Length: 10000000000\r\n", {}) << false << 413 << tooLarge;
-        QTest::newRow("request head never finished")
-            << token << QByteArray("POST /api/v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1\r\n") << false
-            << 0 << QString();
-        QTest::newRow("half-closed after the request")
-            << token << rawPost(bearer) << true << 200 << u"data: [DONE]"_s;
+        const auto row = [](const char *name, const QByteArray &request, int status, const QString &message,
+                             const QString &serverToken = token, bool halfClose = false) {
+            QTest::newRow(name) << serverToken << request << halfClose << status << message;
+        };
+        row("wrong client token", rawPost("Authorization: Bearer nope\r\n"), 401, badToken);
+        row("token with a different length", rawPost("Authorization: Bearer " + token.toUtf8() + "x\r\n"),
+            401, badToken);
+        row("no client token", rawPost({}), 401, badToken);
+        row("token percent-encoded",
+            rawPost("Authorization: Bearer " + token.toUtf8().toPercentEncoding("", "-") + "\r\n"), 401,
+            badToken);
+        row("server without a token", rawPost("Authorization: Bearer x\r\n"), 401, badToken, QString());
+        row("body not JSON", rawPost(bearer, "{\"messages\": ["), 400, u"not a JSON object"_s);
+        row("no user message",
+            rawPost(bearer, R"({"stream":true,"examples":[],"tone":"natural","messages":[]})"), 400,
+            u"user message"_s);
+        row("examples not strings",
+            rawPost(bearer, R"({"examples":[1],"messages":[{"role":"user","content":"hi"}]})"), 400,
+            u"\"examples\""_s);
+        row("headers over the limit", rawPost(largeHeaders), 431, u"request headers are larger"_s);
+        row("a thousand tiny headers", rawPost(tinyHeaders), 431, u"request headers are larger"_s);
+        const QByteArray large = rewriteBody(QString(70 * 1024, u'a'));
+        row("body over the limit", rawPost(bearer, large), 413, tooLarge);
+        row("chunked body over the limit", rawPost(bearer + "Transfer-Encoding: chunked\r\n", chunked(large)),
+            413, tooLarge);
+        row("ten gigabytes announced, none sent", rawPost(bearer + "Content-Length: 10000000000\r\n", {}),
+            413, tooLarge);
+        row("request head never finished", "POST /api/v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1\r\n", 0,
+            QString()); // closed without a reply
+        row("half-closed after the request", rawPost(bearer), 200, u"data: [DONE]"_s, token, true);
     }
     void refusals()
     {
