@@ -87,38 +87,36 @@ private Q_SLOTS:
 
         const FixtureReply list
             = jsonReply(200, R"({"object":"list","data":[{"id":"llama3.1"},{"id":"phi3"}]})");
-        QTest::newRow("local server, its model")
-            << int(Provider::LocalModel) << u"phi3"_s << QByteArray("/v1/models") << list << Result::Succeeded
-            << u"^Connected to %1 — model phi3 \\(\\d+ ms\\)\\.$"_s;
-        QTest::newRow("ollama, found by its own list")
-            << int(Provider::LocalModel) << u"llama3.1:latest"_s << QByteArray("/api/tags")
-            << jsonReply(200, R"({"models":[{"name":"llama3.1:latest"}]})") << Result::Succeeded
-            << u"^Connected to Ollama at %1 — model llama3\\.1:latest \\(\\d+ ms\\)\\.$"_s;
-        QTest::newRow("model the server does not have")
-            << int(Provider::LocalModel) << u"mistral"_s << QByteArray("/v1/models") << list << Result::Failed
-            << u"^The model server at %1 has no model named “mistral”\\. Pick one of its models in Settings\\.$"_s;
-        QTest::newRow("service refuses the key")
-            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models")
-            << jsonReply(401, R"({"error":{"message":"Incorrect API key provided"}})") << Result::Failed
-            << u"^%1 refused the API key\\. Enter the right key in Settings\\.$"_s;
-        QTest::newRow("service rate limit")
-            << int(Provider::ModelService) << u"gpt-4o"_s << QByteArray("/v1/models") << jsonReply(429, "{}")
-            << Result::Failed << u"^%1 is turning requests away for now: .*"_s;
-        QTest::newRow("nothing listening, tessary service")
-            << int(Provider::TessaryService) << QString() << QByteArray() << list << Result::Failed
-            << u"^Tessary can't reach the rewrite service at %1\\. Start it with `tessary-server`, or pick a "
-               "language model in Settings\\.$"_s;
-        QTest::newRow("tessary service without a model list")
-            << int(Provider::TessaryService) << QString() << QByteArray("/elsewhere") << list
-            << Result::Succeeded
-            << u"^The Tessary service at %1 answers \\(\\d+ ms\\)\\. It checks the key with the first rewrite\\.$"_s;
-        QTest::newRow("tessary service listing its model")
-            << int(Provider::TessaryService) << QString() << QByteArray("/api/v1/models") << list
-            << Result::Succeeded
-            << u"^Connected to the Tessary service at %1 — model llama3\\.1 \\(\\d+ ms\\)\\.$"_s;
-        QTest::newRow("no model chosen")
-            << int(Provider::LocalModel) << QString() << QByteArray("/v1/models") << list << Result::Failed
-            << u"^No language model is chosen yet\\. Pick one in Settings\\.$"_s;
+        const auto row = [&list](const char *name, Provider provider, const QString &model, Result kind,
+                             const QString &result, const QByteArray &modelsPath = "/v1/models",
+                             const std::optional<FixtureReply> &models = {}) {
+            QTest::newRow(name) << int(provider) << model << modelsPath << models.value_or(list) << kind
+                                << result;
+        };
+        row("local server, its model", Provider::LocalModel, u"phi3"_s, Result::Succeeded,
+            u"^Connected to %1 — model phi3 \\(\\d+ ms\\)\\.$"_s);
+        row("ollama, found by its own list", Provider::LocalModel, u"llama3.1:latest"_s, Result::Succeeded,
+            u"^Connected to Ollama at %1 — model llama3\\.1:latest \\(\\d+ ms\\)\\.$"_s, "/api/tags",
+            jsonReply(200, R"({"models":[{"name":"llama3.1:latest"}]})"));
+        row("model the server does not have", Provider::LocalModel, u"mistral"_s, Result::Failed,
+            u"^The model server at %1 has no model named “mistral”\\. Pick one of its models in Settings\\.$"_s);
+        row("service refuses the key", Provider::ModelService, u"gpt-4o"_s, Result::Failed,
+            u"^%1 refused the API key\\. Enter the right key in Settings\\.$"_s, "/v1/models",
+            jsonReply(401, R"({"error":{"message":"Incorrect API key provided"}})"));
+        row("service rate limit", Provider::ModelService, u"gpt-4o"_s, Result::Failed,
+            u"^%1 is turning requests away for now: .*"_s, "/v1/models", jsonReply(429, "{}"));
+        row("nothing listening, tessary service", Provider::TessaryService, {}, Result::Failed,
+            u"^Tessary can't reach the rewrite service at %1\\. Start it with `tessary-server`, or pick a "
+            "language model in Settings\\.$"_s,
+            {});
+        row("tessary service without a model list", Provider::TessaryService, {}, Result::Succeeded,
+            u"^The Tessary service at %1 answers \\(\\d+ ms\\)\\. It checks the key with the first rewrite\\.$"_s,
+            "/elsewhere");
+        row("tessary service listing its model", Provider::TessaryService, {}, Result::Succeeded,
+            u"^Connected to the Tessary service at %1 — model llama3\\.1 \\(\\d+ ms\\)\\.$"_s,
+            "/api/v1/models");
+        row("no model chosen", Provider::LocalModel, {}, Result::Failed,
+            u"^No language model is chosen yet\\. Pick one in Settings\\.$"_s);
     }
 
     void testConnection()

@@ -108,58 +108,54 @@ private Q_SLOTS:
             .framing = FixtureReply::Framing::Chunked,
             .end = FixtureReply::End::Stall,
             .stopAt = 0 };
-        QTest::newRow("tessary service: nothing listening")
-            << int(Provider::TessaryService) << u"closed"_s << none << QString()
-            << u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick a "
-               "language model in Settings."_s;
-        QTest::newRow("local model: nothing listening")
-            << int(Provider::LocalModel) << u"closed"_s << none << u"llama3.1"_s
-            << u"Tessary can't reach the model server at %1. Start it again (Ollama: `ollama serve`), or "
-               u"pick "
-               "another model in Settings."_s;
-        QTest::newRow("no model chosen")
-            << int(Provider::LocalModel) << u"reply"_s << eventStream({ "x" }) << QString()
-            << u"No language model is chosen yet. Pick one in Settings."_s;
-        QTest::newRow("model unknown to the server")
-            << int(Provider::LocalModel) << u"reply"_s
-            << jsonReply(404, "{\"error\":{\"message\":\"model 'llama9' not found, try pulling it first\"}}")
-            << u"llama9"_s
-            << u"The model server at %1 has no model named “llama9”. Pick one of its models in Settings."_s;
-        QTest::newRow("wrong key")
-            << int(Provider::ModelService) << u"reply"_s
-            << jsonReply(401,
-                   R"({"error":{"message":"Incorrect API key provided: sk-ab***yz.","type":"invalid_request_error","code":"invalid_api_key"}})")
-            << u"gpt-4o-mini"_s << u"%1 refused the API key. Enter the right key in Settings."_s;
+        const auto row
+            = [](const char *name, Provider provider, const FixtureReply &answer, const QString &model,
+                  const QString &message, const QString &server = u"reply"_s) {
+                  QTest::newRow(name) << int(provider) << server << answer << model << message;
+              };
+        using P = Provider;
+        row("tessary service: nothing listening", P::TessaryService, none, {},
+            u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick a "
+            "language model in Settings."_s,
+            u"closed"_s);
+        row("local model: nothing listening", P::LocalModel, none, u"llama3.1"_s,
+            u"Tessary can't reach the model server at %1. Start it again (Ollama: `ollama serve`), or pick "
+            "another model in Settings."_s,
+            u"closed"_s);
+        row("no model chosen", P::LocalModel, eventStream({ "x" }), {},
+            u"No language model is chosen yet. Pick one in Settings."_s);
+        row("model unknown to the server", P::LocalModel,
+            jsonReply(404, "{\"error\":{\"message\":\"model 'llama9' not found, try pulling it first\"}}"),
+            u"llama9"_s,
+            u"The model server at %1 has no model named “llama9”. Pick one of its models in Settings."_s);
+        row("wrong key", P::ModelService,
+            jsonReply(401,
+                R"({"error":{"message":"Incorrect API key provided: sk-ab***yz.","type":"invalid_request_error","code":"invalid_api_key"}})"),
+            u"gpt-4o-mini"_s, u"%1 refused the API key. Enter the right key in Settings."_s);
         const QString turnedAway
             = u"%1 is turning requests away for now: the rate limit or the quota of the "
               "account is reached. Wait a moment and retry, or check the plan with the provider."_s;
-        QTest::newRow("quota spent")
-            << int(Provider::ModelService) << u"reply"_s
-            << jsonReply(429,
-                   R"({"error":{"message":"You exceeded your current quota.","type":"insufficient_quota"}})")
-            << u"gpt-4o-mini"_s << turnedAway;
-        QTest::newRow("tessary service: rate limited, no body")
-            << int(Provider::TessaryService) << u"reply"_s << jsonReply(429, {}, "text/plain") << QString()
-            << turnedAway;
-        QTest::newRow("tessary service: its own key message stays")
-            << int(Provider::TessaryService) << u"reply"_s
-            << jsonReply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})")
-            << QString() << u"Invalid API key. Please check your token in Settings."_s;
-        QTest::newRow("tessary service: its streamed words stay")
-            << int(Provider::TessaryService) << u"reply"_s
-            << jsonReply(200, "data: {\"error\":{\"message\":\"The model server is not running\"}}\n\n",
-                   "text/event-stream")
-            << QString() << u"The model server is not running"_s;
-        QTest::newRow("timeout")
-            << int(Provider::LocalModel) << u"reply"_s << stall << u"llama3.1"_s
-            << u"%1 stopped answering before the rewrite was done. Retry; a model that is "
-               "still loading may need a moment."_s;
-        QTest::newRow("tessary service: timeout") << int(Provider::TessaryService) << u"reply"_s << stall
-                                                  << QString() << u"The request timed out."_s;
-        QTest::newRow("tls to a plain server")
-            << int(Provider::ModelService) << u"tls"_s << eventStream({ "x" }) << u"gpt-4o-mini"_s
-            << u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
-               "this machine usually takes http://, not https://)."_s;
+        row("quota spent", P::ModelService,
+            jsonReply(429,
+                R"({"error":{"message":"You exceeded your current quota.","type":"insufficient_quota"}})"),
+            u"gpt-4o-mini"_s, turnedAway);
+        row("tessary service: rate limited, no body", P::TessaryService, jsonReply(429, {}, "text/plain"), {},
+            turnedAway);
+        row("tessary service: its own key message stays", P::TessaryService,
+            jsonReply(401, R"({"error":{"type":"invalid_request_error","message":"Invalid API key"}})"), {},
+            u"Invalid API key. Please check your token in Settings."_s);
+        row("tessary service: its streamed words stay", P::TessaryService,
+            jsonReply(200, "data: {\"error\":{\"message\":\"The model server is not running\"}}\n\n",
+                "text/event-stream"),
+            {}, u"The model server is not running"_s);
+        row("timeout", P::LocalModel, stall, u"llama3.1"_s,
+            u"%1 stopped answering before the rewrite was done. Retry; a model that is "
+            "still loading may need a moment."_s);
+        row("tessary service: timeout", P::TessaryService, stall, {}, u"The request timed out."_s);
+        row("tls to a plain server", P::ModelService, eventStream({ "x" }), u"gpt-4o-mini"_s,
+            u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
+            "this machine usually takes http://, not https://)."_s,
+            u"tls"_s);
     }
 
     void failureMessages()
