@@ -105,9 +105,98 @@ private Q_SLOTS:
     }
 
     // Where the key lives and what a restart reads, with no keyring and then with one.
-    // Declared first: the keyring daemon starts with the first row that needs it.
-    void placement_data();
-    void placement();
+    // First: the keyring daemon starts with the first row that needs it.
+    void placement_data()
+    {
+        QTest::addColumn<bool>("keyring"); // whether a keyring answers
+        QTest::addColumn<QString>("fileBefore"); // api_key in the settings file before the start
+        QTest::addColumn<QString>("keyringBefore");
+        QTest::addColumn<QStringList>("typed"); // assignments, one per keystroke
+        QTest::addColumn<bool>("typedEarly"); // before the keyring answered
+        QTest::addColumn<QString>("key"); // apiKey afterwards and after a restart
+
+        const auto row = [](const char *name, bool keyring, const QString &key, const QStringList &typed,
+                             const QString &fileBefore = {}, const QString &keyringBefore = {},
+                             bool typedEarly = false) {
+            QTest::newRow(name) << keyring << fileBefore << keyringBefore << typed << typedEarly << key;
+        };
+        row("no keyring: typed key goes to the file", false, u"sk-typed-00001111"_s,
+            { u"sk-typed-00001111"_s });
+        row("no keyring: typed before the answer", false, u"sk-early-00002222"_s, { u"sk-early-00002222"_s },
+            {}, {}, true);
+        row("no keyring: key from the file", false, u"sk-file-00003333"_s, {}, u"sk-file-00003333"_s);
+        row("typed a keystroke at a time", true, u"sk-key-10002222"_s,
+            { u"s"_s, u"sk"_s, u"sk-"_s, u"sk-k"_s, u"sk-ke"_s, u"sk-key-10002222"_s });
+        row("typed before the answer", true, u"sk-early-10003333"_s, { u"sk-early-10003333"_s }, {},
+            u"sk-ring-old"_s, true);
+        row("key from the keyring", true, u"sk-ring-10004444"_s, {}, {}, u"sk-ring-10004444"_s);
+        row("file key moves into the keyring", true, u"sk-file-10005555"_s, {}, u"sk-file-10005555"_s);
+        row("file key is newer than the keyring's", true, u"sk-file-10006666"_s, {}, u"sk-file-10006666"_s,
+            u"sk-ring-old"_s);
+        row("cleared key", true, QString(), { QString() }, {}, u"sk-ring-10007777"_s);
+    }
+
+    void placement()
+    {
+        QFETCH(bool, keyring);
+        QFETCH(QString, fileBefore);
+        QFETCH(QString, keyringBefore);
+        QFETCH(QStringList, typed);
+        QFETCH(bool, typedEarly);
+        QFETCH(QString, key);
+
+        if (keyring)
+            startKeyring();
+        else
+            QVERIFY2(!keyringAnswers(), "the bus started a keyring by itself");
+
+        KeyStore keys(u"TessaryTest-%1"_s.arg(++m_stores), std::chrono::seconds(5));
+        if (!keyringBefore.isEmpty())
+            keyringWrite(keys, u"api_key"_s, keyringBefore);
+        const QString path = fileBefore.isEmpty()
+            ? m_files.newPath()
+            : m_files.write("[General]\nupdate_check_enabled=true\napi_key=" + fileBefore.toUtf8() + '\n');
+        s_messages.clear();
+        StdoutCapture stdoutLines;
+        {
+            StorageManager storage(path, QString(), &keys, QString());
+            if (typedEarly) {
+                for (const QString &value : typed)
+                    storage.setApiKey(value);
+            }
+            waitLoaded(storage);
+            QCOMPARE(storage.keysInSettingsFile(), !keyring);
+            if (!typedEarly) {
+                for (const QString &value : typed)
+                    storage.setApiKey(value);
+            }
+            QCOMPARE(storage.apiKey(), key);
+            QTRY_VERIFY_WITH_TIMEOUT(storage.keysSaved(), 10000);
+            QCOMPARE(lookup(keys.service(), u"api_key"_s), keyring ? key : QString());
+        }
+
+        const QByteArray file = ScratchFiles::read(path);
+        QVERIFY(ScratchFiles::privateToOwner(path));
+        if (keyring)
+            QVERIFY2(!file.contains("api_key"), file.constData()); // not even an empty entry
+        else
+            QVERIFY2(file.contains("api_key=" + key.toUtf8() + '\n'), file.constData());
+
+        // The next start reads the same key and writes nothing more.
+        {
+            StorageManager next(path, QString(), &keys, QString());
+            waitLoaded(next);
+            QCOMPARE(next.apiKey(), key);
+        }
+        QCOMPARE(ScratchFiles::read(path), file);
+
+        // No diagnostic and no log line carries any of the keys.
+        const QStringList logs = s_messages + stdoutLines.lines();
+        for (const QString &secret : typed + QStringList { fileBefore, keyringBefore, key }) {
+            if (secret.size() > 5)
+                QVERIFY2(!logs.join(u'\n').contains(secret), qPrintable(logs.join(u'\n')));
+        }
+    }
 
     // The program ends before the keyring confirmed the change: it is not lost, and the
     // next start makes it in the keyring.
@@ -169,102 +258,6 @@ private Q_SLOTS:
         QVERIFY(ScratchFiles::read(path).contains("api_key=sk-after-the-keyring-0123"));
     }
 };
-
-void TestStorageKeyring::placement_data()
-{
-    QTest::addColumn<bool>("keyring"); // whether a keyring answers
-    QTest::addColumn<QString>("fileBefore"); // api_key in the settings file before the start
-    QTest::addColumn<QString>("keyringBefore");
-    QTest::addColumn<QStringList>("typed"); // assignments, one per keystroke
-    QTest::addColumn<bool>("typedEarly"); // before the keyring answered
-    QTest::addColumn<QString>("key"); // apiKey afterwards and after a restart
-
-    QTest::newRow("no keyring: typed key goes to the file")
-        << false << QString() << QString() << QStringList { u"sk-typed-00001111"_s } << false
-        << u"sk-typed-00001111"_s;
-    QTest::newRow("no keyring: typed before the answer")
-        << false << QString() << QString() << QStringList { u"sk-early-00002222"_s } << true
-        << u"sk-early-00002222"_s;
-    QTest::newRow("no keyring: key from the file")
-        << false << u"sk-file-00003333"_s << QString() << QStringList() << false << u"sk-file-00003333"_s;
-    QTest::newRow("typed a keystroke at a time")
-        << true << QString() << QString()
-        << QStringList { u"s"_s, u"sk"_s, u"sk-"_s, u"sk-k"_s, u"sk-ke"_s, u"sk-key-10002222"_s } << false
-        << u"sk-key-10002222"_s;
-    QTest::newRow("typed before the answer")
-        << true << QString() << u"sk-ring-old"_s << QStringList { u"sk-early-10003333"_s } << true
-        << u"sk-early-10003333"_s;
-    QTest::newRow("key from the keyring")
-        << true << QString() << u"sk-ring-10004444"_s << QStringList() << false << u"sk-ring-10004444"_s;
-    QTest::newRow("file key moves into the keyring")
-        << true << u"sk-file-10005555"_s << QString() << QStringList() << false << u"sk-file-10005555"_s;
-    QTest::newRow("file key is newer than the keyring's") << true << u"sk-file-10006666"_s << u"sk-ring-old"_s
-                                                          << QStringList() << false << u"sk-file-10006666"_s;
-    QTest::newRow("cleared key") << true << QString() << u"sk-ring-10007777"_s << QStringList { QString() }
-                                 << false << QString();
-}
-
-void TestStorageKeyring::placement()
-{
-    QFETCH(bool, keyring);
-    QFETCH(QString, fileBefore);
-    QFETCH(QString, keyringBefore);
-    QFETCH(QStringList, typed);
-    QFETCH(bool, typedEarly);
-    QFETCH(QString, key);
-
-    if (keyring)
-        startKeyring();
-    else
-        QVERIFY2(!keyringAnswers(), "the bus started a keyring by itself");
-
-    KeyStore keys(u"TessaryTest-%1"_s.arg(++m_stores), std::chrono::seconds(5));
-    if (!keyringBefore.isEmpty())
-        keyringWrite(keys, u"api_key"_s, keyringBefore);
-    const QString path = fileBefore.isEmpty()
-        ? m_files.newPath()
-        : m_files.write("[General]\nupdate_check_enabled=true\napi_key=" + fileBefore.toUtf8() + '\n');
-    s_messages.clear();
-    StdoutCapture stdoutLines;
-    {
-        StorageManager storage(path, QString(), &keys, QString());
-        if (typedEarly) {
-            for (const QString &value : typed)
-                storage.setApiKey(value);
-        }
-        waitLoaded(storage);
-        QCOMPARE(storage.keysInSettingsFile(), !keyring);
-        if (!typedEarly) {
-            for (const QString &value : typed)
-                storage.setApiKey(value);
-        }
-        QCOMPARE(storage.apiKey(), key);
-        QTRY_VERIFY_WITH_TIMEOUT(storage.keysSaved(), 10000);
-        QCOMPARE(lookup(keys.service(), u"api_key"_s), keyring ? key : QString());
-    }
-
-    const QByteArray file = ScratchFiles::read(path);
-    QVERIFY(ScratchFiles::privateToOwner(path));
-    if (keyring)
-        QVERIFY2(!file.contains("api_key"), file.constData()); // not even an empty entry
-    else
-        QVERIFY2(file.contains("api_key=" + key.toUtf8() + '\n'), file.constData());
-
-    // The next start reads the same key and writes nothing more.
-    {
-        StorageManager next(path, QString(), &keys, QString());
-        waitLoaded(next);
-        QCOMPARE(next.apiKey(), key);
-    }
-    QCOMPARE(ScratchFiles::read(path), file);
-
-    // No diagnostic and no log line carries any of the keys.
-    const QStringList logs = s_messages + stdoutLines.lines();
-    for (const QString &secret : typed + QStringList { fileBefore, keyringBefore, key }) {
-        if (secret.size() > 5)
-            QVERIFY2(!logs.join(u'\n').contains(secret), qPrintable(logs.join(u'\n')));
-    }
-}
 
 QTEST_GUILESS_MAIN(TestStorageKeyring)
 #include "TestStorageKeyring.moc"
