@@ -42,9 +42,14 @@ void AppDelegate::applicationDidFinishLaunching()
         + (m_parts.storage.examples().isEmpty() ? u"true"_s : u"false"_s));
     // Onboarding comes back only while the chosen service cannot be used (a key is
     // stored, or a model server and a model are chosen); a finished one does not.
+    // A user who has stored nothing yet is welcomed even where their own tessary-server
+    // makes the service usable: the first sample and the shortcut are still to learn.
     // The keyring answers a moment after the start: the decision waits for the keys.
     m_parts.storage.whenKeysLoaded(this, [this] {
-        if (!m_parts.storage.serviceUsable())
+        const StorageManager &storage = m_parts.storage;
+        const bool firstStart
+            = !storage.onboardingFinished() && storage.apiKey().isEmpty() && storage.examples().isEmpty();
+        if (!storage.serviceUsable() || firstStart)
             m_parts.windows.showOnboarding();
         else
             m_parts.windows.presence().setAccessory();

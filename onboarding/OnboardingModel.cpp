@@ -76,6 +76,7 @@ void OnboardingModel::finish()
         return;
     if (!isBlank(m_sampleText))
         m_storage.setExamples(m_storage.examples() << m_sampleText);
+    m_storage.setOnboardingFinished();
     setStep(Step::Done);
     // The page stays while it offers to set up Ctrl+Alt+H: the user needs the time to read it.
     if (!m_shortcutSetup.offered())

@@ -26,6 +26,7 @@ const auto apiBaseKey = u"api_base"_s;
 const auto apiKeyKey = u"api_key"_s;
 const auto lastVersionCheckKey = u"last_version_check"_s;
 const auto updateCheckEnabledKey = u"update_check_enabled"_s;
+const auto onboardingFinishedKey = u"onboarding_finished"_s;
 const auto providerKey = u"provider"_s;
 const auto modelBaseKey = u"model_base"_s;
 const auto modelKeyKey = u"model_key"_s;
@@ -127,6 +128,7 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
           [this](const QVariant &value) { store(apiKeyKey, value); })
     , m_lastVersionCheck(readDateTime(m_defaults, lastVersionCheckKey))
     , m_updateCheckEnabled(readBool(m_defaults, updateCheckEnabledKey))
+    , m_onboardingFinished(readBool(m_defaults, onboardingFinishedKey))
     , m_provider(Provider(std::max(qsizetype(0), providerNames.indexOf(readString(m_defaults, providerKey)))))
     , m_modelBase(readString(m_defaults, modelBaseKey))
     , m_modelKey(modelKeyKey, readKey(m_defaults, modelKeyKey), keys,
@@ -299,6 +301,12 @@ void StorageManager::setUpdateCheckEnabled(bool enabled)
     m_updateCheckEnabled = enabled;
     store(updateCheckEnabledKey, enabled);
     Q_EMIT updateCheckEnabledChanged();
+}
+
+void StorageManager::setOnboardingFinished()
+{
+    m_onboardingFinished = true;
+    store(onboardingFinishedKey, true);
 }
 
 void StorageManager::setProvider(Provider provider)

@@ -74,6 +74,9 @@ public:
     void setLastVersionCheck(const QDateTime &when);
     bool updateCheckEnabled() const { return m_updateCheckEnabled; }
     void setUpdateCheckEnabled(bool enabled);
+    // Whether the user has been through the welcome window once, in this or an earlier run.
+    bool onboardingFinished() const { return m_onboardingFinished; }
+    void setOnboardingFinished();
     Provider provider() const { return m_provider; }
     void setProvider(Provider provider);
     QString modelBase() const { return m_modelBase; }
@@ -127,6 +130,7 @@ private:
     StoredSecret m_apiKey;
     QDateTime m_lastVersionCheck;
     bool m_updateCheckEnabled = false;
+    bool m_onboardingFinished = false;
     Provider m_provider = Provider::TessaryService;
     QString m_modelBase;
     StoredSecret m_modelKey;
