@@ -41,21 +41,16 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("examples");
         QTest::addColumn<int>("budget");
         QTest::addColumn<QStringList>("kept");
-        QTest::newRow("all fit, order kept")
-            << QStringList { u"aa"_s, u"bb"_s } << 10 << QStringList { u"aa"_s, u"bb"_s };
-        QTest::newRow("oldest dropped first")
-            << QStringList { u"old old"_s, u"mid"_s, u"new"_s } << 6 << QStringList { u"mid"_s, u"new"_s };
-        QTest::newRow("exactly the budget")
-            << QStringList { u"abc"_s, u"def"_s } << 6 << QStringList { u"abc"_s, u"def"_s };
-        QTest::newRow("no older one skipped to fill the gap")
-            << QStringList { u"a"_s, u"bbbbbb"_s, u"cc"_s } << 5 << QStringList { u"cc"_s };
-        QTest::newRow("newest alone too long is cut")
-            << QStringList { u"x"_s, u"abcdefgh"_s } << 5 << QStringList { u"abcde"_s };
-        QTest::newRow("cut never splits a surrogate pair")
-            << QStringList { u"ab🙂cd"_s } << 3 << QStringList { u"ab"_s };
-        QTest::newRow("blank samples ignored")
-            << QStringList { u"keep"_s, u"  \n "_s } << 4 << QStringList { u"keep"_s };
-        QTest::newRow("zero budget") << QStringList { u"a"_s } << 0 << QStringList();
+        const auto row = [](const char *name, const QStringList &examples, int budget,
+                             const QStringList &kept) { QTest::newRow(name) << examples << budget << kept; };
+        row("all fit, order kept", { u"aa"_s, u"bb"_s }, 10, { u"aa"_s, u"bb"_s });
+        row("oldest dropped first", { u"old old"_s, u"mid"_s, u"new"_s }, 6, { u"mid"_s, u"new"_s });
+        row("exactly the budget", { u"abc"_s, u"def"_s }, 6, { u"abc"_s, u"def"_s });
+        row("no older one skipped to fill the gap", { u"a"_s, u"bbbbbb"_s, u"cc"_s }, 5, { u"cc"_s });
+        row("newest alone too long is cut", { u"x"_s, u"abcdefgh"_s }, 5, { u"abcde"_s });
+        row("cut never splits a surrogate pair", { u"ab🙂cd"_s }, 3, { u"ab"_s });
+        row("blank samples ignored", { u"keep"_s, u"  \n "_s }, 4, { u"keep"_s });
+        row("zero budget", { u"a"_s }, 0, {});
     }
     void samplesKeepTheNewestWithinBudget()
     {

@@ -166,22 +166,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("accepted"); // empty: a new random one if created, else none
         QTest::addColumn<bool>("created");
         QTest::addColumn<QString>("error"); // contained in the refusal; empty: none
+        const auto row = [](const char *name, const QStringList &arguments, const QByteArray &stored,
+                             const QString &accepted, bool created = false, const QString &error = {}) {
+            QTest::newRow(name) << arguments << stored << accepted << created << error;
+        };
         const QStringList none { u"--no-client-token"_s };
-        QTest::newRow("first start") << QStringList() << QByteArray() << QString() << true << QString();
-        QTest::newRow("empty file refused")
-            << QStringList() << QByteArray("\n") << QString() << false << u"is empty"_s;
-        QTest::newRow("later start") << QStringList() << QByteArray("kept-token\n") << u"kept-token"_s
-                                     << false << QString();
-        QTest::newRow("configured, no file yet") << QStringList { u"--client-token=x;y,#é"_s } << QByteArray()
-                                                 << u"x;y,#é"_s << false << QString();
-        QTest::newRow("configured replaces another")
-            << QStringList { u"--client-token=new-token"_s } << QByteArray("old-token\n") << u"new-token"_s
-            << false << QString();
-        QTest::newRow("no token") << none << QByteArray() << QString() << false << QString();
-        QTest::newRow("no token, IPv6 loopback") << none + QStringList { u"--listen-address=::1"_s }
-                                                 << QByteArray() << QString() << false << QString();
-        QTest::newRow("no token, localhost") << none + QStringList { u"--listen-address=localhost"_s }
-                                             << QByteArray() << QString() << false << QString();
+        row("first start", {}, {}, {}, true);
+        row("empty file refused", {}, "\n", {}, false, u"is empty"_s);
+        row("later start", {}, "kept-token\n", u"kept-token"_s);
+        row("configured, no file yet", { u"--client-token=x;y,#é"_s }, {}, u"x;y,#é"_s);
+        row("configured replaces another", { u"--client-token=new-token"_s }, "old-token\n", u"new-token"_s);
+        row("no token", none, {}, {});
+        row("no token, IPv6 loopback", none + QStringList { u"--listen-address=::1"_s }, {}, {});
+        row("no token, localhost", none + QStringList { u"--listen-address=localhost"_s }, {}, {});
     }
     void tokenFileHoldsTheAcceptedToken()
     {
