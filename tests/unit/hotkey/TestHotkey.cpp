@@ -40,121 +40,110 @@ class TestHotkey : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void keyEvents_data();
-    void keyEvents();
-    void everyGrabbedStateIsTheShortcut_data();
-    void everyGrabbedStateIsTheShortcut();
-    void permissionPoll_data();
-    void permissionPoll();
-};
+    void keyEvents_data()
+    {
+        QTest::addColumn<Bits>("bits");
+        QTest::addColumn<int>("keycode");
+        QTest::addColumn<int>("state");
+        QTest::addColumn<bool>("shortcut");
 
-void TestHotkey::keyEvents_data()
-{
-    QTest::addColumn<Bits>("bits");
-    QTest::addColumn<int>("keycode");
-    QTest::addColumn<int>("state");
-    QTest::addColumn<bool>("shortcut");
-
-    QTest::newRow("Ctrl+Alt+H") << usual << int(hPosition) << Ctrl + Mod1 << true;
-    QTest::newRow("with every lock") << scrollLockMapped << int(hPosition) << Ctrl + Mod1 + Mod2 + Mod3 + Lock
-                                     << true;
-    QTest::newRow("with AltGr (level three)") << usual << int(hPosition) << Ctrl + Mod1 + Mod5 << true;
-    QTest::newRow("Num Lock on Mod3") << numLockOnMod3 << int(hPosition) << Ctrl + Mod1 + Mod3 << true;
-    QTest::newRow("Alt on Mod3") << altOnMod3 << int(hPosition) << Ctrl + Mod3 << true;
-    QTest::newRow("Mod1 is not Alt there") << altOnMod3 << int(hPosition) << Ctrl + Mod1 << false;
-    QTest::newRow("Shift too") << usual << int(hPosition) << Ctrl + Mod1 + Shift << false;
-    QTest::newRow("Super too") << usual << int(hPosition) << Ctrl + Mod1 + Mod4 << false;
-    QTest::newRow("Ctrl+H") << usual << int(hPosition) << int(Ctrl) << false;
-    QTest::newRow("Alt+H") << usual << int(hPosition) << int(Mod1) << false;
-    QTest::newRow("H alone") << usual << int(hPosition) << 0 << false;
-    QTest::newRow("Ctrl+Alt on the J position") << usual << int(jPosition) << Ctrl + Mod1 << false;
-}
-
-void TestHotkey::keyEvents()
-{
-    QFETCH(Bits, bits);
-    QFETCH(int, keycode);
-    QFETCH(int, state);
-
-    const auto [keyCode, flags] = X11KeyboardGrab::translate(xcb_keycode_t(keycode), quint16(state), bits);
-    QTEST(Shortcut::isHotkey(keyCode, flags), "shortcut");
-}
-
-void TestHotkey::everyGrabbedStateIsTheShortcut_data()
-{
-    QTest::addColumn<Bits>("bits");
-    QTest::addColumn<int>("combinations"); // Caps Lock always, Num and Scroll Lock where mapped
-
-    QTest::newRow("usual") << usual << 4;
-    QTest::newRow("Scroll Lock mapped") << scrollLockMapped << 8;
-    QTest::newRow("no Num Lock key") << noNumLock << 2;
-    QTest::newRow("Alt on Mod3") << altOnMod3 << 4;
-}
-
-void TestHotkey::everyGrabbedStateIsTheShortcut()
-{
-    QFETCH(Bits, bits);
-    QFETCH(int, combinations);
-
-    const QList<quint16> states = X11KeyboardGrab::grabStates(bits);
-    QCOMPARE(states.size(), combinations);
-    for (const quint16 state : states) {
-        QCOMPARE(quint16(state & (Ctrl | bits.alt)), quint16(Ctrl | bits.alt));
-        const auto [keyCode, flags] = X11KeyboardGrab::translate(hPosition, state, bits);
-        QVERIFY2(Shortcut::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
+        QTest::newRow("Ctrl+Alt+H") << usual << int(hPosition) << Ctrl + Mod1 << true;
+        QTest::newRow("with every lock")
+            << scrollLockMapped << int(hPosition) << Ctrl + Mod1 + Mod2 + Mod3 + Lock << true;
+        QTest::newRow("with AltGr (level three)") << usual << int(hPosition) << Ctrl + Mod1 + Mod5 << true;
+        QTest::newRow("Num Lock on Mod3") << numLockOnMod3 << int(hPosition) << Ctrl + Mod1 + Mod3 << true;
+        QTest::newRow("Alt on Mod3") << altOnMod3 << int(hPosition) << Ctrl + Mod3 << true;
+        QTest::newRow("Mod1 is not Alt there") << altOnMod3 << int(hPosition) << Ctrl + Mod1 << false;
+        QTest::newRow("Shift too") << usual << int(hPosition) << Ctrl + Mod1 + Shift << false;
+        QTest::newRow("Super too") << usual << int(hPosition) << Ctrl + Mod1 + Mod4 << false;
+        QTest::newRow("Ctrl+H") << usual << int(hPosition) << int(Ctrl) << false;
+        QTest::newRow("Alt+H") << usual << int(hPosition) << int(Mod1) << false;
+        QTest::newRow("H alone") << usual << int(hPosition) << 0 << false;
+        QTest::newRow("Ctrl+Alt on the J position") << usual << int(jPosition) << Ctrl + Mod1 << false;
     }
-}
+    void keyEvents()
+    {
+        QFETCH(Bits, bits);
+        QFETCH(int, keycode);
+        QFETCH(int, state);
 
-void TestHotkey::permissionPoll_data()
-{
-    QTest::addColumn<bool>("grabRefused");
+        const auto [keyCode, flags]
+            = X11KeyboardGrab::translate(xcb_keycode_t(keycode), quint16(state), bits);
+        QTEST(Shortcut::isHotkey(keyCode, flags), "shortcut");
+    }
+    void everyGrabbedStateIsTheShortcut_data()
+    {
+        QTest::addColumn<Bits>("bits");
+        QTest::addColumn<int>("combinations"); // Caps Lock always, Num and Scroll Lock where mapped
 
-    QTest::newRow("the shortcut starts") << false;
-    // Nothing retries the grab: the tray says the shortcut is unavailable instead.
-    QTest::newRow("another program holds the shortcut") << true;
-}
+        QTest::newRow("usual") << usual << 4;
+        QTest::newRow("Scroll Lock mapped") << scrollLockMapped << 8;
+        QTest::newRow("no Num Lock key") << noNumLock << 2;
+        QTest::newRow("Alt on Mod3") << altOnMod3 << 4;
+    }
+    void everyGrabbedStateIsTheShortcut()
+    {
+        QFETCH(Bits, bits);
+        QFETCH(int, combinations);
 
-// Waiting for access to other programs' text: a look every interval, never prompting,
-// until it is there; then the shortcut is taken once and the looking stops. Silent
-// throughout. The interval is the wiring's (2 s in the program); short here.
-void TestHotkey::permissionPoll()
-{
-    QFETCH(bool, grabRefused);
+        const QList<quint16> states = X11KeyboardGrab::grabStates(bits);
+        QCOMPARE(states.size(), combinations);
+        for (const quint16 state : states) {
+            QCOMPARE(quint16(state & (Ctrl | bits.alt)), quint16(Ctrl | bits.alt));
+            const auto [keyCode, flags] = X11KeyboardGrab::translate(hPosition, state, bits);
+            QVERIFY2(Shortcut::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
+        }
+    }
+    void permissionPoll_data()
+    {
+        QTest::addColumn<bool>("grabRefused");
 
-    FakeAccessibility accessibility;
-    accessibility.trusted = false;
-    FakeKeyboardGrab grab;
-    grab.refuse = grabRefused;
-    Shortcut shortcut(&grab, &accessibility, std::chrono::milliseconds(10));
-    QSignalSpy availability(&shortcut, &Shortcut::availabilityChanged);
-    StdoutCapture stdoutCapture;
+        QTest::newRow("the shortcut starts") << false;
+        // Nothing retries the grab: the tray says the shortcut is unavailable instead.
+        QTest::newRow("another program holds the shortcut") << true;
+    }
+    // Waiting for access to other programs' text: a look every interval, never prompting,
+    // until it is there; then the shortcut is taken once and the looking stops. Silent
+    // throughout. The interval is the wiring's (2 s in the program); short here.
+    void permissionPoll()
+    {
+        QFETCH(bool, grabRefused);
 
-    shortcut.pollAccessibilityPermission();
-    QVERIFY(accessibility.trustQueries.isEmpty()); // the first look comes after one interval
-    QTRY_VERIFY(accessibility.trustQueries.size() >= 2);
-    QCOMPARE(grab.starts, 0);
+        FakeAccessibility accessibility;
+        accessibility.trusted = false;
+        FakeKeyboardGrab grab;
+        grab.refuse = grabRefused;
+        Shortcut shortcut(&grab, &accessibility, std::chrono::milliseconds(10));
+        QSignalSpy availability(&shortcut, &Shortcut::availabilityChanged);
+        StdoutCapture stdoutCapture;
 
-    if (grabRefused)
+        shortcut.pollAccessibilityPermission();
+        QVERIFY(accessibility.trustQueries.isEmpty()); // the first look comes after one interval
+        QTRY_VERIFY(accessibility.trustQueries.size() >= 2);
+        QCOMPARE(grab.starts, 0);
+
+        if (grabRefused)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
+        accessibility.trusted = true;
+        QVERIFY(availability.wait());
+        const qsizetype looks = accessibility.trustQueries.size();
+        QCOMPARE(accessibility.trustQueries, QList<bool>(looks, false));
+        QCOMPARE(availability.constFirst().constFirst().toBool(), !grabRefused);
+        QCOMPARE(shortcut.isRunning(), !grabRefused);
+        QCOMPARE(grab.running(), !grabRefused);
+
+        // Looking has stopped: a second poll of the same interval, started now, looks once;
+        // a first poll still going on would have looked before it.
+        Shortcut later(nullptr, &accessibility, std::chrono::milliseconds(10));
+        later.pollAccessibilityPermission();
+        QSignalSpy laterAvailability(&later, &Shortcut::availabilityChanged);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
-    accessibility.trusted = true;
-    QVERIFY(availability.wait());
-    const qsizetype looks = accessibility.trustQueries.size();
-    QCOMPARE(accessibility.trustQueries, QList<bool>(looks, false));
-    QCOMPARE(availability.constFirst().constFirst().toBool(), !grabRefused);
-    QCOMPARE(shortcut.isRunning(), !grabRefused);
-    QCOMPARE(grab.running(), !grabRefused);
-
-    // Looking has stopped: a second poll of the same interval, started now, looks once;
-    // a first poll still going on would have looked before it.
-    Shortcut later(nullptr, &accessibility, std::chrono::milliseconds(10));
-    later.pollAccessibilityPermission();
-    QSignalSpy laterAvailability(&later, &Shortcut::availabilityChanged);
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
-    QVERIFY(laterAvailability.wait());
-    QCOMPARE(accessibility.trustQueries.size(), looks + 1);
-    QCOMPARE(grab.starts, 1);
-    QCOMPARE(stdoutCapture.lines(), QStringList());
-}
+        QVERIFY(laterAvailability.wait());
+        QCOMPARE(accessibility.trustQueries.size(), looks + 1);
+        QCOMPARE(grab.starts, 1);
+        QCOMPARE(stdoutCapture.lines(), QStringList());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestHotkey)
 #include "TestHotkey.moc"

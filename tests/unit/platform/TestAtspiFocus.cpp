@@ -80,79 +80,71 @@ class TestAtspiFocus : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
-    void focus_data();
-    void focus();
+    void initTestCase()
+    {
+        m_desktop = new FakeDesktop;
+        m_desktop->moveToThread(&m_thread);
+        m_thread.start();
+        QMetaObject::invokeMethod(m_desktop, &FakeDesktop::start, Qt::BlockingQueuedConnection);
+    }
+    void cleanupTestCase()
+    {
+        m_thread.quit();
+        m_thread.wait();
+        delete m_desktop;
+    }
+    void focus_data()
+    {
+        QTest::addColumn<QStringList>("events"); // elements that reported the focus, in order
+        QTest::addColumn<quint32>("statesThen"); // of the last one, when the focus is asked for
+        QTest::addColumn<bool>("inFront"); // its application is the one in front
+        QTest::addColumn<QString>("expected"); // empty: the window as a whole
+
+        const QString text = u"/org/a11y/atspi/accessible/12"_s;
+        const QString other = u"/org/a11y/atspi/accessible/30"_s;
+        QTest::newRow("focused") << QStringList { text } << (showing | focused) << true << text;
+        // While the shortcut's key grab is active, the element drops the focused state.
+        QTest::newRow("focus dropped during the key grab") << QStringList { text } << showing << true << text;
+        QTest::newRow("the latest of two") << QStringList { other, text } << showing << true << text;
+        QTest::newRow("gone since") << QStringList { text } << (showing | defunct) << true << QString();
+        QTest::newRow("hidden since") << QStringList { text } << 0u << true << QString();
+        QTest::newRow("another application in front")
+            << QStringList { text } << (showing | focused) << false << QString();
+    }
+    void focus()
+    {
+        QFETCH(QStringList, events);
+        QFETCH(quint32, statesThen);
+        QFETCH(bool, inFront);
+        QFETCH(QString, expected);
+
+        AtspiAccessibility accessibility;
+        const RunningApplication app { QCoreApplication::applicationPid(), u"Editor"_s, 0x400001, {} };
+        const auto ask = [&](const RunningApplication &front) {
+            std::optional<FocusResult> result;
+            accessibility.focusedElement(front, [&](FocusResult focus) { result = focus; });
+            [&] { QTRY_VERIFY(result.has_value()); }();
+            return result && result->element ? result->element->path : u"(none)"_s;
+        };
+
+        for (const QString &path : events) {
+            m_desktop->setStates(path, showing | focused);
+            QMetaObject::invokeMethod(m_desktop, [this, path] { m_desktop->focus(path); });
+        }
+        // The events are in once the last element is known as the focus.
+        QTRY_COMPARE(ask(app), events.constLast());
+
+        m_desktop->setStates(events.constLast(), statesThen);
+        RunningApplication front = app;
+        if (!inFront)
+            front.pid = app.pid + 1;
+        QCOMPARE(ask(front), expected);
+    }
 
 private:
     QThread m_thread;
     FakeDesktop *m_desktop = nullptr;
 };
-
-void TestAtspiFocus::initTestCase()
-{
-    m_desktop = new FakeDesktop;
-    m_desktop->moveToThread(&m_thread);
-    m_thread.start();
-    QMetaObject::invokeMethod(m_desktop, &FakeDesktop::start, Qt::BlockingQueuedConnection);
-}
-
-void TestAtspiFocus::cleanupTestCase()
-{
-    m_thread.quit();
-    m_thread.wait();
-    delete m_desktop;
-}
-
-void TestAtspiFocus::focus_data()
-{
-    QTest::addColumn<QStringList>("events"); // elements that reported the focus, in order
-    QTest::addColumn<quint32>("statesThen"); // of the last one, when the focus is asked for
-    QTest::addColumn<bool>("inFront"); // its application is the one in front
-    QTest::addColumn<QString>("expected"); // empty: the window as a whole
-
-    const QString text = u"/org/a11y/atspi/accessible/12"_s;
-    const QString other = u"/org/a11y/atspi/accessible/30"_s;
-    QTest::newRow("focused") << QStringList { text } << (showing | focused) << true << text;
-    // While the shortcut's key grab is active, the element drops the focused state.
-    QTest::newRow("focus dropped during the key grab") << QStringList { text } << showing << true << text;
-    QTest::newRow("the latest of two") << QStringList { other, text } << showing << true << text;
-    QTest::newRow("gone since") << QStringList { text } << (showing | defunct) << true << QString();
-    QTest::newRow("hidden since") << QStringList { text } << 0u << true << QString();
-    QTest::newRow("another application in front")
-        << QStringList { text } << (showing | focused) << false << QString();
-}
-
-void TestAtspiFocus::focus()
-{
-    QFETCH(QStringList, events);
-    QFETCH(quint32, statesThen);
-    QFETCH(bool, inFront);
-    QFETCH(QString, expected);
-
-    AtspiAccessibility accessibility;
-    const RunningApplication app { QCoreApplication::applicationPid(), u"Editor"_s, 0x400001, {} };
-    const auto ask = [&](const RunningApplication &front) {
-        std::optional<FocusResult> result;
-        accessibility.focusedElement(front, [&](FocusResult focus) { result = focus; });
-        [&] { QTRY_VERIFY(result.has_value()); }();
-        return result && result->element ? result->element->path : u"(none)"_s;
-    };
-
-    for (const QString &path : events) {
-        m_desktop->setStates(path, showing | focused);
-        QMetaObject::invokeMethod(m_desktop, [this, path] { m_desktop->focus(path); });
-    }
-    // The events are in once the last element is known as the focus.
-    QTRY_COMPARE(ask(app), events.constLast());
-
-    m_desktop->setStates(events.constLast(), statesThen);
-    RunningApplication front = app;
-    if (!inFront)
-        front.pid = app.pid + 1;
-    QCOMPARE(ask(front), expected);
-}
 
 QTEST_GUILESS_MAIN(TestAtspiFocus)
 #include "TestAtspiFocus.moc"

@@ -20,6 +20,8 @@
 
 using namespace Qt::StringLiterals;
 
+static const QString sample = u"Could you send me the report by Friday?"_s;
+
 // The popup as the user meets it, on the offscreen platform: what is shown and what
 // reacts in each state, and what the clicks send.
 class TestPopupView : public QObject
@@ -27,269 +29,239 @@ class TestPopupView : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void buttons_data();
-    void buttons();
-    void chipsSendTheirToneInLowerCase();
-    void longOriginalIsCutToFourLines();
-    void streamedTextReachesTheScreen();
-    void keyboard();
-    void copying();
-    void windowBuiltAheadShowsItsOwnPopup();
+    void init()
+    {
+        m_rewriter.requests.clear();
+        m_host = FakePopupHost();
+        if (!m_engine)
+            m_engine = new QQmlEngine(this);
+    }
+    void cleanup() { m_popup.reset(); }
+    void buttons_data()
+    {
+        QTest::addColumn<QString>("original");
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<bool>("retry");
+        QTest::addColumn<bool>("copy"); // Copy and Replace
+        QTest::addColumn<QString>("shown"); // the layer or text in view
+
+        QTest::newRow("loading") << sample << QStringList {} << false << false << u"loadingLayer"_s;
+        QTest::newRow("streaming") << sample << QStringList { u"token"_s } << false << false
+                                   << u"resultText"_s;
+        QTest::newRow("done") << sample << QStringList { u"token"_s, u"complete"_s } << true << true
+                              << u"resultText"_s;
+        QTest::newRow("done, empty") << sample << QStringList { u"complete"_s } << true << false
+                                     << u"resultText"_s;
+        // The error replaces the partial result, which is then not offered either.
+        QTest::newRow("error after text")
+            << sample << QStringList { u"token"_s, u"error"_s } << true << false << u"errorLayer"_s;
+        // What to do instead of a spinner that waits for nothing.
+        QTest::newRow("no text selected") << QString() << QStringList {} << false << false << u"errorLayer"_s;
+    }
+    void buttons()
+    {
+        QFETCH(QString, original);
+        QFETCH(QStringList, script);
+        QFETCH(bool, retry);
+        QFETCH(bool, copy);
+        QFETCH(QString, shown);
+
+        open(original);
+        for (const QString &step : script) {
+            if (step == u"token")
+                m_rewriter.token(u"Please send the report by Friday."_s);
+            else if (step == u"complete")
+                m_rewriter.complete();
+            else
+                m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
+        }
+        QVERIFY(item(qPrintable(shown))->isVisible());
+        if (shown == u"errorLayer"_s && !original.isEmpty()) {
+            QVERIFY(!item("resultText")->isVisible());
+            QCOMPARE(item("errorMessage")->property("text").toString(),
+                u"The service answered with HTTP 502 Bad Gateway."_s);
+        }
+        if (original.isEmpty())
+            QCOMPARE(item("originalText")->property("text").toString(), u"No text selected"_s);
+
+        const std::pair<const char *, bool> expected[]
+            = { { "retryButton", retry }, { "copyButton", copy }, { "replaceButton", copy } };
+        for (const auto &[name, enabled] : expected) {
+            QVERIFY(item(name));
+            QCOMPARE(item(name)->isEnabled(), enabled);
+            QCOMPARE(item(name)->opacity(), enabled ? 1.0 : 0.4);
+        }
+
+        // A disabled button ignores the click; an enabled Retry starts a new request.
+        const qsizetype before = m_rewriter.requests.size();
+        click(item("retryButton"));
+        QCOMPARE(m_rewriter.requests.size(), before + (retry ? 1 : 0));
+    }
+    void chipsSendTheirToneInLowerCase()
+    {
+        open(sample);
+        const QList<std::pair<QString, QString>> chips { { u"natural"_s, u"Natural"_s },
+            { u"casual"_s, u"Casual"_s }, { u"professional"_s, u"Professional"_s },
+            { u"punchy"_s, u"Punchy"_s }, { u"warm"_s, u"Warm"_s } };
+        auto *row = item("toneRow");
+        QVERIFY(row);
+        for (const auto &[tone, title] : chips) {
+            QQuickItem *chip = item(qPrintable(u"tone-"_s + tone));
+            QVERIFY(chip);
+            QCOMPARE(chip->property("text").toString(), title);
+            // Turn the wheel over the row until the chip is wholly in view, as the user would.
+            const auto chipInView = [&] {
+                const qreal left = chip->mapToItem(row, QPointF(0, 0)).x();
+                return left >= 0 && left + chip->width() <= row->width() + 0.5;
+            };
+            const QPoint overRow = row->mapToScene(QPointF(row->width() / 2, row->height() / 2)).toPoint();
+            for (int notch = 0; notch < 20 && !chipInView(); ++notch) {
+                QWheelEvent wheel(overRow, m_popup->window()->mapToGlobal(overRow), {}, QPoint(0, -120),
+                    Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+                QCoreApplication::sendEvent(m_popup->window(), &wheel);
+            }
+            QVERIFY2(chipInView(), qPrintable(tone));
+            m_rewriter.token(u"half"_s); // chips react while streaming too
+            const qsizetype before = m_rewriter.requests.size();
+            click(chip);
+            QCOMPARE(m_rewriter.requests.size(), before + 1);
+            QCOMPARE(m_rewriter.last().tone, tone);
+            QTRY_VERIFY(chip->property("selected").toBool());
+        }
+    }
+    void longOriginalIsCutToFourLines()
+    {
+        QString longText;
+        for (int i = 0; i < 12; ++i)
+            longText += u"Line %1 of a long selection that wraps.\n"_s.arg(i);
+        open(longText);
+        QQuickItem *original = item("originalText");
+        QCOMPARE(original->property("lineCount").toInt(), 4);
+        QVERIFY(original->property("truncated").toBool());
+
+        // The result is never cut: it grows and the page scrolls.
+        m_rewriter.finish(longText);
+        QTRY_VERIFY(item("resultText")->height() > 12 * 13);
+    }
+    void streamedTextReachesTheScreen()
+    {
+        open(sample);
+        QString expected;
+        for (int i = 0; i < 200; ++i) {
+            const QString fragment = (i % 17 == 0) ? u"\n"_s : u"word%1 "_s.arg(i);
+            expected += fragment;
+            m_rewriter.token(fragment);
+        }
+        QQuickItem *result = item("resultText");
+        QTRY_COMPARE(result->property("text").toString(), expected);
+
+        // Retry starts over with an empty text, not with the old one and the new appended.
+        m_rewriter.complete();
+        click(item("retryButton"));
+        m_rewriter.token(u"fresh"_s);
+        QTRY_COMPARE(result->property("text").toString(), u"fresh"_s);
+    }
+    void keyboard()
+    {
+        open(sample, true);
+        QQuickWindow *window = m_popup->window();
+
+        // Ctrl+Enter does nothing while busy ...
+        QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(window->isVisible());
+        // ... and replaces once there is a result.
+        m_rewriter.finish(u"Result"_s);
+        QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
+        QTRY_VERIFY(!window->isVisible());
+        QTRY_COMPARE(m_host.calls, (QStringList { u"return"_s, u"replace Result"_s }));
+
+        open(sample, true);
+        QTest::keyClick(m_popup->window(), Qt::Key_Escape);
+        QTRY_VERIFY(!m_popup->window()->isVisible());
+    }
+    // Ctrl+C copies the part of the result selected, and the popup stays; Copy copies all of
+    // it and says so for a while.
+    void copying()
+    {
+        open(sample, true);
+        m_rewriter.finish(u"Please send the report by Friday."_s);
+        QQuickItem *result = item("resultText");
+        QTRY_COMPARE(result->property("text").toString(), u"Please send the report by Friday."_s);
+        result->forceActiveFocus();
+        QMetaObject::invokeMethod(result, "select", Q_ARG(int, 7), Q_ARG(int, 22));
+        QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
+        QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"send the report"_s);
+        QVERIFY(m_popup->window()->isVisible());
+
+        QQuickItem *copy = item("copyButton");
+        QQuickItem *view = copy;
+        while (view && !view->property("copiedFor").isValid())
+            view = view->parentItem();
+        QVERIFY(view);
+        QCOMPARE(view->property("copiedFor").toInt(), 1800);
+        view->setProperty("copiedFor", 200);
+        click(copy);
+        QCOMPARE(m_host.calls, QStringList { u"copy Please send the report by Friday."_s });
+        QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
+        QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
+    }
+    // A window built ahead is handed the model of the popup it becomes before it is shown:
+    // what it shows and what it asks for are that popup's, never its stand-in's.
+    void windowBuiltAheadShowsItsOwnPopup()
+    {
+        PopupWindowFactory windows(*m_engine);
+        windows.prepareNext();
+        QTRY_VERIFY(windows.hasPreparedWindow());
+        QVERIFY(m_rewriter.requests.isEmpty());
+
+        m_popup = std::make_unique<PopupWindowController>(sample, m_rewriter, &m_host, windows);
+        QVERIFY(!windows.hasPreparedWindow());
+        m_popup->showWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
+        QCOMPARE(item("originalText")->property("text").toString(), sample);
+        QCOMPARE(m_rewriter.requests.size(), 1);
+        QCOMPARE(m_rewriter.last().text, sample);
+
+        m_rewriter.token(u"Please send the report."_s);
+        QTRY_COMPARE(item("resultText")->property("text").toString(), u"Please send the report."_s);
+        m_rewriter.complete();
+        click(item("tone-casual"));
+        QTRY_VERIFY(item("tone-casual")->property("selected").toBool());
+        QCOMPARE(m_rewriter.requests.size(), 2);
+        QCOMPARE(m_rewriter.last().tone, u"casual"_s);
+    }
 
 private:
-    void open(const QString &text, bool active = false);
-    QQuickItem *item(const char *name) const;
-    void click(QQuickItem *item);
+    void open(const QString &text, bool active = false)
+    {
+        m_popup = std::make_unique<PopupWindowController>(text, m_rewriter, &m_host, *m_engine);
+        QVERIFY(m_popup->window());
+        m_popup->showWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
+        if (active) {
+            m_popup->window()->requestActivate();
+            QTRY_VERIFY(m_popup->window()->isActive());
+        }
+    }
+    QQuickItem *item(const char *name) const
+    {
+        QQuickItem *found = findItem(m_popup->window()->contentItem(), QString::fromLatin1(name));
+        if (!found)
+            qWarning("no item %s", name);
+        return found;
+    }
+    void click(QQuickItem *target)
+    {
+        QVERIFY(target);
+        const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+        QTest::mouseClick(m_popup->window(), Qt::LeftButton, {}, centre.toPoint());
+    }
 
     QQmlEngine *m_engine = nullptr;
     FakeRewriter m_rewriter;
     FakePopupHost m_host;
     std::unique_ptr<PopupWindowController> m_popup;
 };
-
-static const QString sample = u"Could you send me the report by Friday?"_s;
-
-void TestPopupView::init()
-{
-    m_rewriter.requests.clear();
-    m_host = FakePopupHost();
-    if (!m_engine)
-        m_engine = new QQmlEngine(this);
-}
-
-void TestPopupView::cleanup()
-{
-    m_popup.reset();
-}
-
-void TestPopupView::open(const QString &text, bool active)
-{
-    m_popup = std::make_unique<PopupWindowController>(text, m_rewriter, &m_host, *m_engine);
-    QVERIFY(m_popup->window());
-    m_popup->showWindow();
-    QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
-    if (active) {
-        m_popup->window()->requestActivate();
-        QTRY_VERIFY(m_popup->window()->isActive());
-    }
-}
-
-QQuickItem *TestPopupView::item(const char *name) const
-{
-    QQuickItem *found = findItem(m_popup->window()->contentItem(), QString::fromLatin1(name));
-    if (!found)
-        qWarning("no item %s", name);
-    return found;
-}
-
-void TestPopupView::click(QQuickItem *target)
-{
-    QVERIFY(target);
-    const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
-    QTest::mouseClick(m_popup->window(), Qt::LeftButton, {}, centre.toPoint());
-}
-
-void TestPopupView::buttons_data()
-{
-    QTest::addColumn<QString>("original");
-    QTest::addColumn<QStringList>("script");
-    QTest::addColumn<bool>("retry");
-    QTest::addColumn<bool>("copy"); // Copy and Replace
-    QTest::addColumn<QString>("shown"); // the layer or text in view
-
-    QTest::newRow("loading") << sample << QStringList {} << false << false << u"loadingLayer"_s;
-    QTest::newRow("streaming") << sample << QStringList { u"token"_s } << false << false << u"resultText"_s;
-    QTest::newRow("done") << sample << QStringList { u"token"_s, u"complete"_s } << true << true
-                          << u"resultText"_s;
-    QTest::newRow("done, empty") << sample << QStringList { u"complete"_s } << true << false
-                                 << u"resultText"_s;
-    // The error replaces the partial result, which is then not offered either.
-    QTest::newRow("error after text")
-        << sample << QStringList { u"token"_s, u"error"_s } << true << false << u"errorLayer"_s;
-    // What to do instead of a spinner that waits for nothing.
-    QTest::newRow("no text selected") << QString() << QStringList {} << false << false << u"errorLayer"_s;
-}
-
-void TestPopupView::buttons()
-{
-    QFETCH(QString, original);
-    QFETCH(QStringList, script);
-    QFETCH(bool, retry);
-    QFETCH(bool, copy);
-    QFETCH(QString, shown);
-
-    open(original);
-    for (const QString &step : script) {
-        if (step == u"token")
-            m_rewriter.token(u"Please send the report by Friday."_s);
-        else if (step == u"complete")
-            m_rewriter.complete();
-        else
-            m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
-    }
-    QVERIFY(item(qPrintable(shown))->isVisible());
-    if (shown == u"errorLayer"_s && !original.isEmpty()) {
-        QVERIFY(!item("resultText")->isVisible());
-        QCOMPARE(item("errorMessage")->property("text").toString(),
-            u"The service answered with HTTP 502 Bad Gateway."_s);
-    }
-    if (original.isEmpty())
-        QCOMPARE(item("originalText")->property("text").toString(), u"No text selected"_s);
-
-    const std::pair<const char *, bool> expected[]
-        = { { "retryButton", retry }, { "copyButton", copy }, { "replaceButton", copy } };
-    for (const auto &[name, enabled] : expected) {
-        QVERIFY(item(name));
-        QCOMPARE(item(name)->isEnabled(), enabled);
-        QCOMPARE(item(name)->opacity(), enabled ? 1.0 : 0.4);
-    }
-
-    // A disabled button ignores the click; an enabled Retry starts a new request.
-    const qsizetype before = m_rewriter.requests.size();
-    click(item("retryButton"));
-    QCOMPARE(m_rewriter.requests.size(), before + (retry ? 1 : 0));
-}
-
-void TestPopupView::chipsSendTheirToneInLowerCase()
-{
-    open(sample);
-    const QList<std::pair<QString, QString>> chips { { u"natural"_s, u"Natural"_s },
-        { u"casual"_s, u"Casual"_s }, { u"professional"_s, u"Professional"_s }, { u"punchy"_s, u"Punchy"_s },
-        { u"warm"_s, u"Warm"_s } };
-    auto *row = item("toneRow");
-    QVERIFY(row);
-    for (const auto &[tone, title] : chips) {
-        QQuickItem *chip = item(qPrintable(u"tone-"_s + tone));
-        QVERIFY(chip);
-        QCOMPARE(chip->property("text").toString(), title);
-        // Turn the wheel over the row until the chip is wholly in view, as the user would.
-        const auto chipInView = [&] {
-            const qreal left = chip->mapToItem(row, QPointF(0, 0)).x();
-            return left >= 0 && left + chip->width() <= row->width() + 0.5;
-        };
-        const QPoint overRow = row->mapToScene(QPointF(row->width() / 2, row->height() / 2)).toPoint();
-        for (int notch = 0; notch < 20 && !chipInView(); ++notch) {
-            QWheelEvent wheel(overRow, m_popup->window()->mapToGlobal(overRow), {}, QPoint(0, -120),
-                Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
-            QCoreApplication::sendEvent(m_popup->window(), &wheel);
-        }
-        QVERIFY2(chipInView(), qPrintable(tone));
-        m_rewriter.token(u"half"_s); // chips react while streaming too
-        const qsizetype before = m_rewriter.requests.size();
-        click(chip);
-        QCOMPARE(m_rewriter.requests.size(), before + 1);
-        QCOMPARE(m_rewriter.last().tone, tone);
-        QTRY_VERIFY(chip->property("selected").toBool());
-    }
-}
-
-void TestPopupView::longOriginalIsCutToFourLines()
-{
-    QString longText;
-    for (int i = 0; i < 12; ++i)
-        longText += u"Line %1 of a long selection that wraps.\n"_s.arg(i);
-    open(longText);
-    QQuickItem *original = item("originalText");
-    QCOMPARE(original->property("lineCount").toInt(), 4);
-    QVERIFY(original->property("truncated").toBool());
-
-    // The result is never cut: it grows and the page scrolls.
-    m_rewriter.finish(longText);
-    QTRY_VERIFY(item("resultText")->height() > 12 * 13);
-}
-
-void TestPopupView::streamedTextReachesTheScreen()
-{
-    open(sample);
-    QString expected;
-    for (int i = 0; i < 200; ++i) {
-        const QString fragment = (i % 17 == 0) ? u"\n"_s : u"word%1 "_s.arg(i);
-        expected += fragment;
-        m_rewriter.token(fragment);
-    }
-    QQuickItem *result = item("resultText");
-    QTRY_COMPARE(result->property("text").toString(), expected);
-
-    // Retry starts over with an empty text, not with the old one and the new appended.
-    m_rewriter.complete();
-    click(item("retryButton"));
-    m_rewriter.token(u"fresh"_s);
-    QTRY_COMPARE(result->property("text").toString(), u"fresh"_s);
-}
-
-void TestPopupView::keyboard()
-{
-    open(sample, true);
-    QQuickWindow *window = m_popup->window();
-
-    // Ctrl+Enter does nothing while busy ...
-    QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
-    QVERIFY(window->isVisible());
-    // ... and replaces once there is a result.
-    m_rewriter.finish(u"Result"_s);
-    QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
-    QTRY_VERIFY(!window->isVisible());
-    QTRY_COMPARE(m_host.calls, (QStringList { u"return"_s, u"replace Result"_s }));
-
-    open(sample, true);
-    QTest::keyClick(m_popup->window(), Qt::Key_Escape);
-    QTRY_VERIFY(!m_popup->window()->isVisible());
-}
-
-// Ctrl+C copies the part of the result selected, and the popup stays; Copy copies all of
-// it and says so for a while.
-void TestPopupView::copying()
-{
-    open(sample, true);
-    m_rewriter.finish(u"Please send the report by Friday."_s);
-    QQuickItem *result = item("resultText");
-    QTRY_COMPARE(result->property("text").toString(), u"Please send the report by Friday."_s);
-    result->forceActiveFocus();
-    QMetaObject::invokeMethod(result, "select", Q_ARG(int, 7), Q_ARG(int, 22));
-    QTest::keyClick(m_popup->window(), Qt::Key_C, Qt::ControlModifier);
-    QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"send the report"_s);
-    QVERIFY(m_popup->window()->isVisible());
-
-    QQuickItem *copy = item("copyButton");
-    QQuickItem *view = copy;
-    while (view && !view->property("copiedFor").isValid())
-        view = view->parentItem();
-    QVERIFY(view);
-    QCOMPARE(view->property("copiedFor").toInt(), 1800);
-    view->setProperty("copiedFor", 200);
-    click(copy);
-    QCOMPARE(m_host.calls, QStringList { u"copy Please send the report by Friday."_s });
-    QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
-    QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
-}
-
-// A window built ahead is handed the model of the popup it becomes before it is shown:
-// what it shows and what it asks for are that popup's, never its stand-in's.
-void TestPopupView::windowBuiltAheadShowsItsOwnPopup()
-{
-    PopupWindowFactory windows(*m_engine);
-    windows.prepareNext();
-    QTRY_VERIFY(windows.hasPreparedWindow());
-    QVERIFY(m_rewriter.requests.isEmpty());
-
-    m_popup = std::make_unique<PopupWindowController>(sample, m_rewriter, &m_host, windows);
-    QVERIFY(!windows.hasPreparedWindow());
-    m_popup->showWindow();
-    QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
-    QCOMPARE(item("originalText")->property("text").toString(), sample);
-    QCOMPARE(m_rewriter.requests.size(), 1);
-    QCOMPARE(m_rewriter.last().text, sample);
-
-    m_rewriter.token(u"Please send the report."_s);
-    QTRY_COMPARE(item("resultText")->property("text").toString(), u"Please send the report."_s);
-    m_rewriter.complete();
-    click(item("tone-casual"));
-    QTRY_VERIFY(item("tone-casual")->property("selected").toBool());
-    QCOMPARE(m_rewriter.requests.size(), 2);
-    QCOMPARE(m_rewriter.last().tone, u"casual"_s);
-}
 
 QTEST_MAIN(TestPopupView)
 #include "TestPopupView.moc"
