@@ -56,238 +56,217 @@ class TestPopupDesktop : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
-    void rewriteAndReplace_data();
-    void rewriteAndReplace();
-    void replaceAfterTheEditorHasGone();
-    void oneInstanceAndATerminalsSelection();
-    void textHandedOverTheBus_data();
-    void textHandedOverTheBus();
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(),
+            "no session bus: run inside scripts/headless-session");
+        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
+        m_server.route("/api/v1/chat/completions", streamFor);
+        QVERIFY(m_atspi.connect());
+    }
+    void cleanup()
+    {
+        m_program.reset();
+        m_server.clearRequests();
+    }
+    void rewriteAndReplace_data()
+    {
+        // Off the accessibility bus, the selection is copied with Ctrl+C and the rewrite
+        // pasted with Ctrl+V, through the clipboard the user still expects to find intact.
+        QTest::addColumn<bool>("accessible");
+        QTest::addColumn<QString>("route");
+        QTest::newRow("through the accessibility bus")
+            << true << u"✅ [AccessibilityHelper] AX replace successful"_s;
+        QTest::newRow("through the clipboard and a paste")
+            << false << u"🔧 [AccessibilityHelper] AX failed, using clipboard fallback..."_s;
+    }
+    void rewriteAndReplace()
+    {
+        QFETCH(bool, accessible);
+        QFETCH(QString, route);
+
+        Editor editor(paragraph, accessible);
+        QVERIFY(editor.waitUntilActive());
+        startProgram();
+        QVERIFY(editor.waitUntilActive());
+        keys(keysSelecting(paragraph, sentence));
+        const QByteArray userClipboard = "the user's own clipboard";
+        setClipboard(userClipboard);
+
+        trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
+        QVERIFY2(rewrites().first().body.contains(sentence.toUtf8()),
+            qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + log()));
+        QVERIFY2(log().contains(u"🎯 [AppDelegate] Stored previous app: "_s), qPrintable(log()));
+        QVERIFY(!log().contains(u"Stored previous app: Unknown"_s));
+
+        // A tone chip and Retry each ask again, with the chip's tone in lower case.
+        pressOnce(u"Casual"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 2, 10000);
+        // Retry and Replace wait for the rewrite to finish.
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+        pressOnce(u"Retry"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
+        QStringList tones;
+        for (const FixtureRequest &request : rewrites())
+            tones.append(QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString());
+        QCOMPARE(tones, (QStringList { u"natural"_s, u"casual"_s, u"casual"_s }));
+
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
+        pressOnce(u"Replace"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
+        QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: true"_s), qPrintable(log()));
+        QVERIFY2(log().contains(route), qPrintable(log()));
+
+        QString expected = paragraph;
+        expected.replace(sentence, rewriteFor(u"casual"_s));
+        if (!accessible) {
+            // "Replace result: true" comes before the paste: the editor has the rewrite once
+            // the clipboard is back, half a second after Ctrl+V went out.
+            QTRY_VERIFY2_WITH_TIMEOUT(
+                log().contains(u"🔧 [AccessibilityHelper] Clipboard restored"_s), qPrintable(log()), 5000);
+        }
+        QCOMPARE(editor.savedText(), expected);
+        QCOMPARE(clipboard(), userClipboard);
+    }
+    void replaceAfterTheEditorHasGone()
+    {
+        // The popup's editor closes while the popup is open, and another window comes to the
+        // front when it goes: Replace must not write there. The rewrite waits on the clipboard.
+        const QString otherText = u"Another window's own text."_s;
+        Editor other(otherText, true);
+        QVERIFY(other.waitUntilActive());
+        Editor editor(paragraph, false);
+        QVERIFY(editor.waitUntilActive());
+        startProgram();
+        QVERIFY(editor.waitUntilActive());
+        keys(keysSelecting(paragraph, sentence));
+        trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
+        editor.stop();
+
+        pressOnce(u"Replace"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
+        QVERIFY2(log().contains(u"❌ [AppDelegate] Could not bring back: Mousepad"_s), qPrintable(log()));
+        QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: false"_s), qPrintable(log()));
+        QVERIFY2(!log().contains(u"replaceSelectedText called"_s), qPrintable(log()));
+        QCOMPARE(QString::fromUtf8(clipboard()), rewriteFor(u"natural"_s));
+        // The other window is in front now, its text as it was: a full stop typed at its end
+        // is the only change it saves.
+        QVERIFY(other.waitUntilActive());
+        keys({ u"ctrl+End"_s, u"period"_s });
+        QCOMPARE(other.savedText(), otherText + u"."_s);
+    }
+    void oneInstanceAndATerminalsSelection()
+    {
+        // A stock xterm passes Ctrl+C to its job as an interrupt: the popup gets the
+        // selection from PRIMARY, and the job still runs once the rewrite is shown.
+        Terminal terminal(u"copyme"_s);
+        QVERIFY(terminal.waitUntilActive());
+        QVERIFY(terminal.waitUntilReady());
+        startProgram();
+        const QString owner
+            = QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s);
+        const QString program = TessaryProcess::program();
+
+        // A second start leaves the first in charge and ends.
+        QProcess second;
+        second.start(program, QStringList());
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(
+            QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s).value(), owner);
+
+        // `tessary --trigger`, as a desktop shortcut runs it, rewrites the selection.
+        QVERIFY(terminal.waitUntilActive());
+        terminal.selectFirstWord();
+        QProcess trigger;
+        trigger.start(program, { u"--trigger"_s });
+        QVERIFY(trigger.waitForFinished(10000));
+        QCOMPARE(trigger.exitCode(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
+        QVERIFY2(rewrites().first().body.contains("copyme"), rewrites().first().body.constData());
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+        QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
+    }
+    void textHandedOverTheBus_data()
+    {
+        QTest::addColumn<QStringList>("environment");
+        QTest::addColumn<QString>("shown"); // what the log says of the text
+
+        const QString start = u"Grüße 👋🏽 aus der Werkstatt. Grüße 👋🏽 aus der Werksta"_s;
+        QTest::newRow("started from a terminal: the first 50 characters") << QStringList {} << start;
+        // Started from its menu entry, the output ends in the journal: lengths only.
+        QTest::newRow("started from the desktop: their length") << QStringList {
+            u"GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/app.tessary.Tessary.desktop"_s
+        } << u"[%1 characters]"_s.arg(start.size());
+    }
+    void textHandedOverTheBus()
+    {
+        QFETCH(QStringList, environment);
+        QFETCH(QString, shown);
+        startProgram(environment);
+        const auto handOver = [](const QString &text) {
+            QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+                u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
+            call << text;
+            QDBusConnection::sessionBus().asyncCall(call);
+        };
+
+        // Nothing to rewrite: said in the log, no popup, no request.
+        handOver(QString());
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"❌ [Service] No text in pasteboard"_s), 10000);
+
+        // A long text: the service gets all of it, the log at most its start.
+        QString text;
+        while (text.size() < 200)
+            text += u"Grüße 👋🏽 aus der Werkstatt. "_s;
+        handOver(text);
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 10000);
+        QVERIFY(QString::fromUtf8(rewrites().first().body).contains(text.trimmed()));
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
+        QVERIFY2(
+            log().contains(u"🔧 [Service] Got text from service: "_s + shown + u"..."_s), qPrintable(log()));
+        if (!environment.isEmpty()) {
+            QVERIFY2(!log().contains(u"Werkstatt"_s), qPrintable(log()));
+            QVERIFY2(!log().contains(u"e2e-key"_s.left(8)), qPrintable(log()));
+        }
+    }
 
 private:
-    void startProgram(const QStringList &environment = {});
+    void startProgram(const QStringList &environment = {})
+    {
+        m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n", environment);
+        QVERIFY(m_program->start());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+    }
     // The bus entry of a desktop shortcut.
-    void trigger();
+    void trigger()
+    {
+        QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+            u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+    }
     // Presses the button as soon as it is there and enabled, exactly once.
-    void pressOnce(const QString &name);
-    QList<FixtureRequest> rewrites() const;
+    void pressOnce(const QString &name)
+    {
+        bool pressed = false;
+        QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
+    }
+    // The rewrite requests only; the program also checks for updates on the same service.
+    QList<FixtureRequest> rewrites() const
+    {
+        QList<FixtureRequest> found = m_server.requests();
+        found.removeIf(
+            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
+        return found;
+    }
     const QString &log() const { return m_program->log; }
 
     FixtureServer m_server;
     AtspiClient m_atspi;
     std::unique_ptr<TessaryProcess> m_program;
 };
-
-void TestPopupDesktop::initTestCase()
-{
-    QVERIFY2(
-        QDBusConnection::sessionBus().isConnected(), "no session bus: run inside scripts/headless-session");
-    QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-    m_server.route("/api/v1/chat/completions", streamFor);
-    QVERIFY(m_atspi.connect());
-}
-
-void TestPopupDesktop::cleanup()
-{
-    m_program.reset();
-    m_server.clearRequests();
-}
-
-void TestPopupDesktop::startProgram(const QStringList &environment)
-{
-    m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n", environment);
-    QVERIFY(m_program->start());
-    QTRY_VERIFY_WITH_TIMEOUT(
-        QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
-}
-
-void TestPopupDesktop::trigger()
-{
-    QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-        u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
-}
-
-void TestPopupDesktop::pressOnce(const QString &name)
-{
-    bool pressed = false;
-    QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
-}
-
-// The rewrite requests only; the program also checks for updates on the same service.
-QList<FixtureRequest> TestPopupDesktop::rewrites() const
-{
-    QList<FixtureRequest> found = m_server.requests();
-    found.removeIf([](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-    return found;
-}
-
-void TestPopupDesktop::rewriteAndReplace_data()
-{
-    // Off the accessibility bus, the selection is copied with Ctrl+C and the rewrite
-    // pasted with Ctrl+V, through the clipboard the user still expects to find intact.
-    QTest::addColumn<bool>("accessible");
-    QTest::addColumn<QString>("route");
-    QTest::newRow("through the accessibility bus")
-        << true << u"✅ [AccessibilityHelper] AX replace successful"_s;
-    QTest::newRow("through the clipboard and a paste")
-        << false << u"🔧 [AccessibilityHelper] AX failed, using clipboard fallback..."_s;
-}
-
-void TestPopupDesktop::rewriteAndReplace()
-{
-    QFETCH(bool, accessible);
-    QFETCH(QString, route);
-
-    Editor editor(paragraph, accessible);
-    QVERIFY(editor.waitUntilActive());
-    startProgram();
-    QVERIFY(editor.waitUntilActive());
-    keys(keysSelecting(paragraph, sentence));
-    const QByteArray userClipboard = "the user's own clipboard";
-    setClipboard(userClipboard);
-
-    trigger();
-    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
-    QVERIFY2(rewrites().first().body.contains(sentence.toUtf8()),
-        qPrintable(QString::fromUtf8(rewrites().first().body) + u"\n"_s + log()));
-    QVERIFY2(log().contains(u"🎯 [AppDelegate] Stored previous app: "_s), qPrintable(log()));
-    QVERIFY(!log().contains(u"Stored previous app: Unknown"_s));
-
-    // A tone chip and Retry each ask again, with the chip's tone in lower case.
-    pressOnce(u"Casual"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 2, 10000);
-    // Retry and Replace wait for the rewrite to finish.
-    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
-    pressOnce(u"Retry"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
-    QStringList tones;
-    for (const FixtureRequest &request : rewrites())
-        tones.append(QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString());
-    QCOMPARE(tones, (QStringList { u"natural"_s, u"casual"_s, u"casual"_s }));
-
-    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
-    pressOnce(u"Replace"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
-    QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: true"_s), qPrintable(log()));
-    QVERIFY2(log().contains(route), qPrintable(log()));
-
-    QString expected = paragraph;
-    expected.replace(sentence, rewriteFor(u"casual"_s));
-    if (!accessible) {
-        // "Replace result: true" comes before the paste: the editor has the rewrite once
-        // the clipboard is back, half a second after Ctrl+V went out.
-        QTRY_VERIFY2_WITH_TIMEOUT(
-            log().contains(u"🔧 [AccessibilityHelper] Clipboard restored"_s), qPrintable(log()), 5000);
-    }
-    QCOMPARE(editor.savedText(), expected);
-    QCOMPARE(clipboard(), userClipboard);
-}
-
-void TestPopupDesktop::replaceAfterTheEditorHasGone()
-{
-    // The popup's editor closes while the popup is open, and another window comes to the
-    // front when it goes: Replace must not write there. The rewrite waits on the clipboard.
-    const QString otherText = u"Another window's own text."_s;
-    Editor other(otherText, true);
-    QVERIFY(other.waitUntilActive());
-    Editor editor(paragraph, false);
-    QVERIFY(editor.waitUntilActive());
-    startProgram();
-    QVERIFY(editor.waitUntilActive());
-    keys(keysSelecting(paragraph, sentence));
-    trigger();
-    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
-    editor.stop();
-
-    pressOnce(u"Replace"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
-    QVERIFY2(log().contains(u"❌ [AppDelegate] Could not bring back: Mousepad"_s), qPrintable(log()));
-    QVERIFY2(log().contains(u"🔄 [PopupView] Replace result: false"_s), qPrintable(log()));
-    QVERIFY2(!log().contains(u"replaceSelectedText called"_s), qPrintable(log()));
-    QCOMPARE(QString::fromUtf8(clipboard()), rewriteFor(u"natural"_s));
-    // The other window is in front now, its text as it was: a full stop typed at its end
-    // is the only change it saves.
-    QVERIFY(other.waitUntilActive());
-    keys({ u"ctrl+End"_s, u"period"_s });
-    QCOMPARE(other.savedText(), otherText + u"."_s);
-}
-
-void TestPopupDesktop::oneInstanceAndATerminalsSelection()
-{
-    // A stock xterm passes Ctrl+C to its job as an interrupt: the popup gets the
-    // selection from PRIMARY, and the job still runs once the rewrite is shown.
-    Terminal terminal(u"copyme"_s);
-    QVERIFY(terminal.waitUntilActive());
-    QVERIFY(terminal.waitUntilReady());
-    startProgram();
-    const QString owner = QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s);
-    const QString program = TessaryProcess::program();
-
-    // A second start leaves the first in charge and ends.
-    QProcess second;
-    second.start(program, QStringList());
-    QVERIFY(second.waitForFinished(10000));
-    QCOMPARE(second.exitCode(), 0);
-    QCOMPARE(
-        QDBusConnection::sessionBus().interface()->serviceOwner(u"app.tessary.Tessary"_s).value(), owner);
-
-    // `tessary --trigger`, as a desktop shortcut runs it, rewrites the selection.
-    QVERIFY(terminal.waitUntilActive());
-    terminal.selectFirstWord();
-    QProcess trigger;
-    trigger.start(program, { u"--trigger"_s });
-    QVERIFY(trigger.waitForFinished(10000));
-    QCOMPARE(trigger.exitCode(), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
-    QVERIFY2(rewrites().first().body.contains("copyme"), rewrites().first().body.constData());
-    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
-    QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
-}
-
-void TestPopupDesktop::textHandedOverTheBus_data()
-{
-    QTest::addColumn<QStringList>("environment");
-    QTest::addColumn<QString>("shown"); // what the log says of the text
-
-    const QString start = u"Grüße 👋🏽 aus der Werkstatt. Grüße 👋🏽 aus der Werksta"_s;
-    QTest::newRow("started from a terminal: the first 50 characters") << QStringList {} << start;
-    // Started from its menu entry, the output ends in the journal: lengths only.
-    QTest::newRow("started from the desktop: their length")
-        << QStringList { u"GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/app.tessary.Tessary.desktop"_s }
-        << u"[%1 characters]"_s.arg(start.size());
-}
-
-void TestPopupDesktop::textHandedOverTheBus()
-{
-    QFETCH(QStringList, environment);
-    QFETCH(QString, shown);
-    startProgram(environment);
-    const auto handOver = [](const QString &text) {
-        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
-            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
-        call << text;
-        QDBusConnection::sessionBus().asyncCall(call);
-    };
-
-    // Nothing to rewrite: said in the log, no popup, no request.
-    handOver(QString());
-    QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"❌ [Service] No text in pasteboard"_s), 10000);
-
-    // A long text: the service gets all of it, the log at most its start.
-    QString text;
-    while (text.size() < 200)
-        text += u"Grüße 👋🏽 aus der Werkstatt. "_s;
-    handOver(text);
-    QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 10000);
-    QVERIFY(QString::fromUtf8(rewrites().first().body).contains(text.trimmed()));
-    QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 10000);
-    QVERIFY2(log().contains(u"🔧 [Service] Got text from service: "_s + shown + u"..."_s), qPrintable(log()));
-    if (!environment.isEmpty()) {
-        QVERIFY2(!log().contains(u"Werkstatt"_s), qPrintable(log()));
-        QVERIFY2(!log().contains(u"e2e-key"_s.left(8)), qPrintable(log()));
-    }
-}
 
 QTEST_MAIN(TestPopupDesktop)
 #include "TestPopupDesktop.moc"

@@ -72,24 +72,238 @@ class TestTextAccessDesktop : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
+    void initTestCase()
+    {
+        m_x11 = X11Connection::open();
+        QVERIFY2(m_x11, "no X server: run inside scripts/headless-session");
+        m_workspace = std::make_unique<X11Workspace>(m_x11);
+        m_keys = std::make_unique<X11KeySynth>(m_x11);
+        m_accessibility = std::make_unique<AtspiAccessibility>();
+        m_pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), m_x11);
+        m_primary = std::make_unique<X11PrimarySelection>(m_x11);
+        m_helper = std::make_unique<AccessibilityHelper>(
+            *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get());
+    }
+    void init() { setClipboard("the user's own clipboard"); }
 
-    void capture_data();
-    void capture();
-    void captureWhileModifiersAreHeld();
-    void replace_data();
-    void replace();
-    void terminalSelectionFromPrimary();
-    void replaceAfterSwitchingWindows_data();
-    void replaceAfterSwitchingWindows();
-    void activateReportsTheActiveWindow();
-    void shortcut();
+    void capture_data()
+    {
+        QTest::addColumn<bool>("accessible");
+        QTest::addColumn<QString>("content"); // the sentence of the paragraph is selected, or all of mixed
+        QTest::addColumn<QString>("clipboardType");
+        QTest::addColumn<QByteArray>("clipboardData");
+
+        const QByteArray userText = "the user's own clipboard";
+        QTest::newRow("accessibility") << true << paragraph << u"UTF8_STRING"_s << userText;
+        QTest::newRow("clipboard, user text kept") << false << paragraph << u"UTF8_STRING"_s << userText;
+        QTest::newRow("clipboard, user image kept") << false << paragraph << u"image/png"_s << pngImage;
+        QTest::newRow("accessibility, emoji, CJK, line breaks")
+            << true << mixed << u"UTF8_STRING"_s << userText;
+        QTest::newRow("clipboard, emoji, CJK, line breaks") << false << mixed << u"UTF8_STRING"_s << userText;
+    }
+    void capture()
+    {
+        QFETCH(bool, accessible);
+        QFETCH(QString, content);
+        QFETCH(QString, clipboardType);
+        QFETCH(QByteArray, clipboardData);
+
+        Editor editor(content, accessible);
+        QVERIFY(editor.waitUntilActive());
+        setClipboard(clipboardData, clipboardType);
+        const QString expected = content == mixed ? mixed : sentence;
+        select(content == mixed ? selectAll : selectSentence, expected);
+
+        const int changes = m_pasteboard->changeCount();
+        QCOMPARE(captureNow().value_or(u"(nothing)"_s), expected);
+        QCOMPARE(m_captured.method,
+            accessible ? CaptureTarget::Method::Accessibility : CaptureTarget::Method::Clipboard);
+        // Read through accessibility, the clipboard is never touched.
+        if (accessible)
+            QCOMPARE(m_pasteboard->changeCount(), changes);
+        QVERIFY(run(u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-o"_s, u"-t"_s, u"TARGETS"_s })
+                    .split('\n')
+                    .contains(clipboardType.toUtf8()));
+        QCOMPARE(clipboard(clipboardType), clipboardData);
+    }
+    void captureWhileModifiersAreHeld()
+    {
+        // Right after Ctrl+Alt+H the user's fingers are still down: the copy must wait for
+        // them, or the editor sees Ctrl+Alt+C and copies nothing.
+        Editor editor(paragraph, false);
+        QVERIFY(editor.waitUntilActive());
+        select(selectSentence, sentence);
+        run(u"xdotool"_s, { u"keydown"_s, u"ctrl+alt"_s });
+        QTimer::singleShot(150, this, [] { run(u"xdotool"_s, { u"keyup"_s, u"ctrl+alt"_s }); });
+        QCOMPARE(captureNow(), std::optional<QString>(sentence));
+    }
+    void replace_data()
+    {
+        QTest::addColumn<bool>("accessible");
+        QTest::addColumn<QString>("replacement"); // of the sentence, or mixed of the whole paragraph
+        QTest::addColumn<QString>("expected");
+
+        const QString rewritten = u"This is the rewrite."_s;
+        const QString expected = QString(paragraph).replace(sentence, rewritten);
+        QTest::newRow("accessibility") << true << rewritten << expected;
+        QTest::newRow("paste") << false << rewritten << expected;
+        QTest::newRow("accessibility, emoji, CJK, line breaks") << true << mixed << mixed;
+        QTest::newRow("paste, emoji, CJK, line breaks") << false << mixed << mixed;
+    }
+    void replace()
+    {
+        QFETCH(bool, accessible);
+        QFETCH(QString, replacement);
+        QFETCH(QString, expected);
+
+        Editor editor(paragraph, accessible);
+        QVERIFY(editor.waitUntilActive());
+        select(
+            replacement == mixed ? selectAll : selectSentence, replacement == mixed ? paragraph : sentence);
+        // Replacement writes where the text was captured, as the program does.
+        QCOMPARE(captureNow().has_value(), true);
+        const int changes = m_pasteboard->changeCount();
+        QVERIFY(replaceNow(replacement));
+        if (accessible) {
+            QCOMPARE(m_pasteboard->changeCount(), changes);
+        } else {
+            // Restored 0.6 s later, after the paste.
+            QTRY_COMPARE(clipboard(), QByteArray("the user's own clipboard"));
+        }
+        QCOMPARE(editor.savedText(), expected);
+        QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
+    }
+    void terminalSelectionFromPrimary()
+    {
+        // A stock xterm passes Ctrl+C (and Ctrl+Shift+C) to the job as an interrupt: the
+        // selection comes from PRIMARY, and nothing is typed into the terminal at all.
+        Terminal terminal(u"copyme"_s);
+        QVERIFY(terminal.waitUntilActive());
+        QVERIFY(terminal.waitUntilReady());
+        const quint32 window = activeWindow();
+        terminal.selectFirstWord();
+
+        const int changes = m_pasteboard->changeCount();
+        QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
+        QCOMPARE(m_captured.method, CaptureTarget::Method::Primary);
+        QCOMPARE(m_pasteboard->changeCount(), changes);
+        QVERIFY(!replaceNow(u"pasted line\n"_s));
+        QCOMPARE(m_pasteboard->changeCount(), changes);
+        QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
+
+        // A selection the user made in another program earlier is not the terminal's.
+        Editor editor(paragraph, true);
+        QVERIFY(editor.waitUntilActive());
+        select(selectAll, paragraph);
+        run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(window) });
+        QTRY_COMPARE(activeWindow(), window);
+        QCOMPARE(captureNow(), std::optional<QString>());
+        QVERIFY(terminal.jobRuns());
+    }
+    void replaceAfterSwitchingWindows_data()
+    {
+        QTest::addColumn<bool>("accessible");
+        QTest::newRow("accessibility") << true;
+        QTest::newRow("paste") << false;
+    }
+    void replaceAfterSwitchingWindows()
+    {
+        // The rewrite belongs to the window it came from: with another one in front it goes
+        // nowhere (it is left on the clipboard for the user), never into the other window.
+        QFETCH(bool, accessible);
+        Editor source(paragraph, accessible);
+        QVERIFY(source.waitUntilActive());
+        const quint32 sourceWindow = activeWindow();
+        select(selectSentence, sentence);
+        QCOMPARE(captureNow(), std::optional<QString>(sentence));
+
+        Editor other(paragraph, accessible);
+        QVERIFY(other.waitUntilActive());
+        select(selectSentence, sentence);
+        QVERIFY(!replaceNow(u"This is the rewrite."_s));
+        QTRY_COMPARE(clipboard(), QByteArray("This is the rewrite."));
+        // A mark typed at the end after the answer: a paste sent before it would show up
+        // ahead of it in the file.
+        keys({ u"ctrl+End"_s, u"Z"_s });
+        QCOMPARE(other.savedText(), paragraph + u"Z"_s);
+        run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(sourceWindow) });
+        QTRY_COMPARE(activeWindow(), sourceWindow);
+        keys({ u"ctrl+End"_s, u"Z"_s });
+        QCOMPARE(source.savedText(), paragraph + u"Z"_s);
+    }
+    void activateReportsTheActiveWindow()
+    {
+        Editor first(u"first"_s, true);
+        QVERIFY(first.waitUntilActive());
+        const auto firstApp = frontmost();
+        QVERIFY(firstApp);
+        QCOMPARE(firstApp->name, u"Mousepad"_s);
+        Editor second(u"second"_s, true);
+        QVERIFY(second.waitUntilActive());
+
+        const auto activate
+            = [&] { return answerOf<bool>([&](auto done) { m_workspace->activate(*firstApp, done); }); };
+        QCOMPARE(activate(), std::optional(true));
+        QCOMPARE(frontmost()->pid, first.pid());
+
+        // A window that went away cannot become active, and says so.
+        first.stop();
+        QTRY_COMPARE(frontmost().value_or(RunningApplication {}).pid, second.pid());
+        QCOMPARE(activate(), std::optional(false));
+    }
+    void shortcut()
+    {
+        // As the user does it: Ctrl+Alt+H through the real key grab, capture started from
+        // the key's handler while the grab still holds the keyboard. (A terminal's selection
+        // comes from PRIMARY, with no keys at all: terminalSelectionFromPrimary.)
+        Editor editor(paragraph, true);
+        QVERIFY(editor.waitUntilActive());
+        select(selectSentence, sentence);
+        // Text of its own, so that the wait for it also waits for its owner to take over.
+        const QByteArray userClipboard = "the user's own clipboard, before the shortcut";
+        setClipboard(userClipboard);
+        const xcb_window_t owner = clipboardOwner();
+        QVERIFY(owner != XCB_NONE);
+
+        std::optional<Capture> captured;
+        X11KeyboardGrab grab;
+        QVERIFY(grab.start([&](int keyCode, quint64 flags) {
+            if (keyCode != Keys::H || (flags & (Keys::Control | Keys::Alt)) != (Keys::Control | Keys::Alt))
+                return false;
+            QMetaObject::invokeMethod(
+                this,
+                [&] { m_helper->captureSelectedText([&](const Capture &capture) { captured = capture; }); },
+                Qt::QueuedConnection);
+            return true;
+        }));
+        run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
+        QTRY_VERIFY_WITH_TIMEOUT(captured.has_value(), 5000);
+        QCOMPARE(captured->text.value_or(u"(nothing)"_s), sentence);
+        QCOMPARE(captured->target.method, CaptureTarget::Method::Accessibility);
+        QCOMPARE(clipboardOwner(), owner);
+        QCOMPARE(clipboard(), userClipboard);
+    }
 
 private:
-    std::optional<QString> captureNow();
-    bool replaceNow(const QString &text);
-    std::optional<RunningApplication> frontmost();
+    std::optional<QString> captureNow()
+    {
+        const auto capture = answerOf<Capture>([&](auto done) { m_helper->captureSelectedText(done); });
+        m_captured = capture ? capture->target : CaptureTarget {};
+        return capture ? capture->text : std::nullopt;
+    }
+    bool replaceNow(const QString &text)
+    {
+        return answerOf<bool>([&](auto done) {
+            m_helper->replaceSelectedText(text, m_captured, done);
+        }).value_or(false);
+    }
+    std::optional<RunningApplication> frontmost()
+    {
+        using Answer = std::optional<RunningApplication>;
+        return answerOf<Answer>([&](auto done) {
+            m_workspace->frontmostApplication(done);
+        }).value_or(std::nullopt);
+    }
 
     std::shared_ptr<X11Connection> m_x11;
     std::unique_ptr<X11Workspace> m_workspace;
@@ -100,250 +314,6 @@ private:
     std::unique_ptr<AccessibilityHelper> m_helper;
     CaptureTarget m_captured;
 };
-
-void TestTextAccessDesktop::initTestCase()
-{
-    m_x11 = X11Connection::open();
-    QVERIFY2(m_x11, "no X server: run inside scripts/headless-session");
-    m_workspace = std::make_unique<X11Workspace>(m_x11);
-    m_keys = std::make_unique<X11KeySynth>(m_x11);
-    m_accessibility = std::make_unique<AtspiAccessibility>();
-    m_pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), m_x11);
-    m_primary = std::make_unique<X11PrimarySelection>(m_x11);
-    m_helper = std::make_unique<AccessibilityHelper>(
-        *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get());
-}
-
-void TestTextAccessDesktop::init()
-{
-    setClipboard("the user's own clipboard");
-}
-
-std::optional<QString> TestTextAccessDesktop::captureNow()
-{
-    const auto capture = answerOf<Capture>([&](auto done) { m_helper->captureSelectedText(done); });
-    m_captured = capture ? capture->target : CaptureTarget {};
-    return capture ? capture->text : std::nullopt;
-}
-
-bool TestTextAccessDesktop::replaceNow(const QString &text)
-{
-    return answerOf<bool>([&](auto done) {
-        m_helper->replaceSelectedText(text, m_captured, done);
-    }).value_or(false);
-}
-
-std::optional<RunningApplication> TestTextAccessDesktop::frontmost()
-{
-    using Answer = std::optional<RunningApplication>;
-    return answerOf<Answer>([&](auto done) {
-        m_workspace->frontmostApplication(done);
-    }).value_or(std::nullopt);
-}
-
-void TestTextAccessDesktop::capture_data()
-{
-    QTest::addColumn<bool>("accessible");
-    QTest::addColumn<QString>("content"); // the sentence of the paragraph is selected, or all of mixed
-    QTest::addColumn<QString>("clipboardType");
-    QTest::addColumn<QByteArray>("clipboardData");
-
-    const QByteArray userText = "the user's own clipboard";
-    QTest::newRow("accessibility") << true << paragraph << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, user text kept") << false << paragraph << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, user image kept") << false << paragraph << u"image/png"_s << pngImage;
-    QTest::newRow("accessibility, emoji, CJK, line breaks") << true << mixed << u"UTF8_STRING"_s << userText;
-    QTest::newRow("clipboard, emoji, CJK, line breaks") << false << mixed << u"UTF8_STRING"_s << userText;
-}
-
-void TestTextAccessDesktop::capture()
-{
-    QFETCH(bool, accessible);
-    QFETCH(QString, content);
-    QFETCH(QString, clipboardType);
-    QFETCH(QByteArray, clipboardData);
-
-    Editor editor(content, accessible);
-    QVERIFY(editor.waitUntilActive());
-    setClipboard(clipboardData, clipboardType);
-    const QString expected = content == mixed ? mixed : sentence;
-    select(content == mixed ? selectAll : selectSentence, expected);
-
-    const int changes = m_pasteboard->changeCount();
-    QCOMPARE(captureNow().value_or(u"(nothing)"_s), expected);
-    QCOMPARE(m_captured.method,
-        accessible ? CaptureTarget::Method::Accessibility : CaptureTarget::Method::Clipboard);
-    // Read through accessibility, the clipboard is never touched.
-    if (accessible)
-        QCOMPARE(m_pasteboard->changeCount(), changes);
-    QVERIFY(run(u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-o"_s, u"-t"_s, u"TARGETS"_s })
-                .split('\n')
-                .contains(clipboardType.toUtf8()));
-    QCOMPARE(clipboard(clipboardType), clipboardData);
-}
-
-void TestTextAccessDesktop::captureWhileModifiersAreHeld()
-{
-    // Right after Ctrl+Alt+H the user's fingers are still down: the copy must wait for
-    // them, or the editor sees Ctrl+Alt+C and copies nothing.
-    Editor editor(paragraph, false);
-    QVERIFY(editor.waitUntilActive());
-    select(selectSentence, sentence);
-    run(u"xdotool"_s, { u"keydown"_s, u"ctrl+alt"_s });
-    QTimer::singleShot(150, this, [] { run(u"xdotool"_s, { u"keyup"_s, u"ctrl+alt"_s }); });
-    QCOMPARE(captureNow(), std::optional<QString>(sentence));
-}
-
-void TestTextAccessDesktop::replace_data()
-{
-    QTest::addColumn<bool>("accessible");
-    QTest::addColumn<QString>("replacement"); // of the sentence, or mixed of the whole paragraph
-    QTest::addColumn<QString>("expected");
-
-    const QString rewritten = u"This is the rewrite."_s;
-    const QString expected = QString(paragraph).replace(sentence, rewritten);
-    QTest::newRow("accessibility") << true << rewritten << expected;
-    QTest::newRow("paste") << false << rewritten << expected;
-    QTest::newRow("accessibility, emoji, CJK, line breaks") << true << mixed << mixed;
-    QTest::newRow("paste, emoji, CJK, line breaks") << false << mixed << mixed;
-}
-
-void TestTextAccessDesktop::replace()
-{
-    QFETCH(bool, accessible);
-    QFETCH(QString, replacement);
-    QFETCH(QString, expected);
-
-    Editor editor(paragraph, accessible);
-    QVERIFY(editor.waitUntilActive());
-    select(replacement == mixed ? selectAll : selectSentence, replacement == mixed ? paragraph : sentence);
-    // Replacement writes where the text was captured, as the program does.
-    QCOMPARE(captureNow().has_value(), true);
-    const int changes = m_pasteboard->changeCount();
-    QVERIFY(replaceNow(replacement));
-    if (accessible) {
-        QCOMPARE(m_pasteboard->changeCount(), changes);
-    } else {
-        // Restored 0.6 s later, after the paste.
-        QTRY_COMPARE(clipboard(), QByteArray("the user's own clipboard"));
-    }
-    QCOMPARE(editor.savedText(), expected);
-    QCOMPARE(clipboard(), QByteArray("the user's own clipboard"));
-}
-
-void TestTextAccessDesktop::terminalSelectionFromPrimary()
-{
-    // A stock xterm passes Ctrl+C (and Ctrl+Shift+C) to the job as an interrupt: the
-    // selection comes from PRIMARY, and nothing is typed into the terminal at all.
-    Terminal terminal(u"copyme"_s);
-    QVERIFY(terminal.waitUntilActive());
-    QVERIFY(terminal.waitUntilReady());
-    const quint32 window = activeWindow();
-    terminal.selectFirstWord();
-
-    const int changes = m_pasteboard->changeCount();
-    QCOMPARE(captureNow().value_or(u"(nothing)"_s), u"copyme"_s);
-    QCOMPARE(m_captured.method, CaptureTarget::Method::Primary);
-    QCOMPARE(m_pasteboard->changeCount(), changes);
-    QVERIFY(!replaceNow(u"pasted line\n"_s));
-    QCOMPARE(m_pasteboard->changeCount(), changes);
-    QVERIFY2(terminal.jobRuns(), "the job in the terminal was interrupted");
-
-    // A selection the user made in another program earlier is not the terminal's.
-    Editor editor(paragraph, true);
-    QVERIFY(editor.waitUntilActive());
-    select(selectAll, paragraph);
-    run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(window) });
-    QTRY_COMPARE(activeWindow(), window);
-    QCOMPARE(captureNow(), std::optional<QString>());
-    QVERIFY(terminal.jobRuns());
-}
-
-void TestTextAccessDesktop::replaceAfterSwitchingWindows_data()
-{
-    QTest::addColumn<bool>("accessible");
-    QTest::newRow("accessibility") << true;
-    QTest::newRow("paste") << false;
-}
-
-void TestTextAccessDesktop::replaceAfterSwitchingWindows()
-{
-    // The rewrite belongs to the window it came from: with another one in front it goes
-    // nowhere (it is left on the clipboard for the user), never into the other window.
-    QFETCH(bool, accessible);
-    Editor source(paragraph, accessible);
-    QVERIFY(source.waitUntilActive());
-    const quint32 sourceWindow = activeWindow();
-    select(selectSentence, sentence);
-    QCOMPARE(captureNow(), std::optional<QString>(sentence));
-
-    Editor other(paragraph, accessible);
-    QVERIFY(other.waitUntilActive());
-    select(selectSentence, sentence);
-    QVERIFY(!replaceNow(u"This is the rewrite."_s));
-    QTRY_COMPARE(clipboard(), QByteArray("This is the rewrite."));
-    // A mark typed at the end after the answer: a paste sent before it would show up
-    // ahead of it in the file.
-    keys({ u"ctrl+End"_s, u"Z"_s });
-    QCOMPARE(other.savedText(), paragraph + u"Z"_s);
-    run(u"xdotool"_s, { u"windowactivate"_s, u"--sync"_s, QString::number(sourceWindow) });
-    QTRY_COMPARE(activeWindow(), sourceWindow);
-    keys({ u"ctrl+End"_s, u"Z"_s });
-    QCOMPARE(source.savedText(), paragraph + u"Z"_s);
-}
-
-void TestTextAccessDesktop::activateReportsTheActiveWindow()
-{
-    Editor first(u"first"_s, true);
-    QVERIFY(first.waitUntilActive());
-    const auto firstApp = frontmost();
-    QVERIFY(firstApp);
-    QCOMPARE(firstApp->name, u"Mousepad"_s);
-    Editor second(u"second"_s, true);
-    QVERIFY(second.waitUntilActive());
-
-    const auto activate
-        = [&] { return answerOf<bool>([&](auto done) { m_workspace->activate(*firstApp, done); }); };
-    QCOMPARE(activate(), std::optional(true));
-    QCOMPARE(frontmost()->pid, first.pid());
-
-    // A window that went away cannot become active, and says so.
-    first.stop();
-    QTRY_COMPARE(frontmost().value_or(RunningApplication {}).pid, second.pid());
-    QCOMPARE(activate(), std::optional(false));
-}
-
-void TestTextAccessDesktop::shortcut()
-{
-    // As the user does it: Ctrl+Alt+H through the real key grab, capture started from
-    // the key's handler while the grab still holds the keyboard. (A terminal's selection
-    // comes from PRIMARY, with no keys at all: terminalSelectionFromPrimary.)
-    Editor editor(paragraph, true);
-    QVERIFY(editor.waitUntilActive());
-    select(selectSentence, sentence);
-    // Text of its own, so that the wait for it also waits for its owner to take over.
-    const QByteArray userClipboard = "the user's own clipboard, before the shortcut";
-    setClipboard(userClipboard);
-    const xcb_window_t owner = clipboardOwner();
-    QVERIFY(owner != XCB_NONE);
-
-    std::optional<Capture> captured;
-    X11KeyboardGrab grab;
-    QVERIFY(grab.start([&](int keyCode, quint64 flags) {
-        if (keyCode != Keys::H || (flags & (Keys::Control | Keys::Alt)) != (Keys::Control | Keys::Alt))
-            return false;
-        QMetaObject::invokeMethod(
-            this, [&] { m_helper->captureSelectedText([&](const Capture &capture) { captured = capture; }); },
-            Qt::QueuedConnection);
-        return true;
-    }));
-    run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+h"_s });
-    QTRY_VERIFY_WITH_TIMEOUT(captured.has_value(), 5000);
-    QCOMPARE(captured->text.value_or(u"(nothing)"_s), sentence);
-    QCOMPARE(captured->target.method, CaptureTarget::Method::Accessibility);
-    QCOMPARE(clipboardOwner(), owner);
-    QCOMPARE(clipboard(), userClipboard);
-}
 
 QTEST_MAIN(TestTextAccessDesktop)
 #include "TestTextAccessDesktop.moc"
