@@ -58,7 +58,6 @@ private Q_SLOTS:
         QTest::newRow("Super too") << usual << int(hPosition) << Ctrl + Mod1 + Mod4 << false;
         QTest::newRow("Ctrl+H") << usual << int(hPosition) << int(Ctrl) << false;
         QTest::newRow("Alt+H") << usual << int(hPosition) << int(Mod1) << false;
-        QTest::newRow("H alone") << usual << int(hPosition) << 0 << false;
         QTest::newRow("Ctrl+Alt on the J position") << usual << int(jPosition) << Ctrl + Mod1 << false;
     }
     void keyEvents()

@@ -83,9 +83,10 @@ private Q_SLOTS:
         QTest::newRow("completion after an error is dropped")
             << QStringList { u"error:boom"_s, u"complete"_s } << State::Error << QString() << u"boom"_s
             << u"retry"_s;
-        QTest::newRow("the superseded request is silent") << QStringList {
-            u"token:old"_s, u"run"_s, u"first:token:stale"_s, u"first:error:stale"_s, u"token:new"_s
-        } << State::Streaming << u"new"_s << QString() << u"busy"_s;
+        QTest::newRow("the superseded request is silent")
+            << QStringList { u"token:old"_s, u"run"_s, u"first:token:stale"_s, u"first:complete"_s,
+                   u"first:error:stale"_s, u"token:new"_s }
+            << State::Streaming << u"new"_s << QString() << u"busy"_s;
         QTest::newRow("retry empties the result") << QStringList { u"token:old"_s, u"complete"_s, u"run"_s }
                                                   << State::Loading << QString() << QString() << u"busy"_s;
         QTest::newRow("retry after an error") << QStringList { u"error:boom"_s, u"run"_s, u"token:new"_s }
