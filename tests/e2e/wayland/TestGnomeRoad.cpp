@@ -62,7 +62,6 @@ private Q_SLOTS:
         service.route("/api/v1/chat/completions", eventStream({ "A GNOME rewrite." }));
         AtspiClient atspi;
         QVERIFY(atspi.connect());
-
         // The editor lives in this process: selected through its own API, read back the same way.
         QPlainTextEdit editor(paragraph);
         editor.show();
@@ -75,7 +74,6 @@ private Q_SLOTS:
         TessaryProcess program("[General]\napi_key=e2e-key\nhumanize_examples=Hi all.\n");
         QVERIFY(program.start());
         QTRY_VERIFY_WITH_TIMEOUT(program.log.contains(u">>> LAUNCHED"_s), 15000);
-
         if (throughShortcut) {
             // The settings daemon asks the shell to grab what it read from dconf.
             QProcess monitor;
@@ -96,7 +94,6 @@ private Q_SLOTS:
             QVERIFY(trigger.waitForFinished(10000));
             QCOMPARE(trigger.exitCode(), 0);
         }
-
         QTRY_VERIFY2_WITH_TIMEOUT(program.log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s),
             qPrintable(program.log), 15000);
         QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(program.log));
