@@ -366,6 +366,16 @@ FocusScope {
                                 Accessible.role: Accessible.EditableText
                                 Accessible.name: qsTr("Stylized text")
                                 Accessible.readOnly: true
+                                // With the keyboard here, the text takes Ctrl+Enter before the
+                                // window's shortcut can: hand it on.
+                                Keys.onPressed: event => {
+                                    const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
+                                    if (enter && (event.modifiers & Qt.ControlModifier)) {
+                                        event.accepted = true;
+                                        if (view.viewModel.canReplace)
+                                            view.viewModel.replace();
+                                    }
+                                }
                             }
                             StreamedText {
                                 id: feed

@@ -204,6 +204,11 @@ private Q_SLOTS:
         QCOMPARE(m_host.calls, QStringList { u"copy Please send the report by Friday."_s });
         QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
         QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
+
+        // The result keeps the keyboard after a copy; Ctrl+Enter still replaces.
+        result->forceActiveFocus();
+        QTest::keyClick(m_popup->window(), Qt::Key_Return, Qt::ControlModifier);
+        QTRY_COMPARE(m_host.calls.last(), u"replace Please send the report by Friday."_s);
     }
     // A window built ahead is handed the model of the popup it becomes before it is shown:
     // what it shows and what it asks for are that popup's, never its stand-in's.
