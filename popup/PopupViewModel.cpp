@@ -208,10 +208,17 @@ void PopupViewModel::replace(std::function<void()> closeWindow)
             closeWindow();
         return;
     }
+    if (m_replacing)
+        return;
+    setReplacing(true);
     m_host->checkReplace(
         [self = QPointer(this), text, closeWindow = std::move(closeWindow)](const QString &refusal) {
-            if (!self || self->m_resultText != text)
-                return; // the popup went, or a Retry replaced the text, while the host looked
+            if (!self)
+                return;
+            if (self->m_resultText != text || !refusal.isEmpty())
+                self->setReplacing(false); // a Retry replaced the text meanwhile, or it is copied
+            if (self->m_resultText != text)
+                return;
             if (!refusal.isEmpty()) {
                 // The popup stays open to say where the text went.
                 self->copy();
@@ -225,6 +232,12 @@ void PopupViewModel::replace(std::function<void()> closeWindow)
             if (PopupHost *host = self->m_host)
                 QTimer::singleShot(returnDelayMs, [host, text] { returnAndReplace(host, text); });
         });
+}
+
+void PopupViewModel::setReplacing(bool replacing)
+{
+    m_replacing = replacing;
+    Q_EMIT actionsChanged();
 }
 
 void PopupViewModel::replace()

@@ -79,7 +79,7 @@ public:
     bool isBusy() const { return m_state == State::Loading || m_state == State::Streaming; }
     bool canRetry() const;
     bool canCopy() const;
-    bool canReplace() const { return canCopy(); }
+    bool canReplace() const { return canCopy() && !m_replacing; }
 
     Q_INVOKABLE void run();
     Q_INVOKABLE void selectTone(const QString &tone);
@@ -111,6 +111,7 @@ private:
     void setState(State state, const QString &message = {});
     void appendFragment(const QString &fragment);
     void setStalled(bool stalled);
+    void setReplacing(bool replacing);
 
     QString m_originalText;
     Rewriter &m_rewriter;
@@ -123,4 +124,5 @@ private:
     std::shared_ptr<RewriteRequest> m_request;
     QTimer m_stallTimer;
     bool m_stalled = false;
+    bool m_replacing = false; // one Replace at a time: a second would write the text twice
 };

@@ -244,6 +244,9 @@ private Q_SLOTS:
         // Back in the window the text came from, and only then written over it.
         QTest::newRow("replace") << u"replace"_s << true
                                  << QStringList { u"return"_s, u"replace 👍🏽 done"_s };
+        // A double click, or an impatient second press, writes the text once.
+        QTest::newRow("replace pressed twice")
+            << u"replace twice"_s << true << QStringList { u"return"_s, u"replace 👍🏽 done"_s };
         QTest::newRow("replace, the window does not come back")
             << u"replace"_s << false << QStringList { u"return"_s, u"copy 👍🏽 done"_s };
     }
@@ -266,6 +269,8 @@ private Q_SLOTS:
             vm->copy();
         } else {
             vm->replace([&closed] { closed = true; });
+            if (action == u"replace twice"_s)
+                vm->replace();
             QVERIFY(closed);
             QVERIFY(host.calls.isEmpty()); // the popup first gets out of the way
         }
