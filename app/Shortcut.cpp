@@ -31,10 +31,13 @@ void Shortcut::startKeyGrab()
 {
     m_running = m_keyboardGrab
         && m_keyboardGrab->start([this](int keyCode, quint64 flags) { return handleEvent(keyCode, flags); });
-    if (!m_running) {
-        qCWarning(lcHotkey) << "Ctrl+Alt+H is not available: another program holds it, or this desktop"
-                            << "allows no global shortcut. Use the tray menu, or bind `tessary --trigger`"
-                            << "to a shortcut in the desktop's settings.";
+    if (!m_keyboardGrab) {
+        qCInfo(lcHotkey)
+            << "On this desktop Ctrl+Alt+H is bound in the desktop's own settings to"
+            << "`tessary --trigger`; Tessary's Settings show how. The tray menu works meanwhile.";
+    } else if (!m_running) {
+        qCWarning(lcHotkey) << "Ctrl+Alt+H is not available: another program holds it. Use the tray menu,"
+                            << "or bind `tessary --trigger` to a shortcut in the desktop's settings.";
     }
     Q_EMIT availabilityChanged(m_running);
 }

@@ -136,7 +136,8 @@ private Q_SLOTS:
         Shortcut later(nullptr, &accessibility, std::chrono::milliseconds(10));
         later.pollAccessibilityPermission();
         QSignalSpy laterAvailability(&later, &Shortcut::availabilityChanged);
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Ctrl\\+Alt\\+H is not available"_s));
+        // Without a grab the desktop binds the shortcut: that is said, not warned about.
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(u"^On this desktop Ctrl\\+Alt\\+H is bound"_s));
         QVERIFY(laterAvailability.wait());
         QCOMPARE(accessibility.trustQueries.size(), looks + 1);
         QCOMPARE(grab.starts, 1);
