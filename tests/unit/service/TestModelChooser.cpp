@@ -57,6 +57,7 @@ private Q_SLOTS:
             (QStringList { u"llama3.1:latest — Ollama (127.0.0.1:%1)"_s.arg(ollama.port()),
                 u"qwen2.5:7b — Ollama (127.0.0.1:%1)"_s.arg(ollama.port()),
                 u"phi-3.gguf — llama.cpp (127.0.0.1:%1)"_s.arg(llama.port()) }));
+        QVERIFY(!changed.isEmpty()); // the settings window lists them when told
         QCOMPARE(chooser.chosenLocal(), -1);
         QVERIFY(!storage->serviceUsable());
 
