@@ -4,6 +4,8 @@
 // typed through our virtual keyboard or the user's clipboard not given back.
 #include "AtspiClient.h"
 #include "EditorRoad.h"
+#include "Replies.h"
+#include "TessaryProcess.h"
 #include "wlroots/SwayWorkspace.h"
 #include "wlroots/VirtualKeyboardKeySynth.h"
 
@@ -32,7 +34,7 @@ private Q_SLOTS:
         const QString rewrite = u"A sway rewrite."_s;
         FixtureServer service;
         QVERIFY(service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        service.route("/api/v1/chat/completions", streamed(rewrite));
+        service.route("/api/v1/chat/completions", eventStream({ rewrite.toUtf8() }));
         AtspiClient atspi;
         QVERIFY(atspi.connect());
         std::unique_ptr<VirtualKeyboardKeySynth> keys = VirtualKeyboardKeySynth::open();
@@ -49,7 +51,8 @@ private Q_SLOTS:
         editor.setProcessEnvironment(editorEnv);
         editor.start(u"mousepad"_s, { u"--disable-server"_s, file });
         run(u"wl-copy"_s, { u"--type"_s, u"image/png"_s }, image);
-        Tessary tessary(dir);
+        TessaryProcess tessary(settings);
+        QVERIFY(tessary.start());
         QTRY_VERIFY_WITH_TIMEOUT(tessary.log.contains(u">>> LAUNCHED"_s), 15000);
 
         SwayWorkspace workspace;
@@ -68,7 +71,7 @@ private Q_SLOTS:
             keys->type(KEY_A, { KEY_LEFTCTRL });
         }
 
-        QCOMPARE(QProcess::execute(Tessary::binary(), { u"--trigger"_s }), 0);
+        QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0);
         const QString &log = tessary.log;
         QTRY_VERIFY2_WITH_TIMEOUT(
             log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), qPrintable(log), 15000);

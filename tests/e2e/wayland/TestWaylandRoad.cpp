@@ -5,6 +5,8 @@
 #include "AtspiClient.h"
 #include "EditorRoad.h"
 #include "PortalTypist.h"
+#include "Replies.h"
+#include "TessaryProcess.h"
 #include "kwin/KWinWorkspace.h"
 
 #include <QDBusConnection>
@@ -34,7 +36,7 @@ private Q_SLOTS:
         const QString rewrite = u"A Wayland rewrite."_s;
         FixtureServer service;
         QVERIFY(service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        service.route("/api/v1/chat/completions", streamed(rewrite));
+        service.route("/api/v1/chat/completions", eventStream({ rewrite.toUtf8() }));
         AtspiClient atspi;
         QVERIFY(atspi.connect());
         PortalTypist keys;
@@ -53,7 +55,8 @@ private Q_SLOTS:
         editor.start(u"mousepad"_s, { u"--disable-server"_s, file });
 
         run(u"wl-copy"_s, { u"--type"_s, u"image/png"_s }, image);
-        Tessary tessary(dir);
+        TessaryProcess tessary(settings);
+        QVERIFY(tessary.start());
         const QString &log = tessary.log;
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(u">>> LAUNCHED"_s), 15000);
 
