@@ -39,8 +39,21 @@ KWinWorkspace::KWinWorkspace(QDBusConnection bus, QObject *parent)
 
 KWinWorkspace::~KWinWorkspace()
 {
+    const QSet<QString> loaded = m_loaded;
+    for (const QString &plugin : loaded)
+        unload(plugin);
     if (m_registered)
         m_bus.unregisterObject(replyPath);
+}
+
+void KWinWorkspace::unload(const QString &plugin)
+{
+    if (!m_loaded.remove(plugin))
+        return;
+    QDBusMessage call
+        = QDBusMessage::createMethodCall(kwinService, u"/Scripting"_s, scriptingInterface, u"unloadScript"_s);
+    call << plugin;
+    m_bus.send(call);
 }
 
 void KWinWorkspace::run(const QString &body, Reply reply)
@@ -61,9 +74,10 @@ void KWinWorkspace::run(const QString &body, Reply reply)
         finish(request, 0, {});
         return;
     }
-    // KWin refuses a second script under a name it has loaded: another Tessary process
-    // (a second session of the same user, a test) counts its requests from 1 as well.
-    const QString plugin = u"tessary-%1-%2"_s.arg(QCoreApplication::applicationPid()).arg(request);
+    // KWin refuses a second script under a name it has loaded: the name is unique to this
+    // process (another may run beside it) and to this workspace (one may follow another).
+    static int scripts = 0;
+    const QString plugin = u"tessary-%1-%2"_s.arg(QCoreApplication::applicationPid()).arg(++scripts);
     QDBusMessage load
         = QDBusMessage::createMethodCall(kwinService, u"/Scripting"_s, scriptingInterface, u"loadScript"_s);
     load << file->fileName() << plugin;
@@ -81,13 +95,10 @@ void KWinWorkspace::run(const QString &body, Reply reply)
             for (const QString &path : { u"/%1"_s.arg(id.value()), u"/Scripting/Script%1"_s.arg(id.value()) })
                 m_bus.send(
                     QDBusMessage::createMethodCall(kwinService, path, u"org.kde.kwin.Script"_s, u"run"_s));
-            // The script has run once its answer is here or its time is up; then it goes.
-            QTimer::singleShot(deadline, this, [this, plugin, file] {
-                QDBusMessage unload = QDBusMessage::createMethodCall(
-                    kwinService, u"/Scripting"_s, scriptingInterface, u"unloadScript"_s);
-                unload << plugin;
-                m_bus.send(unload);
-            });
+            // The script has run once its answer is here or its time is up; then it goes,
+            // also when this workspace goes first.
+            m_loaded.insert(plugin);
+            QTimer::singleShot(deadline, this, [this, plugin, file] { unload(plugin); });
         });
 }
 

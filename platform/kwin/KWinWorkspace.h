@@ -5,6 +5,7 @@
 #include <QDBusConnection>
 #include <QHash>
 #include <QObject>
+#include <QSet>
 
 // The window in front, activation and our popup's placement on a Plasma Wayland session,
 // where no client may ask such things itself: small KWin scripts, loaded over D-Bus, do it
@@ -32,9 +33,11 @@ private:
     using Reply = std::function<void(qint64 pid, const QString &windowClass)>;
     void run(const QString &script, Reply reply);
     void finish(int request, qint64 pid, const QString &windowClass);
+    void unload(const QString &plugin);
 
     QDBusConnection m_bus;
     bool m_registered = false;
     int m_lastRequest = 0;
     QHash<int, Reply> m_waiting;
+    QSet<QString> m_loaded; // scripts KWin still holds
 };
