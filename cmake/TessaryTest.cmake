@@ -1,4 +1,4 @@
-# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [WAYLAND kwin] [TIMEOUT s])
+# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [WAYLAND kwin [sway ...]] [TIMEOUT s])
 #
 # One executable per tested class. Every test runs inside scripts/headless-session, with a
 # throw-away home, XDG directories and session bus, so no run reads or writes the user's
@@ -6,15 +6,26 @@
 # desktop (Xvfb, AT-SPI, window manager) and carry the "e2e" label so they can be run or
 # skipped as a tier; with WAYLAND, the desktop is a headless Wayland compositor instead.
 function(tessary_add_test)
-    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT;WAYLAND" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT" "SOURCES;LIBS;WAYLAND" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE Qt6::Test tessary_warnings ${T_LIBS})
     target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
     set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
+    set(tests ${T_NAME})
     if(T_WAYLAND)
-        add_test(NAME ${T_NAME}
-                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session --wayland=${T_WAYLAND} $<TARGET_FILE:${T_NAME}>)
+        # One run per compositor; the first keeps the test's name, the others add theirs.
+        list(GET T_WAYLAND 0 first)
+        set(tests)
+        foreach(compositor IN LISTS T_WAYLAND)
+            set(test ${T_NAME})
+            if(NOT compositor STREQUAL first)
+                set(test ${T_NAME}-${compositor})
+            endif()
+            add_test(NAME ${test}
+                     COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session --wayland=${compositor} $<TARGET_FILE:${T_NAME}>)
+            list(APPEND tests ${test})
+        endforeach()
         set(labels e2e)
     elseif(T_E2E)
         add_test(NAME ${T_NAME}
@@ -32,5 +43,5 @@ function(tessary_add_test)
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 120)
     endif()
-    set_tests_properties(${T_NAME} PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
+    set_tests_properties(${tests} PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
 endfunction()

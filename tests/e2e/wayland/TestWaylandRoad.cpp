@@ -1,22 +1,79 @@
-// Guards the whole road on Plasma Wayland: the shortcut not reaching Tessary through the
-// portal, the sentence not read from the editor, Replace not written back into it, and
-// for an editor off the accessibility bus, the copy or paste not typed or the user's
-// clipboard not given back.
+// Guards the whole road on Plasma and sway: the shortcut (the portal's, or the
+// `tessary --trigger` a bindsym runs) not starting a rewrite of the editor's sentence, the
+// popup not taking the keyboard, Replace not written back, and for an editor off the
+// accessibility bus, the copy or paste not typed or the user's clipboard not given back.
 #include "AtspiClient.h"
 #include "EditorRoad.h"
 #include "PortalTypist.h"
 #include "Replies.h"
 #include "TessaryProcess.h"
 #include "kwin/KWinWorkspace.h"
+#include "wlroots/SwayWorkspace.h"
+#include "wlroots/VirtualKeyboardKeySynth.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusInterface>
-#include <QDBusReply>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace EditorRoad;
+
+namespace {
+
+// What differs between the compositors: how a person's keys are typed, how the shortcut
+// fires, and who says which window is in front.
+struct Desk
+{
+    std::function<bool()> ready;
+    std::function<void(int key)> ctrl;
+    std::function<void()> shortcut;
+    std::unique_ptr<Workspace> workspace;
+};
+
+Desk plasma()
+{
+    auto typist = std::make_shared<PortalTypist>();
+    // The desktop's shortcut daemon stands for the key press: it invokes the shortcut
+    // Tessary registered through the portal.
+    const auto shortcut = [] {
+        QDBusInterface component(
+            u"org.kde.kglobalaccel"_s, u"/component/tessary"_s, u"org.kde.kglobalaccel.Component"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(component.call(u"shortcutNames"_s, u"default"_s)
+                                     .arguments()
+                                     .value(0)
+                                     .toStringList()
+                                     .contains(u"rewrite-selection"_s),
+            15000);
+        component.call(u"invokeShortcut"_s, u"rewrite-selection"_s, u"default"_s);
+    };
+    return { [typist] { return typist->isReady(); }, [typist](int key) { typist->ctrl(key); }, shortcut,
+        std::make_unique<KWinWorkspace>() };
+}
+
+Desk sway()
+{
+    std::shared_ptr<VirtualKeyboardKeySynth> keys = VirtualKeyboardKeySynth::open();
+    const auto shortcut
+        = [] { QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0); };
+    return { [keys] { return keys != nullptr; }, [keys](int key) { keys->type(key, { KEY_LEFTCTRL }); },
+        shortcut, std::make_unique<SwayWorkspace>() };
+}
+
+// Keys go to the window in front, as a person types once they see it there: asks, one
+// question at a time, until the process in front is pid.
+bool inFront(Workspace &workspace, qint64 pid)
+{
+    for (int question = 0; question < 200; ++question) {
+        auto front = std::make_shared<std::optional<qint64>>();
+        workspace.frontmostApplication([front](auto app) { *front = app ? app->pid : 0; });
+        if (!QTest::qWaitFor([&] { return front->has_value(); }, 5000))
+            return false;
+        if (**front == pid)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
 
 class TestWaylandRoad : public QObject
 {
@@ -33,14 +90,14 @@ private Q_SLOTS:
     void shortcutCaptureAndReplace()
     {
         QFETCH(bool, onAccessibilityBus);
+        const Desk desk = qEnvironmentVariable("XDG_CURRENT_DESKTOP") == u"sway"_s ? sway() : plasma();
+        QTRY_VERIFY_WITH_TIMEOUT(desk.ready(), 10000);
         const QString rewrite = u"A Wayland rewrite."_s;
         FixtureServer service;
         QVERIFY(service.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
         service.route("/api/v1/chat/completions", eventStream({ rewrite.toUtf8() }));
         AtspiClient atspi;
         QVERIFY(atspi.connect());
-        PortalTypist keys;
-        QTRY_VERIFY_WITH_TIMEOUT(keys.isReady(), 10000);
 
         // Off the bus, the whole text is the selection: select-all is what a person types.
         const QString text = onAccessibilityBus ? paragraph : sentence;
@@ -49,47 +106,25 @@ private Q_SLOTS:
         QVERIFY(write(file, text.toUtf8()));
         QProcess editor;
         QProcessEnvironment editorEnv = QProcessEnvironment::systemEnvironment();
-        if (!onAccessibilityBus)
-            editorEnv.insert(u"NO_AT_BRIDGE"_s, u"1"_s);
+        editorEnv.insert(u"NO_AT_BRIDGE"_s, onAccessibilityBus ? u"0"_s : u"1"_s);
         editor.setProcessEnvironment(editorEnv);
         editor.start(u"mousepad"_s, { u"--disable-server"_s, file });
-
         run(u"wl-copy"_s, { u"--type"_s, u"image/png"_s }, image);
         TessaryProcess tessary(settings);
         QVERIFY(tessary.start());
         const QString &log = tessary.log;
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(u">>> LAUNCHED"_s), 15000);
 
+        QVERIFY(inFront(*desk.workspace, editor.processId()));
         if (onAccessibilityBus) {
             QTRY_COMPARE_WITH_TIMEOUT(atspi.text(u"mousepad"_s), paragraph, 15000);
             const qsizetype start = paragraph.indexOf(sentence);
             QVERIFY(atspi.select(u"mousepad"_s, int(start), int(start + sentence.size())));
         } else {
-            KWinWorkspace workspace;
-            QString front;
-            QTRY_VERIFY_WITH_TIMEOUT(
-                [&] {
-                    workspace.frontmostApplication([&](auto app) { front = app ? app->name : QString(); });
-                    return front == u"mousepad"_s;
-                }(),
-                15000);
-            keys.ctrl(KEY_A);
+            desk.ctrl(KEY_A);
         }
 
-        // The desktop's shortcut daemon stands for the key press: it invokes the shortcut
-        // Tessary registered through the portal.
-        const QString component = u"/component/tessary"_s;
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QDBusInterface(u"org.kde.kglobalaccel"_s, component, u"org.kde.kglobalaccel.Component"_s)
-                .call(u"shortcutNames"_s, u"default"_s)
-                .arguments()
-                .value(0)
-                .toStringList()
-                .contains(u"rewrite-selection"_s),
-            15000);
-        QDBusInterface(u"org.kde.kglobalaccel"_s, component, u"org.kde.kglobalaccel.Component"_s)
-            .call(u"invokeShortcut"_s, u"rewrite-selection"_s, u"default"_s);
-
+        desk.shortcut();
         QTRY_VERIFY2_WITH_TIMEOUT(
             log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), qPrintable(log), 15000);
         QTRY_VERIFY2_WITH_TIMEOUT(
@@ -97,17 +132,18 @@ private Q_SLOTS:
         QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(log));
 
         // The popup has the keyboard: Ctrl+Enter replaces.
-        keys.ctrl(KEY_ENTER);
+        QVERIFY(inFront(*desk.workspace, tessary.processId()));
+        desk.ctrl(KEY_ENTER);
         const QString replaced = QString(text).replace(sentence, rewrite);
         if (onAccessibilityBus) {
-            QTRY_COMPARE_WITH_TIMEOUT(atspi.text(u"mousepad"_s), replaced, 15000);
+            QTRY_VERIFY2_WITH_TIMEOUT(atspi.text(u"mousepad"_s) == replaced, qPrintable(log), 15000);
             QTRY_VERIFY2_WITH_TIMEOUT(
                 log.contains(u"✅ [AccessibilityHelper] AX replace successful"_s), qPrintable(log), 5000);
         } else {
             QTRY_VERIFY2_WITH_TIMEOUT(log.contains(u"Clipboard restored"_s), qPrintable(log), 15000);
         }
         QCOMPARE(run(u"wl-paste"_s, { u"--no-newline"_s, u"--type"_s, u"image/png"_s }), image);
-        keys.ctrl(KEY_S);
+        desk.ctrl(KEY_S);
         QTRY_COMPARE_WITH_TIMEOUT(contents(file), replaced, 10000);
 
         editor.kill();
