@@ -61,7 +61,8 @@ bool UpdateService::shouldCheckForUpdates(const QDateTime &now) const
 
 void UpdateService::checkForUpdates(bool silent)
 {
-    if (!m_storage.updateCheckEnabled())
+    // The setting is about the automatic check; one the user asks for always runs.
+    if (silent && !m_storage.updateCheckEnabled())
         return;
     // A running check is no reason to refuse: two requests make two checks.
     setChecking(true);

@@ -43,8 +43,8 @@ public:
     // Whether the automatic check at launch is due: enabled, and the last check more
     // than 24 hours before `now`.
     Q_INVOKABLE bool shouldCheckForUpdates(const QDateTime &now = QDateTime::currentDateTime()) const;
-    // Does nothing while checks are disabled, even when the user asks. A silent check
-    // only updates the published state; an interactive one also tells the user.
+    // A silent check does nothing while automatic checks are off and only updates the
+    // published state; an interactive one (the user asked) always runs and tells the user.
     Q_INVOKABLE void checkForUpdates(bool silent);
     Q_INVOKABLE void openDownloadURL();
 

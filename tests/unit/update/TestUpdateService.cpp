@@ -99,12 +99,15 @@ private Q_SLOTS:
         UpdateService service(*m_storage, {});
         QCOMPARE(service.shouldCheckForUpdates(now), due);
         if (!enabled) {
-            // Switched off, not even the user asking starts a check.
+            // Switched off, the automatic check stays away; the user asking still checks.
             m_server->route("/api/v1/version", jsonReply(200, releaseRecord(u"9.0"_s)));
             QSignalSpy checking(&service, &UpdateService::isCheckingForUpdatesChanged);
-            service.checkForUpdates(false);
+            service.checkForUpdates(true);
             QCOMPARE(checking.size(), 0);
-            QVERIFY(!m_storage->lastVersionCheck().isValid());
+            service.checkForUpdates(false);
+            QTRY_COMPARE(checking.size(), 2);
+            QVERIFY(service.updateAvailable());
+            m_storage->setLastVersionCheck({});
         }
 
         // Reloaded from disk, as at the next launch.
