@@ -131,7 +131,7 @@ FocusScope {
                 objectName: "setUpLater"
                 text: qsTr("Set up later")
                 Accessible.name: text
-                onClicked: page.model.finish()
+                onClicked: page.model.setUpLater()
                 contentItem: Text {
                     text: later.text
                     font.pixelSize: 12

@@ -59,6 +59,7 @@ void OnboardingModel::advance()
             finish();
             return;
         }
+        m_choiceBefore = serviceChoice();
         setStep(Step::ChooseModel);
         m_chooser.searchLocal();
         break;
@@ -81,6 +82,22 @@ void OnboardingModel::finish()
     // The page stays while it offers to set up Ctrl+Alt+H: the user needs the time to read it.
     if (!m_shortcutSetup.offered())
         QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed);
+}
+
+void OnboardingModel::setUpLater()
+{
+    if (m_step == Step::ChooseModel && m_choiceBefore && serviceChoice() != *m_choiceBefore) {
+        m_storage.setModelBase(m_choiceBefore->base);
+        m_storage.setModel(m_choiceBefore->model);
+        m_storage.setModelKey(m_choiceBefore->key);
+        m_storage.setProvider(m_choiceBefore->provider);
+    }
+    finish();
+}
+
+OnboardingModel::ServiceChoice OnboardingModel::serviceChoice() const
+{
+    return { m_storage.provider(), m_storage.modelBase(), m_storage.model(), m_storage.modelKey() };
 }
 
 void OnboardingModel::setStep(Step step)

@@ -9,6 +9,7 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <chrono>
+#include <optional>
 
 // The state of the first-run flow: which page shows, the sample being typed, the
 // language model picked, and what finishing stores. The flow only goes forward;
@@ -69,6 +70,9 @@ public:
     // completed(). A second press while the closing page shows is ignored. Where Ctrl+Alt+H
     // still has to be set up, the page waits for that, or for leave().
     Q_INVOKABLE void finish();
+    // Finishes with the language model as it was before the model page: the page's own
+    // pick is not kept when the user says "later".
+    Q_INVOKABLE void setUpLater();
     // Closes the closing page at once.
     Q_INVOKABLE void leave() { Q_EMIT completed(); }
 
@@ -80,7 +84,18 @@ Q_SIGNALS:
     void completed();
 
 private:
+    // What picking a model on the model page changes in the store.
+    struct ServiceChoice
+    {
+        StorageManager::Provider provider;
+        QString base;
+        QString model;
+        QString key;
+        bool operator==(const ServiceChoice &) const = default;
+    };
+
     void setStep(Step step);
+    ServiceChoice serviceChoice() const;
 
     StorageManager &m_storage;
     std::chrono::milliseconds m_completionDelay;
@@ -88,4 +103,5 @@ private:
     ShortcutSetup m_shortcutSetup;
     Step m_step = Step::Welcome;
     QString m_sampleText;
+    std::optional<ServiceChoice> m_choiceBefore; // as the model page found it
 };

@@ -1,5 +1,5 @@
 // Faults: onboarding deaf to mouse or keys, Finish usable while blank, no model offered or
-// picked, a wrong hover colour, no hint when the service is not usable.
+// picked, a wrong hover colour, no hint when the service is not usable, "Set up later" keeping a pick.
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "Replies.h"
@@ -95,12 +95,18 @@ private Q_SLOTS:
     void throughTheFlow_data()
     {
         QTest::addColumn<QString>("button");
-        QTest::newRow("Finish setup") << u"finishSetupButton"_s;
-        QTest::newRow("Skip for now") << u"skip"_s;
+        QTest::addColumn<QString>("modelButton");
+        QTest::newRow("Finish setup twice") << u"finishSetupButton"_s << u"finishModelButton"_s;
+        QTest::newRow("Skip for now, Set up later") << u"skip"_s << u"setUpLater"_s;
     }
     void throughTheFlow()
     {
         QFETCH(QString, button);
+        QFETCH(QString, modelButton);
+        // A hosted service half set up (no model yet): "later" must leave it as it was.
+        m_storage->setProvider(StorageManager::Provider::ModelService);
+        m_storage->setModelBase(u"https://models.example/v1"_s);
+        m_storage->setModelKey(u"sk-half"_s);
         QCOMPARE(m_window->size(), QSize(640, 480));
         QCOMPARE(item(u"stepCounter"_s)->property("text").toString(), u"1 of 3"_s);
 
@@ -131,8 +137,13 @@ private Q_SLOTS:
         QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
         QCOMPARE(m_storage->provider(), StorageManager::Provider::LocalModel);
         QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
-        QVERIFY(click(u"finishModelButton"_s));
+        QVERIFY(click(modelButton));
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
+        const bool later = modelButton == u"setUpLater"_s;
+        QCOMPARE(m_storage->provider(),
+            later ? StorageManager::Provider::ModelService : StorageManager::Provider::LocalModel);
+        QCOMPARE(m_storage->model(), later ? QString() : u"qwen2.5.gguf"_s);
+        QCOMPARE(m_storage->modelKey(), later ? u"sk-half"_s : QString());
         QCOMPARE(m_storage->examples(), QStringList { u" \tHi"_s });
         QVERIFY(completed.wait(5000));
     }
