@@ -4,6 +4,7 @@
 #include "FakeRewriter.h"
 #include "PopupViewModel.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -11,7 +12,7 @@ using namespace Qt::StringLiterals;
 using State = PopupViewModel::State;
 
 // Plays a script of service events against a model: "token:x", "complete", "error:m",
-// "run" (a new request, as Retry does).
+// "run" (a new request, as Retry does), "tone:t" (a chip pressed).
 static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &script)
 {
     for (const QString &step : script) {
@@ -25,6 +26,8 @@ static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &
                 first.handle->fail(step.sliced(12));
         } else if (step == u"run")
             vm.run();
+        else if (step.startsWith(u"tone:"))
+            vm.selectTone(step.sliced(5));
         else if (step == u"complete")
             rewriter.complete();
         else if (step.startsWith(u"token:"))
@@ -91,6 +94,14 @@ private Q_SLOTS:
                                                   << State::Loading << QString() << QString() << u"busy"_s;
         QTest::newRow("retry after an error") << QStringList { u"error:boom"_s, u"run"_s, u"token:new"_s }
                                               << State::Streaming << u"new"_s << QString() << u"busy"_s;
+        // A chip asks again in its tone, whatever the popup was doing.
+        QTest::newRow("another tone")
+            << QStringList { u"tone:punchy"_s } << State::Loading << QString() << QString() << u"busy"_s;
+        QTest::newRow("the selected tone again")
+            << QStringList { u"tone:natural"_s } << State::Loading << QString() << QString() << u"busy"_s;
+        QTest::newRow("another tone while streaming")
+            << QStringList { u"token:half"_s, u"tone:warm"_s } << State::Loading << QString() << QString()
+            << u"busy"_s;
     }
 
     void transitions()
@@ -107,7 +118,6 @@ private Q_SLOTS:
         QCOMPARE(vm.state(), State::Loading);
         QVERIFY(rewriter.requests.isEmpty());
         vm.run();
-        QCOMPARE(rewriter.last().tone, u"natural"_s);
         QSignalSpy resultChanges(&vm, &PopupViewModel::resultTextChanged);
         QSignalSpy actions(&vm, &PopupViewModel::actionsChanged);
         play(rewriter, vm, script);
@@ -121,6 +131,12 @@ private Q_SLOTS:
         QCOMPARE(vm.canCopy(), offered.contains(u"copy"_s));
         QCOMPARE(vm.canReplace(), offered.contains(u"copy"_s));
         QCOMPARE(vm.offersSettings(), offered.contains(u"settings"_s));
+        // Each run and each chip asks again, in the tone last chosen.
+        const QStringList chips = script.filter(QRegularExpression(u"^tone:"_s));
+        QCOMPARE(rewriter.requests.size(), 1 + script.count(u"run"_s) + chips.size());
+        const QString tone = chips.isEmpty() ? u"natural"_s : chips.last().sliced(5);
+        QCOMPARE(vm.selectedTone(), tone);
+        QCOMPARE(rewriter.last().tone, tone);
         // Every run sends the original text; a view is told of each change it shows.
         for (const auto &request : std::as_const(rewriter.requests))
             QCOMPARE(request.text, u"original"_s);
@@ -132,35 +148,6 @@ private Q_SLOTS:
             vm.openSettings();
             QCOMPARE(host.calls, QStringList { u"settings"_s });
         }
-    }
-
-    // A chip asks again in its tone, whatever the popup was doing.
-    void selectTone_data()
-    {
-        QTest::addColumn<QStringList>("before"); // script played before the tone is chosen
-        QTest::addColumn<QString>("tone");
-
-        QTest::newRow("another tone") << QStringList {} << u"punchy"_s;
-        QTest::newRow("the selected tone again") << QStringList {} << u"natural"_s;
-        QTest::newRow("while streaming") << QStringList { u"token:half"_s } << u"warm"_s;
-    }
-
-    void selectTone()
-    {
-        QFETCH(QStringList, before);
-        QFETCH(QString, tone);
-
-        FakeRewriter rewriter;
-        PopupViewModel vm(u"text"_s, rewriter, nullptr);
-        vm.run();
-        play(rewriter, vm, before);
-        vm.selectTone(tone);
-
-        QCOMPARE(vm.selectedTone(), tone);
-        QCOMPARE(rewriter.requests.size(), 2);
-        QCOMPARE(rewriter.last().tone, tone);
-        QCOMPARE(vm.state(), State::Loading);
-        QCOMPARE(vm.resultText(), QString());
     }
 
     void nothingToRewrite_data()

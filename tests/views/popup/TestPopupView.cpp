@@ -1,10 +1,10 @@
 // Faults: a button usable in the wrong state, a lost or stale result, dead keys or chips, a wrong layer.
 #include "FakePopupHost.h"
 #include "FakeRewriter.h"
-#include "ItemSearch.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
+#include "QuickItems.h"
 #include "StreamedText.h"
 
 #include <QClipboard>
@@ -250,7 +250,8 @@ private:
     }
     QQuickItem *item(const char *name) const
     {
-        QQuickItem *found = findItem(m_popup->window()->contentItem(), QString::fromLatin1(name));
+        QQuickItem *found
+            = QuickItems::all(m_popup->window()->contentItem(), QString::fromLatin1(name)).value(0);
         if (!found)
             qWarning("no item %s", name);
         return found;
