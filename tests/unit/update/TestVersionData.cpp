@@ -56,34 +56,31 @@ void TestVersionData::decoding_data()
     const QByteArray record = R"({"current_version":"1.4.2","download_url":"https://example.org/t",
         "release_notes":"Fixes","force_update":false,"minimum_supported_version":"1.0.0"})";
 
-    QTest::newRow("complete") << QByteArray(R"({"success":true,"data":)" + record + "}") << true << true
-                              << QString();
-    QTest::newRow("unknown members, any order")
-        << QByteArray(R"({"extra":[1,2],"data":)" + record + R"(,"error":"none","success":true})") << true
-        << true << QString();
-    QTest::newRow("data null") << QByteArray(R"({"success":true,"data":null,"error":null})") << true << false
-                               << QString();
-    QTest::newRow("data absent") << QByteArray(R"({"success":false,"error":"down"})") << true << false
-                                 << QString();
+    const auto readable = [](const char *name, const QByteArray &body, bool hasData) {
+        QTest::newRow(name) << body << true << hasData << QString();
+    };
+    const auto unreadable = [](const char *name, const QByteArray &body, const QString &mentions) {
+        QTest::newRow(name) << body << false << false << mentions;
+    };
+    readable("complete", R"({"success":true,"data":)" + record + "}", true);
+    readable("unknown members, any order",
+        R"({"extra":[1,2],"data":)" + record + R"(,"error":"none","success":true})", true);
+    readable("data null", R"({"success":true,"data":null,"error":null})", false);
+    readable("data absent", R"({"success":false,"error":"down"})", false);
     const auto changed = [&record](const QByteArray &from, const QByteArray &to) {
         return R"({"success":true,"data":)" + QByteArray(record).replace(from, to) + "}";
     };
-    QTest::newRow("record lacks minimum_supported_version")
-        << changed(R"(,"minimum_supported_version":"1.0.0")", "") << false << false
-        << u"minimum_supported_version"_s;
-    QTest::newRow("force_update as text")
-        << changed("false", R"("no")") << false << false << u"force_update"_s;
-    QTest::newRow("version as number")
-        << changed(R"("1.4.2")", "2") << false << false << u"current_version"_s;
-    QTest::newRow("success missing") << QByteArray(R"({"data":null})") << false << false << u"success"_s;
-    QTest::newRow("success as text") << QByteArray(R"({"success":"true"})") << false << false << u"success"_s;
-    QTest::newRow("error as number") << QByteArray(R"({"success":true,"error":5})") << false << false
-                                     << u"error"_s;
-    QTest::newRow("data as text") << QByteArray(R"({"success":true,"data":"1.2"})") << false << false
-                                  << u"data"_s;
-    QTest::newRow("not JSON") << QByteArray("<html>502 Bad Gateway</html>") << false << false << u"JSON"_s;
-    QTest::newRow("array") << QByteArray("[]") << false << false << u"object"_s;
-    QTest::newRow("empty body") << QByteArray() << false << false << u"JSON"_s;
+    unreadable("record lacks minimum_supported_version",
+        changed(R"(,"minimum_supported_version":"1.0.0")", ""), u"minimum_supported_version"_s);
+    unreadable("force_update as text", changed("false", R"("no")"), u"force_update"_s);
+    unreadable("version as number", changed(R"("1.4.2")", "2"), u"current_version"_s);
+    unreadable("success missing", R"({"data":null})", u"success"_s);
+    unreadable("success as text", R"({"success":"true"})", u"success"_s);
+    unreadable("error as number", R"({"success":true,"error":5})", u"error"_s);
+    unreadable("data as text", R"({"success":true,"data":"1.2"})", u"data"_s);
+    unreadable("not JSON", "<html>502 Bad Gateway</html>", u"JSON"_s);
+    unreadable("array", "[]", u"object"_s);
+    unreadable("empty body", QByteArray(), u"JSON"_s);
 }
 
 void TestVersionData::decoding()
