@@ -60,8 +60,23 @@ private Q_SLOTS:
         QCOMPARE(samplesWithinBudget(examples, budget), kept);
     }
 
-    // The rows the program's reader meets too, through the server's use of the reader.
-    void upstreamStreams_data() { EventStreamRows::addRows(); }
+    // The rows the program's reader meets too, through the server's use of the reader, and
+    // what only an upstream's reply may mean: an error given as a string, and a whole
+    // completion where a stream was asked for.
+    void upstreamStreams_data()
+    {
+        using EventStreamRows::row;
+        EventStreamRows::addRows();
+        row("error string in an event", "data: {\"error\":\"bad model\"}\n\n", { u"error:bad model"_s });
+        row("error object without a message", "data: {\"error\":{\"code\":1}}\n\n",
+            { u"error:unknown error"_s });
+        row("error string as the whole reply", "{\"error\": \"model not found\"}\n",
+            { u"error:model not found"_s });
+        row("whole completion", "{\"choices\":[{\"message\":{\"role\":\"assistant\",\n\"content\":\"Hi\"}}]}",
+            { u"Hi"_s });
+        row("empty content is no fragment",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\"}}]}\n\ndata: [DONE]\n\n", { u"done"_s });
+    }
     void upstreamStreams()
     {
         QFETCH(QByteArray, wire);
@@ -74,33 +89,6 @@ private Q_SLOTS:
             // A bound below the reply's size is there to be passed.
             QCOMPARE(tooLong, maxLine < wire.size());
         }
-    }
-
-    // What only an upstream's reply may mean: an error given as a string, and a whole
-    // completion where a stream was asked for.
-    void upstreamReplies_data()
-    {
-        QTest::addColumn<QByteArray>("wire");
-        QTest::addColumn<QStringList>("found");
-        QTest::newRow("error string in an event")
-            << QByteArray("data: {\"error\":\"bad model\"}\n\n") << QStringList { u"error:bad model"_s };
-        QTest::newRow("error object without a message")
-            << QByteArray("data: {\"error\":{\"code\":1}}\n\n") << QStringList { u"error:unknown error"_s };
-        QTest::newRow("error string as the whole reply")
-            << QByteArray("{\"error\": \"model not found\"}\n") << QStringList { u"error:model not found"_s };
-        QTest::newRow("whole completion")
-            << QByteArray("{\"choices\":[{\"message\":{\"role\":\"assistant\",\n\"content\":\"Hi\"}}]}")
-            << QStringList { u"Hi"_s };
-        QTest::newRow("empty content is no fragment")
-            << QByteArray("data: {\"choices\":[{\"delta\":{\"content\":\"\"}}]}\n\ndata: [DONE]\n\n")
-            << QStringList { u"done"_s };
-    }
-    void upstreamReplies()
-    {
-        QFETCH(QByteArray, wire);
-        QFETCH(QStringList, found);
-        for (const QList<QByteArray> &pieces : EventStreamRows::cuts(wire))
-            QCOMPARE(read(pieces, 1024).first, found);
     }
 
     void fragmentEventsCarryAnyTextIntact_data()

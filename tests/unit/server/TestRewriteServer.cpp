@@ -2,6 +2,7 @@
 
 #include "RewriteServer.h"
 #include "server/FixtureUpstream.h"
+#include "server/RewriteBody.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -18,20 +19,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QString token = u"test-client-token"_s;
-
-QByteArray rewriteBody(
-    const QString &text, const QStringList &examples = {}, const QString &tone = u"natural"_s)
-{
-    const QJsonObject body {
-        { "stream"_L1, true },
-        { "examples"_L1, QJsonArray::fromStringList(examples) },
-        { "tone"_L1, tone },
-        { "messages"_L1,
-            QJsonArray { QJsonObject {
-                { "role"_L1, "user"_L1 }, { "content"_L1, u"Rewrite this in my voice:\n\n"_s + text } } } },
-    };
-    return QJsonDocument(body).toJson(QJsonDocument::Compact);
-}
 
 // Collects the reply as it arrives and reads its events the way the desktop program does.
 class StreamReader : public QObject

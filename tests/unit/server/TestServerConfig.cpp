@@ -99,12 +99,14 @@ private Q_SLOTS:
     void badValuesNameTheirSource_data()
     {
         QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<QString>("fileName");
         QTest::addColumn<QStringList>("environment");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("error");
         const auto row = [](const char *name, const QByteArray &file, const QString &error,
-                             const QStringList &environment = {}, const QStringList &arguments = {}) {
-            QTest::newRow(name) << file << environment << arguments << error;
+                             const QStringList &environment = {}, const QStringList &arguments = {},
+                             const QString &fileName = u"config.toml"_s) {
+            QTest::newRow(name) << file << fileName << environment << arguments << error;
         };
         const QByteArray good = "model = \"m\"\n";
         row("port out of range", good, u"--port: port"_s, {}, { u"--port=70000"_s });
@@ -133,28 +135,23 @@ private Q_SLOTS:
             { u"--no-client-token"_s, u"--listen-address=0.0.0.0"_s });
         row("no client token, yet one given", "no_client_token = true\n", u"both set"_s, {},
             { u"--client-token=abc"_s });
+        // Settings written for the old format are not silently left behind.
+        row("only a file of the old format", "upstream_url = http://localhost:11434/v1\n",
+            u"/tessary-server/config.ini is no longer read: move its settings to "_s, {}, {},
+            u"config.ini"_s);
     }
 
     void badValuesNameTheirSource()
     {
         QFETCH(QByteArray, file);
+        QFETCH(QString, fileName);
         QFETCH(QStringList, environment);
         QFETCH(QStringList, arguments);
         QFETCH(QString, error);
-        const ConfigHome home(file);
+        const ConfigHome home(file, fileName);
         const ConfigResult result = home.load(arguments, environment);
         QVERIFY(!result.config);
         QVERIFY2(result.error.contains(error), qPrintable(result.error));
-    }
-
-    // Settings written for the old format are not silently left behind.
-    void oldConfigFileIsNamed()
-    {
-        const ConfigHome home("upstream_url = http://localhost:11434/v1\n", u"config.ini"_s);
-        const ConfigResult result = home.load();
-        QVERIFY(!result.config);
-        QVERIFY2(result.error.contains(home.path(u"config.ini"_s)) && result.error.contains(u"config.toml"_s),
-            qPrintable(result.error));
     }
 
     // The token file always holds the token the server accepts: Tessary pairs by reading it.

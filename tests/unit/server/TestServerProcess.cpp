@@ -6,10 +6,10 @@
 #include "Replies.h"
 #include "ScratchFiles.h"
 #include "server/FixtureUpstream.h"
+#include "server/RewriteBody.h"
 
 #include <QDateTime>
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
@@ -78,9 +78,7 @@ private:
         return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     }
 
-    QNetworkReply *rewrite(int port, const QByteArray &token,
-        const QByteArray &body
-        = R"({"stream":true,"examples":[],"tone":"natural","messages":[{"role":"user","content":"Rewrite this in my voice:\n\nhi"}]})")
+    QNetworkReply *rewrite(int port, const QByteArray &token, const QByteArray &body = rewriteBody(u"hi"_s))
     {
         QNetworkRequest request(QUrl(u"http://127.0.0.1:%1/api/v1/chat/completions"_s.arg(port)));
         request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
@@ -165,13 +163,8 @@ private Q_SLOTS:
         QProcess server;
         const int port = start(server, arguments);
         QVERIFY(port > 0);
-        const QJsonObject body { { "stream"_L1, true }, { "tone"_L1, tone },
-            { "examples"_L1, QJsonArray { sample } },
-            { "messages"_L1,
-                QJsonArray { QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, "hi"_L1 } } } } };
-        QCOMPARE(statusOf(rewrite(
-                     port, tokenIn(m_home.path()), QJsonDocument(body).toJson(QJsonDocument::Compact))),
-            200);
+        QCOMPARE(
+            statusOf(rewrite(port, tokenIn(m_home.path()), rewriteBody(u"hi"_s, { sample }, tone))), 200);
         QByteArray log;
         QTRY_VERIFY((log += server.readAllStandardError()).contains(" done: "));
         stop(server);
