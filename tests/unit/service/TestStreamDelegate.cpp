@@ -84,17 +84,22 @@ private Q_SLOTS:
     void initTestCase() { QVERIFY(m_server.listen()); }
 
     // Whatever the framing and however the body is cut, the same events come out; errors
-    // the service reports, and replies that yield nothing.
+    // the service reports, replies that yield nothing, and hostile replies, which end in a
+    // defined outcome without growing without bound. Where a row gives log lines, the
+    // request logs exactly those between its first and last ones.
     void replies_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QList<qsizetype>>("splitAt");
         QTest::addColumn<QStringList>("calls");
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<bool>("fromDesktop"); // the log may end up in the journal
 
         const auto row = [](const char *name, const QByteArray &body, const QStringList &calls,
-                             int status = 200, const QList<qsizetype> &splitAt = {}) {
-            QTest::newRow(name) << status << body << splitAt << calls;
+                             int status = 200, const QList<qsizetype> &splitAt = {},
+                             const QStringList &lines = {}, bool fromDesktop = false) {
+            QTest::newRow(name) << status << body << splitAt << calls << lines << fromDesktop;
         };
         const QStringList hello { u"token:Hel"_s, u"token:lo"_s, u"complete"_s };
         const QByteArray twoEvents = sse("Hel") + sse("lo") + "data: [DONE]\n\n";
@@ -109,6 +114,12 @@ private Q_SLOTS:
         const QByteArray badKey
             = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
         row("whole-reply credential error", badKey,
+            { u"error:Invalid API key. Please check your token in Settings."_s }, 401, {},
+            { u"🔐 [StreamDelegate] Authentication error detected"_s,
+                u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
+                u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
+                "API key provided"_s });
+        row("whole-reply credential error, cut", badKey,
             { u"error:Invalid API key. Please check your token in Settings."_s }, 401, { 10 });
         row("streamed credential error is passed on unchanged", "data: " + badKey + "\n\n",
             { u"error:Invalid API key provided"_s });
@@ -116,6 +127,12 @@ private Q_SLOTS:
         row("streamed error between fragments",
             sse("Hi") + "data: {\"error\":{\"message\":\"overloaded\"}}\n" + sse("there"),
             { u"token:Hi"_s, u"error:overloaded"_s, u"token:there"_s });
+        row("streamed error", R"(data: {"error":{"message":"overloaded"}})", { u"error:overloaded"_s }, 200,
+            {},
+            { u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
+                u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
+                u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s });
         row("error without message or type", R"({"error":{"code":1}})", { u"error:Unknown error occurred"_s },
             500);
         row("error member that is a string is no error", R"({"error":"nope"})", { u"complete"_s });
@@ -123,6 +140,56 @@ private Q_SLOTS:
             { u"error:The service answered with HTTP 502 Bad Gateway."_s }, 502);
         row("error status with fragments is a stream", sse("ok"), { u"token:ok"_s, u"complete"_s }, 500);
         row("no body at all", QByteArray(), { noResponse });
+
+        const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
+        const auto length = [](const QString &value) { return u"[%1 characters]"_s.arg(value.size()); };
+        const QByteArray hi = sse("Hi") + "data: [DONE]\n\n";
+        const QStringList hiCalls { u"token:Hi"_s, u"complete"_s };
+        row("started from the desktop: lengths, no words", hi, hiCalls, 200, { 20 },
+            { u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
+                u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
+                u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
+                u"📋 [StreamDelegate] Stream JSON: "_s + length(json),
+                u"📝 [StreamDelegate] Token received: [2 characters]"_s,
+                u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
+                u"📄 [StreamDelegate] Processing line: [12 characters]"_s,
+                u"🏁 [StreamDelegate] Stream completed"_s,
+                u"📄 [StreamDelegate] Processing line: [0 characters]"_s },
+            true);
+        row("typical stream", hi, hiCalls, 200, { 20 },
+            { u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
+                u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
+                u"📄 [StreamDelegate] Processing line: data: "_s + json,
+                u"📋 [StreamDelegate] Stream JSON: "_s + json, u"📝 [StreamDelegate] Token received: Hi"_s,
+                u"📄 [StreamDelegate] Processing line: "_s,
+                u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
+                u"🏁 [StreamDelegate] Stream completed"_s, u"📄 [StreamDelegate] Processing line: "_s });
+        // Its lines are logged as they come, its data once it is whole, on one line.
+        row("event over two data lines", "data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n",
+            hiCalls, 200, {},
+            { u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
+                u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
+                u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
+                u"📄 [StreamDelegate] Processing line: "_s,
+                u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
+                u"📝 [StreamDelegate] Token received: Hi"_s });
+
+        // Hostile replies, cut in three.
+        const auto hostile = [&row](const char *name, const QByteArray &body, const QStringList &calls) {
+            row(name, body, calls, 200, { body.size() / 3, body.size() / 2 });
+        };
+        hostile("50 MB line, then an event", "data: " + QByteArray(50 * 1024 * 1024, 'x') + "\n" + sse("ok"),
+            { u"token:ok"_s, u"complete"_s });
+        hostile("1 MB fragment", sse(QByteArray(1024 * 1024, 'y')),
+            { u"token:"_s + QString(1024 * 1024, u'y'), u"complete"_s });
+        hostile("raw NUL inside an event passes as a character",
+            QByteArray(sse("a_b")).replace('_', '\0') + sse("ok"),
+            { u"token:a"_s + QChar(0) + u"b"_s, u"token:ok"_s, u"complete"_s });
+        hostile("10,000 levels of nesting in an event",
+            "data: " + QByteArray(10000, '[') + QByteArray(10000, ']') + "\n\n" + sse("ok"),
+            { u"token:ok"_s, u"complete"_s });
+        hostile("10,000 levels of nesting as the whole reply",
+            "{\"error\":" + QByteArray(10000, '{') + QByteArray(10000, '}') + "}", { u"complete"_s });
     }
 
     void replies()
@@ -131,10 +198,21 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QList<qsizetype>, splitAt);
         QFETCH(QStringList, calls);
+        QFETCH(QStringList, lines);
+        QFETCH(bool, fromDesktop);
         for (Framing framing : { Framing::ContentLength, Framing::Chunked, Framing::Close }) {
             FixtureReply scripted = reply(body, splitAt, status);
             scripted.framing = framing;
-            QCOMPARE(run(scripted), calls);
+            Log::setDetail(fromDesktop ? Log::Detail::Private : Log::Detail::Full);
+            StdoutCapture capture; // megabytes of log lines do not belong in the test output
+            const QStringList actual = run(scripted);
+            const QStringList logged = lines.isEmpty() ? QStringList() : capture.lines();
+            capture.restore(); // test failures are reported on stdout too
+            Log::setDetail(Log::Detail::Full);
+            QCOMPARE(actual, calls);
+            if (!lines.isEmpty())
+                QCOMPARE(logged,
+                    received(status) + lines + (calls.last().startsWith(u"error:"_s) ? failed : succeeded));
         }
     }
 
@@ -172,104 +250,6 @@ private Q_SLOTS:
         QVERIFY2(calls.last().startsWith(error) && calls.last() != noResponse, qPrintable(calls.last()));
     }
 
-    // The log lines of a request, exactly, for the ways a reply usually goes.
-    void logLines_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QList<qsizetype>>("splitAt");
-        QTest::addColumn<QStringList>("calls");
-        QTest::addColumn<QStringList>("lines"); // between the first and the last ones
-        QTest::addColumn<bool>("fromDesktop"); // the log may end up in the journal
-
-        const QString json = uR"({"choices":[{"delta":{"content":"Hi"}}]})"_s;
-        const auto length = [](const QString &value) { return u"[%1 characters]"_s.arg(value.size()); };
-        const QByteArray hi = sse("Hi") + "data: [DONE]\n\n";
-        const QStringList hiCalls { u"token:Hi"_s, u"complete"_s };
-        QTest::newRow("started from the desktop: lengths, no words")
-            << 200 << hi << QList<qsizetype> { 20 } << hiCalls
-            << QStringList {
-                      u"📦 [StreamDelegate] Received chunk: [20 characters]..."_s,
-                      u"📦 [StreamDelegate] Received chunk: [46 characters]..."_s,
-                      u"📄 [StreamDelegate] Processing line: "_s + length(u"data: "_s + json),
-                      u"📋 [StreamDelegate] Stream JSON: "_s + length(json),
-                      u"📝 [StreamDelegate] Token received: [2 characters]"_s,
-                      u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
-                      u"📄 [StreamDelegate] Processing line: [12 characters]"_s,
-                      u"🏁 [StreamDelegate] Stream completed"_s,
-                      u"📄 [StreamDelegate] Processing line: [0 characters]"_s,
-                  }
-            << true;
-        QTest::newRow("typical stream")
-            << 200 << hi << QList<qsizetype> { 20 } << hiCalls
-            << QStringList {
-                      u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"..."_s,
-                      u"📦 [StreamDelegate] Received chunk: delta\":{\"content\":\"Hi\"}}]}\\n\\ndata: [DONE]\\n\\n..."_s,
-                      u"📄 [StreamDelegate] Processing line: data: "_s + json,
-                      u"📋 [StreamDelegate] Stream JSON: "_s + json,
-                      u"📝 [StreamDelegate] Token received: Hi"_s,
-                      u"📄 [StreamDelegate] Processing line: "_s,
-                      u"📄 [StreamDelegate] Processing line: data: [DONE]"_s,
-                      u"🏁 [StreamDelegate] Stream completed"_s,
-                      u"📄 [StreamDelegate] Processing line: "_s,
-                  }
-            << false;
-        const QByteArray badKey
-            = R"({"error":{"type":"invalid_request_error","message":"Invalid API key provided"}})";
-        QTest::newRow("whole-reply credential error")
-            << 401 << badKey << QList<qsizetype> {}
-            << QStringList { u"error:Invalid API key. Please check your token in Settings."_s }
-            << QStringList {
-                      u"🔐 [StreamDelegate] Authentication error detected"_s,
-                      u"📦 [StreamDelegate] Received chunk: "_s + QString::fromUtf8(badKey) + u"..."_s,
-                      u"❌ [StreamDelegate] Non-streaming error - Type: invalid_request_error, Message: Invalid "
-                      "API key provided"_s,
-                  }
-            << false;
-        QTest::newRow("streamed error")
-            << 200 << QByteArray(R"(data: {"error":{"message":"overloaded"}})") << QList<qsizetype> {}
-            << QStringList { u"error:overloaded"_s }
-            << QStringList {
-                      u"📦 [StreamDelegate] Received chunk: data: {\"error\":{\"message\":\"overloaded\"}}..."_s,
-                      u"📄 [StreamDelegate] Processing line: data: {\"error\":{\"message\":\"overloaded\"}}"_s,
-                      u"📋 [StreamDelegate] Stream JSON: {\"error\":{\"message\":\"overloaded\"}}"_s,
-                      u"❌ [StreamDelegate] Streaming error - Type: unknown_error, Message: overloaded"_s,
-                  }
-            << false;
-        // Its lines are logged as they come, its data once it is whole, on one line.
-        QTest::newRow("event over two data lines")
-            << 200 << QByteArray("data: {\"choices\":[{\"delta\":\ndata: {\"content\":\"Hi\"}}]}\n\n")
-            << QList<qsizetype> {} << hiCalls
-            << QStringList {
-                      u"📦 [StreamDelegate] Received chunk: data: {\"choices\":[{\"delta\":\\ndata: {\"content\":\"Hi\"}}]}\\n\\n..."_s,
-                      u"📄 [StreamDelegate] Processing line: data: {\"choices\":[{\"delta\":"_s,
-                      u"📄 [StreamDelegate] Processing line: data: {\"content\":\"Hi\"}}]}"_s,
-                      u"📄 [StreamDelegate] Processing line: "_s,
-                      u"📋 [StreamDelegate] Stream JSON: {\"choices\":[{\"delta\":\\n{\"content\":\"Hi\"}}]}"_s,
-                      u"📝 [StreamDelegate] Token received: Hi"_s,
-                  }
-            << false;
-    }
-
-    void logLines()
-    {
-        QFETCH(int, status);
-        QFETCH(QByteArray, body);
-        QFETCH(QList<qsizetype>, splitAt);
-        QFETCH(QStringList, calls);
-        QFETCH(QStringList, lines);
-        QFETCH(bool, fromDesktop);
-        Log::setDetail(fromDesktop ? Log::Detail::Private : Log::Detail::Full);
-        StdoutCapture capture;
-        const QStringList actual = run(reply(body, splitAt, status));
-        const QStringList logged = capture.lines();
-        capture.restore(); // test failures are reported on stdout too
-        Log::setDetail(Log::Detail::Full);
-        QCOMPARE(actual, calls);
-        QCOMPARE(
-            logged, received(status) + lines + (calls.last().startsWith(u"error:"_s) ? failed : succeeded));
-    }
-
     void cancelEndsWithoutOutcome()
     {
         m_server.route("/chat", broken(sse("a") + sse("b"), FixtureReply::End::Stall, sse("a").size()));
@@ -287,39 +267,6 @@ private Q_SLOTS:
         QVERIFY(
             lines.contains(u"🔚 [StreamDelegate] Task completed - Error: Error Code=-999 \"cancelled\""_s));
         QCOMPARE(lines.last(), u"🔄 [StreamDelegate] Request was cancelled"_s);
-    }
-
-    // Hostile replies end in a defined outcome, without growing without bound.
-    void badInput_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QStringList>("calls");
-
-        QTest::newRow("50 MB line, then an event")
-            << QByteArray("data: " + QByteArray(50 * 1024 * 1024, 'x') + "\n" + sse("ok"))
-            << QStringList { u"token:ok"_s, u"complete"_s };
-        QTest::newRow("1 MB fragment")
-            << sse(QByteArray(1024 * 1024, 'y'))
-            << QStringList { u"token:"_s + QString(1024 * 1024, u'y'), u"complete"_s };
-        QTest::newRow("raw NUL inside an event passes as a character")
-            << QByteArray(sse("a_b")).replace('_', '\0') + sse("ok")
-            << QStringList { u"token:a"_s + QChar(0) + u"b"_s, u"token:ok"_s, u"complete"_s };
-        QTest::newRow("10,000 levels of nesting in an event")
-            << QByteArray("data: " + QByteArray(10000, '[') + QByteArray(10000, ']') + "\n\n" + sse("ok"))
-            << QStringList { u"token:ok"_s, u"complete"_s };
-        QTest::newRow("10,000 levels of nesting as the whole reply")
-            << QByteArray("{\"error\":" + QByteArray(10000, '{') + QByteArray(10000, '}') + "}")
-            << QStringList { u"complete"_s };
-    }
-
-    void badInput()
-    {
-        QFETCH(QByteArray, body);
-        QFETCH(QStringList, calls);
-        StdoutCapture capture; // megabytes of log lines do not belong in the test output
-        const QStringList actual = run(reply(body, { body.size() / 3, body.size() / 2 }));
-        capture.restore();
-        QCOMPARE(actual, calls);
     }
 };
 
