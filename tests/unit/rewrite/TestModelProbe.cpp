@@ -31,9 +31,7 @@ std::unique_ptr<FixtureServer> modelServer(const QString &kind)
     } else if (kind == "ollama"_L1) {
         server->route("/api/tags", jsonReply(200, ollamaTags));
     } else if (kind == "web page"_L1) {
-        FixtureReply page;
-        page.headers = { { "Content-Type", "text/html" } };
-        page.body = "<html><body>It works!</body></html>";
+        const FixtureReply page = jsonReply(200, "<html><body>It works!</body></html>", "text/html");
         server->route("/v1/models", page);
         server->route("/api/tags", page);
     }
@@ -62,8 +60,9 @@ private Q_SLOTS:
         stall.stopAt = 5;
 
         const auto row = [&](const char *name, const FixtureReply &models, ModelList::Outcome outcome,
-                             const QStringList &listed = {}) {
-            QTest::newRow(name) << QString() << models << none << outcome << listed;
+                             const QStringList &listed = {}, const FixtureReply &tags = jsonReply(0, {}),
+                             const QString &base = {}) {
+            QTest::newRow(name) << base << models << tags << outcome << listed;
         };
         using O = ModelList::Outcome;
         row("openai list", jsonReply(200, openAiList), O::Listed, { u"qwen2.5:7b"_s, u"llama3.1:8b"_s });
@@ -72,17 +71,15 @@ private Q_SLOTS:
             jsonReply(200,
                 R"({"models":[{"name":"a.gguf"}],"object":"list","data":[{"id":"a.gguf"},{"id":"a.gguf"}]})"),
             O::Listed, { u"a.gguf"_s });
-        QTest::newRow("a web server, not a model server")
-            << QString() << jsonReply(200, "<html>hello</html>") << jsonReply(200, "<html>hello</html>")
-            << O::NotFound << QStringList();
+        const FixtureReply page = jsonReply(200, "<html>hello</html>");
+        row("a web server, not a model server", page, O::NotFound, {}, page);
         row("json, but no list", jsonReply(200, R"({"status":"ok"})"), O::NotFound);
         row("forbidden", jsonReply(403, "{}"), O::Unauthorized);
         row("server error", jsonReply(500, "{}"), O::HttpError);
         row("nothing comes in time", stall, O::TimedOut);
         // Nothing asked of the fixture server.
-        QTest::newRow("no host") << u"http:///v1"_s << none << none << O::InvalidUrl << QStringList();
-        QTest::newRow("not http") << u"ftp://127.0.0.1/v1"_s << none << none << O::InvalidUrl
-                                  << QStringList();
+        row("no host", none, O::InvalidUrl, {}, none, u"http:///v1"_s);
+        row("not http", none, O::InvalidUrl, {}, none, u"ftp://127.0.0.1/v1"_s);
     }
 
     void listModels()
