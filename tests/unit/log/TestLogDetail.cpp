@@ -38,25 +38,6 @@ private Q_SLOTS:
         QFETCH(QString, stdoutDeviceInode);
         QTEST(Log::chooseDetail(environment, stdoutDeviceInode) == Log::Detail::Full, "full");
     }
-
-    void content_data()
-    {
-        QTest::addColumn<bool>("full");
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<QString>("logged");
-
-        QTest::newRow("full") << true << u"Dear Sam"_s << u"Dear Sam"_s;
-        QTest::newRow("private") << false << u"Dear Sam"_s << u"[8 characters]"_s;
-    }
-
-    void content()
-    {
-        QFETCH(bool, full);
-        QFETCH(QString, value);
-        Log::setDetail(full ? Log::Detail::Full : Log::Detail::Private);
-        QTEST(Log::content(value), "logged");
-        Log::setDetail(Log::Detail::Full);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestLogDetail)
