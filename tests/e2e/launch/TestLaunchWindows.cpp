@@ -1,8 +1,14 @@
-// Faults: a second settings window, the task-bar entry kept or dropped early, onboarding ending wrongly.
+// Faults: a second settings window, the task-bar entry kept or dropped early, onboarding ending wrongly
+// or coming back once finished with a paired server.
+#include "AccessibilityHelper.h"
+#include "AppDelegate.h"
 #include "AppWindows.h"
+#include "HumanizeService.h"
 #include "MakePlatform.h"
 #include "OnboardingModel.h"
 #include "Presence.h"
+#include "RewriteSessions.h"
+#include "Shortcut.h"
 #include "StorageManager.h"
 #include "UpdateService.h"
 
@@ -25,11 +31,11 @@ private:
     QTemporaryDir m_dir;
     int m_stores = 0;
 
-    std::unique_ptr<StorageManager> newStore(const QString &apiKey)
+    std::unique_ptr<StorageManager> newStore(const QString &apiKey, const QString &serverToken = {})
     {
         // Nothing listens on the discard port: nothing here may reach a service.
-        auto storage = std::make_unique<StorageManager>(
-            m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)), u"http://127.0.0.1:9/api/v1"_s);
+        auto storage = std::make_unique<StorageManager>(m_dir.filePath(u"s%1/Tessary.conf"_s.arg(++m_stores)),
+            u"http://127.0.0.1:9/api/v1"_s, nullptr, serverToken);
         storage->setApiKey(apiKey);
         return storage;
     }
@@ -76,6 +82,41 @@ private Q_SLOTS:
         QCOMPARE(windows.settingsWindow(), settings);
         QVERIFY(QTest::qWaitForWindowExposed(settings));
         QCOMPARE(windows.presence().policy(), Presence::Policy::Regular);
+    }
+
+    // At launch, with a paired server usable and no key or sample: welcomed once, then not
+    // again after finishing, unless the server's token has gone.
+    void launch_data()
+    {
+        QTest::addColumn<bool>("finished");
+        QTest::addColumn<bool>("paired");
+        QTest::addColumn<bool>("welcome");
+        QTest::newRow("first start, paired server") << false << true << true;
+        QTest::newRow("finished without a sample, paired server") << true << true << false;
+        QTest::newRow("finished, the server's token gone") << true << false << true;
+    }
+    void launch()
+    {
+        QFETCH(bool, finished);
+        QFETCH(bool, paired);
+        const QString token = m_dir.filePath(u"client-token-%1"_s.arg(m_stores));
+        QFile file(token);
+        QVERIFY(!paired
+            || (file.open(QIODevice::WriteOnly, QFile::ReadOwner | QFile::WriteOwner) && file.write("t")));
+        file.close();
+        auto storage = newStore({}, token);
+        if (finished)
+            storage->setOnboardingFinished();
+        Platform platform = makePlatform();
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get());
+        Shortcut shortcut(nullptr, nullptr, std::chrono::seconds(1));
+        AccessibilityHelper textAccess(platform);
+        HumanizeService rewriter(*storage);
+        RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
+        AppDelegate({ windows, shortcut, sessions, updates, *storage, nullptr })
+            .applicationDidFinishLaunching();
+        QTEST(windows.onboardingWindow() != nullptr, "welcome");
     }
 
     void onboardingCompletion_data()
