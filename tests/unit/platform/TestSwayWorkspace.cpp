@@ -93,11 +93,9 @@ private Q_SLOTS:
         QTRY_VERIFY(front.has_value());
         QCOMPARE(asked, framed(4, {}));
         QCOMPARE(front->has_value(), pid != 0);
-        if (pid != 0) {
-            QCOMPARE((*front)->pid, pid);
-            QCOMPARE((*front)->name, name);
-            QCOMPARE((*front)->windowClass, windowClass);
-        }
+        QCOMPARE(front->value_or(RunningApplication {}).pid, pid);
+        QCOMPARE(front->value_or(RunningApplication {}).name, name);
+        QCOMPARE(front->value_or(RunningApplication {}).windowClass, windowClass);
     }
 };
 

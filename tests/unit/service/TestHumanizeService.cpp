@@ -96,7 +96,6 @@ private Q_SLOTS:
         QTRY_COMPARE(recorder.calls, (QStringList { u"token:ok"_s, u"complete"_s }));
         QTRY_VERIFY(service.findChildren<QObject *>().isEmpty()); // the request's thread and objects go
         const QStringList lines = capture.lines().filter(u"[HumanizeService]"_s);
-        capture.restore();
 
         const QString url = m_server.url(basePath.toUtf8()).toString() + u"/chat/completions"_s;
         QStringList expectedLines { u"🚀 [HumanizeService] Starting humanize request..."_s,
@@ -140,7 +139,6 @@ private Q_SLOTS:
         StdoutCapture capture;
         service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
         const QStringList lines = capture.lines();
-        capture.restore();
         QCOMPARE(recorder.calls, QStringList { u"error:Invalid API URL"_s });
         QCOMPARE(lines.last(), u"❌ [HumanizeService] Invalid API URL: "_s + apiBase + u"/chat/completions"_s);
         QCoreApplication::sendPostedEvents(); // anything queued would arrive now
@@ -196,7 +194,6 @@ private Q_SLOTS:
         } else {
             QTRY_VERIFY_WITH_TIMEOUT(service->findChildren<StreamDelegate *>().isEmpty(), 10000);
         }
-        capture.restore();
 
         QTEST(first.calls, "first");
         QTEST(second.calls, "second");

@@ -82,8 +82,7 @@ private:
         std::optional<bool> stored;
         QObject context;
         keys.write(name, value, &context, [&stored](bool ok) { stored = ok; });
-        QTRY_VERIFY_WITH_TIMEOUT(stored.has_value(), 10000);
-        QVERIFY(*stored);
+        QTRY_COMPARE_WITH_TIMEOUT(stored, std::optional(true), 10000);
     }
 
 private Q_SLOTS:
@@ -160,16 +159,16 @@ private Q_SLOTS:
         StdoutCapture stdoutLines;
         {
             StorageManager storage(path, QString(), &keys, QString());
-            if (typedEarly) {
+            const auto type = [&] {
                 for (const QString &value : typed)
                     storage.setApiKey(value);
-            }
+            };
+            if (typedEarly)
+                type();
             waitLoaded(storage);
             QCOMPARE(storage.keysInSettingsFile(), !keyring);
-            if (!typedEarly) {
-                for (const QString &value : typed)
-                    storage.setApiKey(value);
-            }
+            if (!typedEarly)
+                type();
             QCOMPARE(storage.apiKey(), key);
             QTRY_VERIFY_WITH_TIMEOUT(storage.keysSaved(), 10000);
             QCOMPARE(lookup(keys.service(), u"api_key"_s), keyring ? key : QString());

@@ -262,7 +262,6 @@ private Q_SLOTS:
         delegate.cancel();
         QVERIFY(done.wait());
         const QStringList lines = capture.lines();
-        capture.restore();
         QCOMPARE(recorder.calls, QStringList { u"token:a"_s });
         QVERIFY(
             lines.contains(u"🔚 [StreamDelegate] Task completed - Error: Error Code=-999 \"cancelled\""_s));

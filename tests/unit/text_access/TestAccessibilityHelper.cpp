@@ -240,8 +240,7 @@ private Q_SLOTS:
         m_helper->captureSelectedText([&](const Capture &capture) { answers.append(capture.text); });
         QVERIFY(answers.isEmpty());
         QTRY_COMPARE(answers.size(), 2);
-        QCOMPARE(answers.at(0), std::optional<QString>(u"B"_s));
-        QCOMPARE(answers.at(1), std::optional<QString>(u"B"_s));
+        QCOMPARE(answers, QList<std::optional<QString>>(2, u"B"_s));
         QCOMPARE(m_keys->keys.size(), 1);
         QCOMPARE(m_pasteboard->contents(), richUserClipboard);
 
@@ -275,6 +274,7 @@ private Q_SLOTS:
 
     void replace_data()
     {
+        QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("situation"); // "no frontmost", "unnamed", "focus fails", or nothing
         QTest::addColumn<int>("setError");
         QTest::addColumn<bool>("expected");
@@ -285,13 +285,19 @@ private Q_SLOTS:
         const auto row = [](const char *name, const QString &situation, int setError, bool expected,
                              const QStringList &log, const Formats &userClipboard = richUserClipboard,
                              const std::optional<Formats> &clipboardAfter = {}) {
-            QTest::newRow(name) << situation << setError << expected << log << userClipboard
+            QTest::newRow(name) << u"new text"_s << situation << setError << expected << log << userClipboard
                                 << clipboardAfter.value_or(userClipboard);
         };
-        const QString called = u"🔧 [AccessibilityHelper] replaceSelectedText called with: new text..."_s;
+        const auto calledWith = [](const QString &shown) {
+            return u"🔧 [AccessibilityHelper] replaceSelectedText called with: "_s + shown + u"..."_s;
+        };
+        const QString called = calledWith(u"new text"_s);
         const QString front = u"🔧 [AccessibilityHelper] Frontmost app: Mousepad"_s;
         const QString focusOk = u"🔧 [AccessibilityHelper] Focus result: 0"_s;
         const QString attempt = u"🔧 [AccessibilityHelper] Got focused element, attempting AX replace..."_s;
+        const QStringList accepted { front, focusOk, attempt,
+            u"🔧 [AccessibilityHelper] AX replace result: 0"_s,
+            u"✅ [AccessibilityHelper] AX replace successful"_s };
         const QStringList fallback { called, front, focusOk, attempt,
             u"🔧 [AccessibilityHelper] AX replace result: -25205"_s,
             u"🔧 [AccessibilityHelper] AX failed, using clipboard fallback..."_s,
@@ -301,9 +307,7 @@ private Q_SLOTS:
             = fallback + QStringList { u"🔧 [AccessibilityHelper] Clipboard restored"_s };
         const int refused = AxError::AttributeUnsupported;
 
-        row("accessibility accepts", {}, 0, true,
-            { called, front, focusOk, attempt, u"🔧 [AccessibilityHelper] AX replace result: 0"_s,
-                u"✅ [AccessibilityHelper] AX replace successful"_s });
+        row("accessibility accepts", {}, 0, true, QStringList { called } + accepted);
         row("refused, every format restored", {}, refused, true, restored);
         row("refused, empty string restored", {}, refused, true, restored, emptyText);
         row("refused, empty clipboard keeps the rewrite", {}, refused, true, fallback, Formats(),
@@ -316,10 +320,24 @@ private Q_SLOTS:
         row("focus read fails", u"focus fails"_s, 0, false,
             { called, front, u"🔧 [AccessibilityHelper] Focus result: -25204"_s,
                 u"❌ [AccessibilityHelper] Failed to get focused element"_s });
+
+        // The call's line shows the first fifty characters as the user counts them.
+        const auto shows = [&](const char *name, const QString &text, const QString &shown) {
+            QTest::newRow(name) << text << QString() << 0 << true
+                                << QStringList { calledWith(shown) } + accepted << richUserClipboard
+                                << richUserClipboard;
+        };
+        const QString family = u"👨‍👩‍👧"_s; // one character for the user, five code points
+        shows("empty text", QString(), QString());
+        shows("exactly fifty characters", QString(50, u'a'), QString(50, u'a'));
+        shows("the first fifty of more", QString(49, u'a') + u"bc"_s, QString(49, u'a') + u"b"_s);
+        shows("joined emoji stay whole", family.repeated(60), family.repeated(50));
+        shows("combining accents", u"e\u0301"_s.repeated(51), u"e\u0301"_s.repeated(50));
     }
 
     void replace()
     {
+        QFETCH(QString, text);
         QFETCH(QString, situation);
         QFETCH(int, setError);
         QFETCH(bool, expected);
@@ -339,14 +357,14 @@ private Q_SLOTS:
 
         StdoutCapture out;
         // No target recorded: whatever window is in front, as the original did.
-        QCOMPARE(replaceNow(u"new text"_s, CaptureTarget {}), std::optional<bool>(expected));
+        QCOMPARE(replaceNow(text, CaptureTarget {}), std::optional<bool>(expected));
         const bool fallback = expected && setError != 0;
         // The result is known before any paste happens.
         QVERIFY(m_keys->keys.isEmpty());
         if (fallback) {
-            QCOMPARE(m_pasteboard->contents(), ourText(u"new text"_s));
+            QCOMPARE(m_pasteboard->contents(), ourText(text));
             QTRY_COMPARE(m_keys->keys, QList<Key> { pasteKey });
-            QCOMPARE(clipboardAtPaste, ourText(u"new text"_s));
+            QCOMPARE(clipboardAtPaste, ourText(text));
         }
         settle();
         QCOMPARE(out.lines(), log);
@@ -355,29 +373,6 @@ private Q_SLOTS:
             situation == u"no frontmost" || situation == u"focus fails" ? 0 : 1);
         if (!fallback)
             QVERIFY(m_keys->keys.isEmpty());
-    }
-
-    void replaceLogsFirstFiftyCharacters_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("logged");
-
-        const QString family = u"👨‍👩‍👧"_s; // one character for the user, five code points
-        QTest::newRow("empty") << QString() << QString();
-        QTest::newRow("exactly fifty") << QString(50, u'a') << QString(50, u'a');
-        QTest::newRow("long") << QString(49, u'a') + u"bc"_s << QString(49, u'a') + u"b"_s;
-        QTest::newRow("joined emoji stay whole") << family.repeated(60) << family.repeated(50);
-        QTest::newRow("combining accents") << u"e\u0301"_s.repeated(51) << u"e\u0301"_s.repeated(50);
-    }
-
-    void replaceLogsFirstFiftyCharacters()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, logged);
-        StdoutCapture out;
-        QCOMPARE(replaceNow(text, CaptureTarget {}), std::optional<bool>(true));
-        QCOMPARE(out.lines().value(0),
-            u"🔧 [AccessibilityHelper] replaceSelectedText called with: "_s + logged + u"..."_s);
     }
 
     void quickSuccessiveReplacementsRestoreUserClipboard()
