@@ -172,8 +172,7 @@ private Q_SLOTS:
         QFETCH(QStringList, log);
         QFETCH(QString, told);
 
-        const QJsonObject buildInfo { { u"name"_s, u"Tessary"_s }, { u"version"_s, u"0.1.0"_s } };
-        UpdateService service(*m_storage, buildInfo);
+        UpdateService service(*m_storage, { { u"name"_s, u"Tessary"_s }, { u"version"_s, u"0.1.0"_s } });
         if (knownBefore) {
             m_server->route("/api/v1/version", jsonReply(200, releaseRecord(u"9.0.0"_s)));
             QCOMPARE(runCheck(service, true), 1);
