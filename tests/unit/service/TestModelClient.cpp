@@ -28,11 +28,6 @@ class TestModelClient : public QObject
 private:
     ScratchFiles m_files;
 
-    std::unique_ptr<StorageManager> newStorage(const QString &apiBase)
-    {
-        return std::make_unique<StorageManager>(m_files.newPath(), apiBase);
-    }
-
     static void chooseModel(StorageManager &storage, Provider provider, const QString &base,
         const QString &model, const QString &key = {})
     {
@@ -63,12 +58,12 @@ private Q_SLOTS:
         FixtureServer server;
         QVERIFY(server.listen());
         server.route("/v1/chat/completions", eventStream({ "Hi", " there" }));
-        auto storage = newStorage(u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
+        StorageManager storage(m_files.newPath(), u"http://127.0.0.1:%1/api/v1"_s.arg(closedPort()));
         chooseModel(
-            *storage, Provider(provider), server.url(basePath.toUtf8()).toString(), u"llama3.1:8b"_s, key);
-        storage->setExamples({ u"Cheers, Sam"_s, u"See you at noon!"_s });
+            storage, Provider(provider), server.url(basePath.toUtf8()).toString(), u"llama3.1:8b"_s, key);
+        storage.setExamples({ u"Cheers, Sam"_s, u"See you at noon!"_s });
 
-        HumanizeService service(*storage);
+        HumanizeService service(storage);
         RewriteRecorder recorder;
         const auto request
             = service.humanize(u"Dear sir, the meeting is moved."_s, u"casual"_s, recorder.callbacks());
@@ -186,11 +181,11 @@ private Q_SLOTS:
         fixture.route("/api/v1/chat/completions", answer);
 
         const QString scheme = server == "tls"_L1 ? u"https"_s : u"http"_s;
-        auto storage = newStorage(u"%1://127.0.0.1:%2/api/v1"_s.arg(scheme).arg(port));
+        StorageManager storage(m_files.newPath(), u"%1://127.0.0.1:%2/api/v1"_s.arg(scheme).arg(port));
         if (Provider(provider) != Provider::TessaryService)
-            chooseModel(*storage, Provider(provider), u"%1://127.0.0.1:%2/v1"_s.arg(scheme).arg(port), model);
+            chooseModel(storage, Provider(provider), u"%1://127.0.0.1:%2/v1"_s.arg(scheme).arg(port), model);
 
-        HumanizeService service(*storage, 300ms);
+        HumanizeService service(storage, 300ms);
         RewriteRecorder recorder;
         const auto request = service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
         QTRY_VERIFY(!recorder.calls.isEmpty() && !recorder.calls.last().startsWith("token:"_L1));
