@@ -80,6 +80,9 @@ FocusScope {
                     background: null
                     Accessible.name: qsTr("Writing sample")
                     onTextChanged: page.model.sampleText = text
+                    // Tab leaves the field, as in a form: otherwise the keyboard could not reach the buttons.
+                    KeyNavigation.priority: KeyNavigation.BeforeItem
+                    KeyNavigation.tab: skip
                     // Return starts a new line here, so Ctrl+Return finishes, as in the popup.
                     Keys.onPressed: event => {
                         if ((event.key === Qt.Key_Return || event.key === Qt.Key_Enter)
@@ -133,19 +136,11 @@ FocusScope {
         RowLayout {
             Layout.fillWidth: true
             opacity: page.appear
-            AbstractButton {
+            LinkButton {
                 id: skip
                 objectName: "skip"
                 text: qsTr("Skip for now")
-                Accessible.name: text
                 onClicked: page.model.advance()
-                contentItem: Text {
-                    text: skip.text
-                    font.pixelSize: 12
-                    color: Theme.secondary
-                    opacity: skip.pressed ? 0.6 : 1
-                }
-                background: null
             }
             Item { Layout.fillWidth: true }
             PrimaryButton {

@@ -105,40 +105,23 @@ FocusScope {
                 onClicked: list.currentIndex = index
             }
         }
-        AbstractButton {
-            id: search
+        LinkButton {
             objectName: "searchAgain"
             visible: !page.chooser.searching
             Layout.topMargin: 8
             text: qsTr("Search again")
-            Accessible.name: text
+            color: Theme.purple
             onClicked: page.chooser.searchLocal()
-            contentItem: Text {
-                text: search.text
-                font.pixelSize: 12
-                color: Theme.purple
-                opacity: search.pressed ? 0.6 : 1
-            }
-            background: null
         }
 
         Item { Layout.fillHeight: true }
         RowLayout {
             Layout.fillWidth: true
             opacity: page.appear
-            AbstractButton {
-                id: later
+            LinkButton {
                 objectName: "setUpLater"
                 text: qsTr("Set up later")
-                Accessible.name: text
                 onClicked: page.model.setUpLater()
-                contentItem: Text {
-                    text: later.text
-                    font.pixelSize: 12
-                    color: Theme.secondary
-                    opacity: later.pressed ? 0.6 : 1
-                }
-                background: null
             }
             Item { Layout.fillWidth: true }
             PrimaryButton {

@@ -84,6 +84,7 @@ Window {
                 if (leaving)
                     leaving.destroy();
                 leaving = current;
+                leaving.enabled = false; // out of the Tab chain and deaf while it slides away
                 current = create(component, { x: pages.width, opacity: 0 });
                 current.forceActiveFocus(); // the leaving page's button had it
                 enter.restart();

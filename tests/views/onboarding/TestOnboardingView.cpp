@@ -118,14 +118,14 @@ private Q_SLOTS:
         QTRY_VERIFY(item(u"sampleEditor"_s) && item(u"finishSetupButton"_s)->opacity() > 0.99);
         item(u"sampleEditor"_s)->forceActiveFocus();
         QTest::keyClick(m_window.get(), Qt::Key_Space);
-        QTest::keyClick(m_window.get(), Qt::Key_Tab);
+        QTest::keyClick(m_window.get(), Qt::Key_Space);
         QVERIFY(!item(u"finishSetupButton"_s)->isEnabled());
         QVERIFY(click(u"finishSetupButton"_s));
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
 
         for (const char c : QByteArray("Hi"))
             QTest::keyClick(m_window.get(), c);
-        QCOMPARE(m_model->sampleText(), u" \tHi"_s);
+        QCOMPARE(m_model->sampleText(), u"  Hi"_s);
         QVERIFY(item(u"finishSetupButton"_s)->isEnabled());
 
         QVERIFY(click(button));
@@ -144,14 +144,28 @@ private Q_SLOTS:
             later ? StorageManager::Provider::ModelService : StorageManager::Provider::LocalModel);
         QCOMPARE(m_storage->model(), later ? QString() : u"qwen2.5.gguf"_s);
         QCOMPARE(m_storage->modelKey(), later ? u"sk-half"_s : QString());
-        QCOMPARE(m_storage->examples(), QStringList { u" \tHi"_s });
+        QCOMPARE(m_storage->examples(), QStringList { u"  Hi"_s });
         QVERIFY(completed.wait(5000));
     }
 
-    // Without a mouse: Return on the welcome page, the sample typed at once, Ctrl+Return,
-    // a model picked with the arrow keys, Return.
+    // Without a mouse: Return on the welcome page, the sample typed at once, then either the
+    // shortcuts (Ctrl+Return, the arrow keys, Return) or Tab to the buttons and Return.
+    void keyboardOnly_data()
+    {
+        QTest::addColumn<QList<QKeySequence>>("sampleKeys");
+        QTest::addColumn<QList<QKeySequence>>("modelKeys");
+        QTest::addColumn<QString>("model");
+        const QKeySequence tab(Qt::Key_Tab), enter(Qt::Key_Return);
+        QTest::newRow("shortcuts") << QList { QKeySequence(Qt::CTRL | Qt::Key_Return) }
+                                   << QList { QKeySequence(Qt::Key_Down), enter } << u"qwen2.5.gguf"_s;
+        QTest::newRow("Tab to Continue, to Set up later")
+            << QList { tab, tab, enter } << QList { tab, tab, enter } << QString();
+    }
     void keyboardOnly()
     {
+        QFETCH(QList<QKeySequence>, sampleKeys);
+        QFETCH(QList<QKeySequence>, modelKeys);
+        QFETCH(QString, model);
         m_window->requestActivate();
         QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
         QTRY_VERIFY(item(u"getStartedButton"_s) && item(u"getStartedButton"_s)->hasActiveFocus());
@@ -163,20 +177,21 @@ private Q_SLOTS:
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::AddSample);
         for (const char c : QByteArray("Hi"))
             QTest::keyClick(m_window.get(), c);
-        QTest::keyClick(m_window.get(), Qt::Key_Return, Qt::ControlModifier);
+        for (const QKeySequence &keys : sampleKeys)
+            QTest::keySequence(m_window.get(), keys);
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::ChooseModel);
 
         QTRY_VERIFY(item(u"localModels"_s) && item(u"localModels"_s)->hasActiveFocus());
         QTRY_COMPARE(m_storage->model(), u"phi-3.gguf"_s); // the first, until another is picked
-        QTest::keyClick(m_window.get(), Qt::Key_Down);
-        QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
-        QTest::keyClick(m_window.get(), Qt::Key_Return);
+        for (const QKeySequence &keys : modelKeys)
+            QTest::keySequence(m_window.get(), keys);
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
         QCOMPARE(m_storage->examples(), QStringList { u"Hi"_s });
-        QCOMPARE(m_storage->modelBase(), m_modelServer.url("/v1").toString());
-        // A model is chosen: the last page asks for nothing more.
+        QCOMPARE(m_storage->model(), model);
+        QCOMPARE(m_storage->modelBase(), model.isEmpty() ? QString() : m_modelServer.url("/v1").toString());
+        // With a model chosen, the last page asks for nothing more.
         QTRY_VERIFY(item(u"apiKeyHint"_s));
-        QVERIFY(!item(u"apiKeyHint"_s)->isVisible());
+        QCOMPARE(item(u"apiKeyHint"_s)->isVisible(), model.isEmpty());
     }
 
     // The pointer rests on "Finish setup" while it is disabled: it stays the faint
