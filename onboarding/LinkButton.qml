@@ -17,13 +17,18 @@ AbstractButton {
         color: link.color
         opacity: link.pressed ? 0.6 : 1
     }
-    background: Rectangle {
-        anchors.fill: parent
-        anchors.margins: -4
-        radius: 6
-        color: "transparent"
-        border.width: 2
-        border.color: Theme.withAlpha(Theme.purple, 0.5)
-        visible: link.visualFocus
+    background: Item {
+        Rectangle {
+            anchors.fill: parent
+            anchors.leftMargin: -6
+            anchors.rightMargin: -6
+            anchors.topMargin: -3
+            anchors.bottomMargin: -3
+            radius: 6
+            color: "transparent"
+            border.width: 2
+            border.color: Theme.withAlpha(Theme.purple, 0.5)
+            visible: link.visualFocus
+        }
     }
 }
