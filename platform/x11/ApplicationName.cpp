@@ -57,8 +57,12 @@ QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs)
 {
     QList<DesktopEntry> entries;
     for (const QString &dir : applicationDirs) {
-        const QStringList files = QDir(dir).entryList({ u"*.desktop"_s }, QDir::Files, QDir::Name);
+        // Filtered by hand: a name filter would bring in the regular expression engine
+        // and its compiler, which then stay resident for the rest of the session.
+        const QStringList files = QDir(dir).entryList(QDir::Files, QDir::Name);
         for (const QString &file : files) {
+            if (!file.endsWith(u".desktop"_s))
+                continue;
             DesktopEntry entry = readEntry(dir + u'/' + file);
             if (entry.name.isEmpty())
                 continue;

@@ -55,6 +55,8 @@ void TestApplicationName::lookup()
     write(system, u"gimp.desktop"_s, "[Desktop Entry]\nName=GNU Image Program\nStartupWMClass=gimp-2.10\n");
     write(system, u"editor.desktop"_s, "[Desktop Entry]\nName=Plain Editor\n");
     write(user, u"broken.desktop"_s, "no group at all\nName=Broken\n");
+    // An editor's backup beside the entries is no entry.
+    write(user, u"unknown.desktop~"_s, "[Desktop Entry]\nName=Stale Backup\nStartupWMClass=unknown-tool\n");
 
     QCOMPARE(
         applicationName(WindowClass { instance, className }, 0, { user.path(), system.path() }), expected);
