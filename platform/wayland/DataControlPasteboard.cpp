@@ -111,17 +111,14 @@ std::unique_ptr<DataControlPasteboard> DataControlPasteboard::open(QClipboard *o
     if (!connection)
         return nullptr;
     // Version 1 is all the regular clipboard needs; the primary selection is read elsewhere.
-    auto *manager = static_cast<zwlr_data_control_manager_v1 *>(
-        connection->bind(&zwlr_data_control_manager_v1_interface, 1));
-    auto *seat = static_cast<wl_seat *>(connection->bind(&wl_seat_interface, 1));
-    if (!manager || !seat) {
+    const auto bound = connection->bindAll(
+        WantedGlobal { &zwlr_data_control_manager_v1_interface, 1, zwlr_data_control_manager_v1_destroy },
+        WantedGlobal { &wl_seat_interface, 1, wl_seat_destroy });
+    if (!bound) {
         qCDebug(lcClipboard) << "the compositor does not share the clipboard with background clients";
-        if (manager)
-            zwlr_data_control_manager_v1_destroy(manager);
-        if (seat)
-            wl_seat_destroy(seat);
         return nullptr;
     }
+    const auto [manager, seat] = *bound;
     return std::unique_ptr<DataControlPasteboard>(
         new DataControlPasteboard(std::move(connection), manager, seat, ownClipboard));
 }

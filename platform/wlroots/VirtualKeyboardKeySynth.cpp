@@ -55,17 +55,14 @@ std::unique_ptr<VirtualKeyboardKeySynth> VirtualKeyboardKeySynth::open()
     std::unique_ptr<WaylandConnection> connection = WaylandConnection::open();
     if (!connection)
         return nullptr;
-    auto *manager = static_cast<zwp_virtual_keyboard_manager_v1 *>(
-        connection->bind(&zwp_virtual_keyboard_manager_v1_interface, 1));
-    auto *seat = static_cast<wl_seat *>(connection->bind(&wl_seat_interface, 1));
-    if (!manager || !seat) {
+    const auto bound = connection->bindAll(WantedGlobal { &zwp_virtual_keyboard_manager_v1_interface, 1,
+                                               zwp_virtual_keyboard_manager_v1_destroy },
+        WantedGlobal { &wl_seat_interface, 1, wl_seat_destroy });
+    if (!bound) {
         qCDebug(lcVirtualKeys) << "the compositor offers no virtual keyboard";
-        if (manager)
-            zwp_virtual_keyboard_manager_v1_destroy(manager);
-        if (seat)
-            wl_seat_destroy(seat);
         return nullptr;
     }
+    const auto [manager, seat] = *bound;
 
     // Empty names: the layout the session configured (XKB_DEFAULT_LAYOUT and the others),
     // or the system's default.
