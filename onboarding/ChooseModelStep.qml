@@ -88,12 +88,12 @@ FocusScope {
             spacing: 2
             opacity: page.appear
             model: page.chooser.searching ? [] : page.chooser.localChoices
-            // The first model is a fine start; the arrow keys pick another.
-            onCountChanged: if (count > 0 && currentIndex < 0) currentIndex = 0
-            onCurrentIndexChanged: {
-                if (currentIndex >= 0 && currentIndex !== page.chooser.chosenLocal)
-                    page.chooser.chooseLocal(currentIndex);
-            }
+            // The list shows what is stored, and the keys store: a new list (a search again)
+            // must not pick its first row over the user's choice.
+            currentIndex: page.chooser.chosenLocal
+            keyNavigationEnabled: false
+            Keys.onUpPressed: page.chooser.chooseLocal(Math.max(0, currentIndex - 1))
+            Keys.onDownPressed: page.chooser.chooseLocal(Math.min(count - 1, currentIndex + 1))
             // With nothing to pick, Return sets up later, as the link beside the button does.
             Keys.onReturnPressed: page.model.finish()
             Keys.onEnterPressed: page.model.finish()
@@ -102,7 +102,7 @@ FocusScope {
             delegate: ModelRow {
                 width: ListView.view.width
                 chosen: ListView.isCurrentItem
-                onClicked: list.currentIndex = index
+                onClicked: page.chooser.chooseLocal(index)
             }
         }
         LinkButton {

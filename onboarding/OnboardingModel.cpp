@@ -24,6 +24,11 @@ OnboardingModel::OnboardingModel(StorageManager &storage, std::chrono::milliseco
     // Once the shortcut is set up, the page closes as it does where nothing was to be done.
     connect(&m_shortcutSetup, &ShortcutSetup::shortcutAdded, this,
         [this] { QTimer::singleShot(m_completionDelay, this, &OnboardingModel::completed); });
+    // The first model found is a fine start; the user may pick another.
+    connect(&m_chooser, &ModelChooser::localChoicesChanged, this, [this] {
+        if (m_step == Step::ChooseModel && !m_chooser.searching() && m_chooser.chosenLocal() < 0)
+            m_chooser.chooseLocal(0);
+    });
     connect(&m_storage, &StorageManager::serviceUsableChanged, this, &OnboardingModel::serviceUsableChanged);
     connect(&m_storage, &StorageManager::examplesChanged, this, &OnboardingModel::storedSamplesChanged);
 }

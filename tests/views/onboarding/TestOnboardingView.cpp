@@ -136,6 +136,11 @@ private Q_SLOTS:
         QVERIFY(click(u"localModel1"_s));
         QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
         QCOMPARE(m_storage->provider(), StorageManager::Provider::LocalModel);
+        // Searching again keeps the pick.
+        QVERIFY(click(u"searchAgain"_s));
+        QVERIFY(m_model->chooser()->searching());
+        QTRY_VERIFY(!m_model->chooser()->searching());
+        QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
         QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
         QVERIFY(click(modelButton));
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
