@@ -1,6 +1,7 @@
 // Faults: a credential read from or written to the wrong place, sent wrongly, or printed in a log.
 #include "DesktopFixture.h"
 #include "Replies.h"
+#include "ScratchFiles.h"
 #include "TessaryProcess.h"
 
 #include <QDBusConnection>
@@ -21,12 +22,6 @@ private:
     {
         return QString::fromUtf8(
             Desktop::run(u"secret-tool"_s, { u"lookup"_s, u"server"_s, u"Tessary"_s, u"user"_s, name }));
-    }
-
-    static QByteArray contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
 private Q_SLOTS:
@@ -95,7 +90,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(tessary.log.contains(u">>> LAUNCHED"_s), 10000);
 
         // The key leaves the file for the keyring, and the file stays private.
-        QTRY_VERIFY_WITH_TIMEOUT(!contents(settings).contains("api_key"), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!ScratchFiles::read(settings).contains("api_key"), 10000);
         QTEST(keyringEntry(u"api_key"_s), "inKeyring");
         QCOMPARE(QFile::permissions(settings) & (QFileDevice::ReadOther | QFileDevice::ReadGroup),
             QFileDevice::Permissions());

@@ -1,35 +1,13 @@
 #include "DesktopFixture.h"
 
-#include <QDir>
-#include <QFile>
+#include "ScratchFiles.h"
+
 #include <QProcessEnvironment>
-#include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 
 namespace Desktop {
-
-QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input)
-{
-    QProcess process;
-    QSignalSpy finished(&process, &QProcess::finished);
-    process.start(program, arguments);
-    if (!process.waitForStarted(5000)) {
-        QTest::qFail(qPrintable(program + u" did not start"_s), __FILE__, __LINE__);
-        return {};
-    }
-    if (!input.isNull())
-        process.write(input);
-    process.closeWriteChannel();
-    if (process.state() != QProcess::NotRunning && !finished.wait(10000)) {
-        process.kill();
-        process.waitForFinished();
-        QTest::qFail(qPrintable(program + u" did not finish"_s), __FILE__, __LINE__);
-        return {};
-    }
-    return process.readAllStandardOutput();
-}
 
 void keys(const QStringList &names)
 {
@@ -40,13 +18,11 @@ void setClipboard(const QByteArray &data, const QString &type)
 {
     static QTemporaryDir dir;
     static int count = 0;
-    QFile file(dir.filePath(QString::number(++count)));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(data);
-    file.close();
+    const QString file = dir.filePath(QString::number(++count));
+    QVERIFY(writeFile(file, data));
     // xclip stays behind as the owner until somebody else takes the clipboard.
     QVERIFY(QProcess::startDetached(
-        u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-t"_s, type, u"-i"_s, file.fileName() }));
+        u"xclip"_s, { u"-selection"_s, u"clipboard"_s, u"-t"_s, type, u"-i"_s, file }));
     QTRY_VERIFY(clipboard(type) == data);
 }
 
@@ -105,11 +81,8 @@ void Window::stop()
 
 Editor::Editor(const QString &content, bool accessible)
 {
-    QFile file(filePath());
-    file.open(QIODevice::WriteOnly);
-    file.write(content.toUtf8());
-    file.close();
     m_lastSaved = content.toUtf8();
+    writeFile(filePath(), m_lastSaved);
     start(u"mousepad"_s, { u"--disable-server"_s, u"--encoding=UTF-8"_s, filePath() }, accessible);
 }
 
@@ -117,12 +90,7 @@ QString Editor::savedText()
 {
     keys({ u"ctrl+s"_s });
     QByteArray saved;
-    const auto read = [&] {
-        QFile file(filePath());
-        file.open(QIODevice::ReadOnly);
-        saved = file.readAll();
-        return saved != m_lastSaved;
-    };
+    const auto read = [&] { return (saved = ScratchFiles::read(filePath())) != m_lastSaved; };
     [&] { QTRY_VERIFY_WITH_TIMEOUT(read(), 5000); }();
     m_lastSaved = saved;
     return QString::fromUtf8(saved);
@@ -141,9 +109,7 @@ Terminal::Terminal(const QString &firstLine)
 bool Terminal::waitUntilReady()
 {
     const auto ready = [this] {
-        QFile job(m_dir.filePath(u"job"_s));
-        if (job.open(QIODevice::ReadOnly))
-            m_job = job.readAll().trimmed().toLongLong();
+        m_job = ScratchFiles::read(m_dir.filePath(u"job"_s)).trimmed().toLongLong();
         return jobRuns();
     };
     [&] { QTRY_VERIFY_WITH_TIMEOUT(ready(), 10000); }();
@@ -160,8 +126,7 @@ void Terminal::selectFirstWord()
 
 bool Terminal::jobRuns() const
 {
-    QFile comm(u"/proc/%1/comm"_s.arg(m_job));
-    return m_job > 0 && comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "sleep";
+    return m_job > 0 && ScratchFiles::read(u"/proc/%1/comm"_s.arg(m_job)).trimmed() == "sleep";
 }
 
 } // namespace Desktop

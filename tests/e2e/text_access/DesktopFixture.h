@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../support/DesktopTools.h"
+
 #include <QByteArray>
 #include <QProcess>
 #include <QStringList>
@@ -10,10 +12,6 @@
 // Programs of the test desktop: editors and terminals started for one case, and the
 // command-line tools (xdotool, xclip) that play the user.
 namespace Desktop {
-
-// Runs a tool to its end without blocking the event loop: xclip asks us for the
-// clipboard while we wait for it. Returns standard output; fails the test on error.
-QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input = {});
 
 // Presses keys as xdotool names them ("ctrl+Home", "shift+Right").
 void keys(const QStringList &names);

@@ -1,19 +1,21 @@
 // Guards the clipboard while Tessary is in the background on Wayland: another program's
 // formats lost or altered by a snapshot or a restore, a holder that never answers hanging
 // the read, our rewrite left unmarked for clipboard managers or mistaken for a later copy.
+#include "DesktopTools.h"
 #include "wayland/DataControlPasteboard.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QMimeData>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTest>
 #include <QWidget>
 
 #include <csignal>
 
 using namespace Qt::StringLiterals;
+using Desktop::answerOf;
+using Desktop::run;
 using Formats = QMap<QString, QByteArray>;
 
 namespace {
@@ -22,14 +24,6 @@ const QByteArray big = QByteArray("Rewrite me. ").repeated(10000); // more than 
 const Formats held { { u"text/plain"_s, big }, { u"image/png"_s, image },
     { u"application/x-tessary-test"_s, QByteArray("\0\1 own\n", 7) } };
 const QString words = u"Plain words, ünïcode"_s;
-
-template<typename T> std::optional<T> answer(const std::function<void(std::function<void(T)>)> &ask)
-{
-    auto answered = std::make_shared<std::optional<T>>();
-    ask([answered](T value) { *answered = std::move(value); });
-    (void)QTest::qWaitFor([answered] { return answered->has_value(); }, 5000);
-    return *answered;
-}
 
 // A window with the keyboard focus puts several formats on the clipboard through Qt.
 bool hold(QWidget &window)
@@ -42,15 +36,6 @@ bool hold(QWidget &window)
         data->setData(type, bytes);
     QGuiApplication::clipboard()->setMimeData(data);
     return true;
-}
-
-QByteArray paste(const QStringList &args)
-{
-    QProcess paste;
-    QSignalSpy finished(&paste, &QProcess::finished);
-    paste.start(u"wl-paste"_s, args);
-    (void)finished.wait(10000); // our own contents are served from this event loop
-    return paste.readAllStandardOutput();
 }
 } // namespace
 
@@ -102,7 +87,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(board->changeCount() > 0, 10000);
         if (formats.isEmpty())
             ::kill(pid_t(program.processId()), SIGSTOP);
-        const auto saved = answer<Pasteboard::Snapshot>([&](auto done) { board->snapshot(done); });
+        const auto saved = answerOf<Pasteboard::Snapshot>([&](auto done) { board->snapshot(done); });
         QVERIFY(saved && bool(*saved) == !formats.isEmpty());
         for (const auto &[type, bytes] : formats.asKeyValueRange())
             QCOMPARE((*saved)->data(type), bytes);
@@ -110,17 +95,19 @@ private Q_SLOTS:
         program.waitForFinished();
         if (formats.isEmpty())
             return;
-        // The holder is gone: every format comes back from us, byte for byte.
+        // The holder is gone: every format comes back from us, byte for byte (served from
+        // this event loop while wl-paste reads).
         board->restore(*saved);
-        QCOMPARE(QString::fromUtf8(paste({ u"--list-types"_s })).split(u'\n', Qt::SkipEmptyParts),
+        QCOMPARE(
+            QString::fromUtf8(run(u"wl-paste"_s, { u"--list-types"_s })).split(u'\n', Qt::SkipEmptyParts),
             (*saved)->formats());
         for (const auto &type : (*saved)->formats())
-            QCOMPARE(paste({ u"--no-newline"_s, u"-t"_s, type }), (*saved)->data(type));
+            QCOMPARE(run(u"wl-paste"_s, { u"--no-newline"_s, u"-t"_s, type }), (*saved)->data(type));
         // Until another program copies: then theirs is read, not ours.
         const int before = board->changeCount();
         program.start(u"wl-copy"_s, { u"--foreground"_s, u"theirs"_s });
         QTRY_VERIFY_WITH_TIMEOUT(board->changeCount() > before, 10000);
-        QCOMPARE(answer<std::optional<QString>>([&](auto done) { board->string(done); }),
+        QCOMPARE(answerOf<std::optional<QString>>([&](auto done) { board->string(done); }),
             std::make_optional(std::optional(u"theirs"_s)));
         program.kill();
         program.waitForFinished();

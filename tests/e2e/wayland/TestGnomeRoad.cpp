@@ -2,6 +2,7 @@
 // bus, Replace not written back into it, and "Add Ctrl+Alt+H" not reaching GNOME's
 // settings daemon: the shortcut not grabbed, or its command not reaching the program.
 #include "AtspiClient.h"
+#include "EditorRoad.h"
 #include "Replies.h"
 #include "TessaryProcess.h"
 #include "gnome/GnomeKeybinding.h"
@@ -12,10 +13,9 @@
 #include <future>
 
 using namespace Qt::StringLiterals;
+using namespace EditorRoad;
 
 namespace {
-const QString paragraph = u"Keep this. Please rewrite this sentence now. Keep that."_s;
-const QString sentence = u"Please rewrite this sentence now."_s;
 
 // The headless seat has no keyboard: a virtual one inside the shell presses Ctrl+Alt+H,
 // which the shell hands to whoever grabbed it.
@@ -71,7 +71,7 @@ private Q_SLOTS:
         cursor.setPosition(int(paragraph.indexOf(sentence) + sentence.size()), QTextCursor::KeepAnchor);
         editor.setTextCursor(cursor);
 
-        TessaryProcess program("[General]\napi_key=e2e-key\nhumanize_examples=Hi all.\n");
+        TessaryProcess program(settings);
         QVERIFY(program.start());
         QTRY_VERIFY_WITH_TIMEOUT(program.log.contains(u">>> LAUNCHED"_s), 15000);
         if (throughShortcut) {
@@ -89,10 +89,7 @@ private Q_SLOTS:
             QTRY_VERIFY_WITH_TIMEOUT((grabs += monitor.readAll()).contains("\"<Control><Alt>h\""), 10000);
             QVERIFY(pressCtrlAltH());
         } else {
-            QProcess trigger;
-            trigger.start(TessaryProcess::program(), { u"--trigger"_s });
-            QVERIFY(trigger.waitForFinished(10000));
-            QCOMPARE(trigger.exitCode(), 0);
+            QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0);
         }
         QTRY_VERIFY2_WITH_TIMEOUT(program.log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s),
             qPrintable(program.log), 15000);

@@ -3,9 +3,11 @@
 // popup not taking the keyboard, Replace not written back, and for an editor off the
 // accessibility bus, the copy or paste not typed or the user's clipboard not given back.
 #include "AtspiClient.h"
+#include "DesktopTools.h"
 #include "EditorRoad.h"
 #include "PortalTypist.h"
 #include "Replies.h"
+#include "ScratchFiles.h"
 #include "TessaryProcess.h"
 #include "kwin/KWinWorkspace.h"
 #include "wlroots/SwayWorkspace.h"
@@ -16,6 +18,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace EditorRoad;
+using Desktop::run;
 
 namespace {
 
@@ -103,7 +106,7 @@ private Q_SLOTS:
         const QString text = onAccessibilityBus ? paragraph : sentence;
         QTemporaryDir dir;
         const QString file = dir.filePath(u"text.txt"_s);
-        QVERIFY(write(file, text.toUtf8()));
+        QVERIFY(Desktop::writeFile(file, text.toUtf8()));
         QProcess editor;
         QProcessEnvironment editorEnv = QProcessEnvironment::systemEnvironment();
         editorEnv.insert(u"NO_AT_BRIDGE"_s, onAccessibilityBus ? u"0"_s : u"1"_s);
@@ -144,7 +147,7 @@ private Q_SLOTS:
         }
         QCOMPARE(run(u"wl-paste"_s, { u"--no-newline"_s, u"--type"_s, u"image/png"_s }), image);
         desk.ctrl(KEY_S);
-        QTRY_COMPARE_WITH_TIMEOUT(contents(file), replaced, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(QString::fromUtf8(ScratchFiles::read(file)), replaced, 10000);
 
         editor.kill();
         editor.waitForFinished();
