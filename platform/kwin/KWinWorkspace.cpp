@@ -58,7 +58,11 @@ void KWinWorkspace::unload(const QString &plugin)
 
 void KWinWorkspace::run(const QString &body, Reply reply)
 {
-    const int request = ++m_lastRequest;
+    // One number for the whole process names the request and its script. KWin refuses a
+    // second script under a name it has loaded, and one workspace may follow another at the
+    // same reply path: a late answer meant for the one before finds no request here.
+    static int lastScript = 0;
+    const int request = ++lastScript;
     m_waiting.insert(request, std::move(reply));
     QTimer::singleShot(deadline, this, [this, request] { finish(request, 0, {}); });
 
@@ -74,10 +78,8 @@ void KWinWorkspace::run(const QString &body, Reply reply)
         finish(request, 0, {});
         return;
     }
-    // KWin refuses a second script under a name it has loaded: the name is unique to this
-    // process (another may run beside it) and to this workspace (one may follow another).
-    static int scripts = 0;
-    const QString plugin = u"tessary-%1-%2"_s.arg(QCoreApplication::applicationPid()).arg(++scripts);
+    // The process id keeps the name apart from another Tessary running beside this one.
+    const QString plugin = u"tessary-%1-%2"_s.arg(QCoreApplication::applicationPid()).arg(request);
     QDBusMessage load
         = QDBusMessage::createMethodCall(kwinService, u"/Scripting"_s, scriptingInterface, u"loadScript"_s);
     load << file->fileName() << plugin;

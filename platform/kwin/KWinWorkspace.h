@@ -37,7 +37,6 @@ private:
 
     QDBusConnection m_bus;
     bool m_registered = false;
-    int m_lastRequest = 0;
     QHash<int, Reply> m_waiting;
     QSet<QString> m_loaded; // scripts KWin still holds
 };
