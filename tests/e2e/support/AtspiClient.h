@@ -8,6 +8,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -33,7 +34,9 @@ public:
         for (const Node &app : children(root())) {
             if (!this->name(app).contains(u"essary"_qs, Qt::CaseInsensitive))
                 continue;
-            if (auto button = find(app, name, 0)) {
+            const auto enabledButton
+                = [&](const Node &node) { return this->name(node) == name && isEnabledButton(node); };
+            if (auto button = find(app, enabledButton)) {
                 const QDBusMessage reply
                     = call(*button, u"Action"_qs, u"DoAction"_qs, { pressIndex(*button) });
                 return reply.type() == QDBusMessage::ReplyMessage && reply.arguments().value(0).toBool();
@@ -135,14 +138,14 @@ private:
         return !words.isEmpty() && (words.first() & (1u << enabled));
     }
 
-    std::optional<Node> find(const Node &node, const QString &wanted, int depth)
+    // The first element below node, depth first, that matches.
+    std::optional<Node> find(
+        const Node &node, const std::function<bool(const Node &)> &matches, int depth = 0)
     {
-        if (depth > 40)
-            return std::nullopt;
         for (const Node &child : children(node)) {
-            if (name(child) == wanted && isEnabledButton(child))
+            if (matches(child))
                 return child;
-            if (auto found = find(child, wanted, depth + 1))
+            if (auto found = depth < 40 ? find(child, matches, depth + 1) : std::nullopt)
                 return found;
         }
         return std::nullopt;
@@ -150,26 +153,16 @@ private:
 
     std::optional<Node> editableText(const QString &appName)
     {
-        for (const Node &app : children(root())) {
-            if (name(app) == appName)
-                return findInterface(app, u"org.a11y.atspi.EditableText"_qs, 0);
-        }
-        return std::nullopt;
-    }
-
-    std::optional<Node> findInterface(const Node &node, const QString &interface, int depth)
-    {
-        if (call(node, u"Accessible"_qs, u"GetInterfaces"_qs)
+        const auto editable = [this](const Node &node) {
+            return call(node, u"Accessible"_qs, u"GetInterfaces"_qs)
                 .arguments()
                 .value(0)
                 .toStringList()
-                .contains(interface))
-            return node;
-        if (depth > 20)
-            return std::nullopt;
-        for (const Node &child : children(node)) {
-            if (auto found = findInterface(child, interface, depth + 1))
-                return found;
+                .contains(u"org.a11y.atspi.EditableText"_qs);
+        };
+        for (const Node &app : children(root())) {
+            if (name(app) == appName)
+                return find(app, editable);
         }
         return std::nullopt;
     }
