@@ -1,5 +1,6 @@
-// Faults: onboarding deaf to mouse or keys, Finish usable while blank, no model offered or
-// picked, a wrong hover colour, no hint when the service is not usable, "Set up later" keeping a pick.
+// Faults: onboarding deaf to mouse or keys, Tab caught in the sample field or landing on the page
+// sliding away, Finish usable while blank, no model offered or picked, a pick lost to a new search,
+// a wrong hover colour, no hint when the service is not usable, "Set up later" keeping a pick.
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "Replies.h"
