@@ -91,13 +91,23 @@ void OnboardingModel::finish()
 
 void OnboardingModel::setUpLater()
 {
+    restoreChoiceBefore();
+    finish();
+}
+
+void OnboardingModel::dismiss()
+{
+    restoreChoiceBefore();
+}
+
+void OnboardingModel::restoreChoiceBefore()
+{
     if (m_step == Step::ChooseModel && m_choiceBefore && serviceChoice() != *m_choiceBefore) {
         m_storage.setModelBase(m_choiceBefore->base);
         m_storage.setModel(m_choiceBefore->model);
         m_storage.setModelKey(m_choiceBefore->key);
         m_storage.setProvider(m_choiceBefore->provider);
     }
-    finish();
 }
 
 OnboardingModel::ServiceChoice OnboardingModel::serviceChoice() const

@@ -73,6 +73,10 @@ public:
     // Finishes with the language model as it was before the model page: the page's own
     // pick is not kept when the user says "later".
     Q_INVOKABLE void setUpLater();
+    // The window was closed before the flow ended: nothing is stored, so the model page's
+    // pick is undone as by "later", the sample is not added, and completed() does not
+    // follow. The flow stays where it was, should the window show again.
+    Q_INVOKABLE void dismiss();
     // Closes the closing page at once.
     Q_INVOKABLE void leave() { Q_EMIT completed(); }
 
@@ -96,6 +100,7 @@ private:
 
     void setStep(Step step);
     ServiceChoice serviceChoice() const;
+    void restoreChoiceBefore();
 
     StorageManager &m_storage;
     std::chrono::milliseconds m_completionDelay;

@@ -18,6 +18,8 @@ Window {
     minimumHeight: height
     maximumHeight: height
     color: Theme.background
+    // A close is no "finish": it keeps nothing the flow has not stored yet.
+    onClosing: root.model.dismiss()
 
     // The whole window is a handle, as there is little title bar to grab.
     DragHandler {

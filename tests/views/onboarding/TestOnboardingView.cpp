@@ -1,6 +1,7 @@
 // Faults: onboarding deaf to mouse or keys, Tab caught in the sample field or landing on the page
 // sliding away, Finish usable while blank, no model offered or picked, a pick lost to a new search,
-// a wrong hover colour, no hint when the service is not usable, "Set up later" keeping a pick.
+// a wrong hover colour, no hint when the service is not usable, "Set up later" or a close keeping
+// a pick, a close storing the sample or finishing the flow.
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "Replies.h"
@@ -99,6 +100,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("modelButton");
         QTest::newRow("Finish setup twice") << u"finishSetupButton"_s << u"finishModelButton"_s;
         QTest::newRow("Skip for now, Set up later") << u"skip"_s << u"setUpLater"_s;
+        // No button: the window manager closes the window.
+        QTest::newRow("Skip for now, close") << u"skip"_s << QString();
     }
     void throughTheFlow()
     {
@@ -143,15 +146,20 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_model->chooser()->searching());
         QCOMPARE(m_storage->model(), u"qwen2.5.gguf"_s);
         QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
-        QVERIFY(click(modelButton));
-        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
-        const bool later = modelButton == u"setUpLater"_s;
+        const bool closed = modelButton.isEmpty();
+        QVERIFY(closed ? m_window->close() : click(modelButton));
+        // A close stores nothing and finishes nothing: the welcome comes back at the next start.
+        QCOMPARE(m_model->currentStep(),
+            closed ? OnboardingModel::Step::ChooseModel : OnboardingModel::Step::Done);
+        QCOMPARE(m_storage->onboardingFinished(), !closed);
+        const bool later = modelButton != u"finishModelButton"_s;
         QCOMPARE(m_storage->provider(),
             later ? StorageManager::Provider::ModelService : StorageManager::Provider::LocalModel);
         QCOMPARE(m_storage->model(), later ? QString() : u"qwen2.5.gguf"_s);
         QCOMPARE(m_storage->modelKey(), later ? u"sk-half"_s : QString());
-        QCOMPARE(m_storage->examples(), QStringList { u"  Hi"_s });
-        QVERIFY(completed.wait(5000));
+        QCOMPARE(m_storage->examples(), closed ? QStringList() : QStringList { u"  Hi"_s });
+        QCOMPARE(m_model->sampleText(), u"  Hi"_s); // still there, should the window show again
+        QVERIFY(closed || completed.wait(5000));
     }
 
     // Without a mouse: Return on the welcome page, the sample typed at once, then either the
