@@ -136,10 +136,11 @@ FocusScope {
         RowLayout {
             Layout.fillWidth: true
             opacity: page.appear
-            LinkButton {
+            PlainButton {
                 id: skip
                 objectName: "skip"
                 text: qsTr("Skip for now")
+                color: Theme.secondary
                 onClicked: page.model.advance()
             }
             Item { Layout.fillWidth: true }

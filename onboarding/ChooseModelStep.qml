@@ -105,12 +105,11 @@ FocusScope {
                 onClicked: page.chooser.chooseLocal(index)
             }
         }
-        LinkButton {
+        PlainButton {
             objectName: "searchAgain"
             visible: !page.chooser.searching
             Layout.topMargin: 8
             text: qsTr("Search again")
-            color: Theme.purple
             onClicked: page.chooser.searchLocal()
         }
 
@@ -118,9 +117,10 @@ FocusScope {
         RowLayout {
             Layout.fillWidth: true
             opacity: page.appear
-            LinkButton {
+            PlainButton {
                 objectName: "setUpLater"
                 text: qsTr("Set up later")
+                color: Theme.secondary
                 onClicked: page.model.setUpLater()
             }
             Item { Layout.fillWidth: true }
