@@ -32,21 +32,18 @@ private:
             storage.setLastVersionCheck(*lastCheck);
     }
 
-    static QString xprop(const QStringList &arguments)
-    {
-        return QString::fromUtf8(Desktop::run(u"xprop"_s, arguments));
-    }
-
     // Titles of the managed windows that belong to the process: its task-bar entries.
     static QStringList taskBarEntries(qint64 pid)
     {
-        const QString list = xprop({ u"-root"_s, u"_NET_CLIENT_LIST"_s });
+        const QString list
+            = QString::fromUtf8(Desktop::run(u"xprop"_s, { u"-root"_s, u"_NET_CLIENT_LIST"_s }));
         const qsizetype hash = list.indexOf(u'#');
         QStringList titles;
         if (hash < 0)
             return titles;
         for (const QString &id : list.mid(hash + 1).split(u',', Qt::SkipEmptyParts)) {
-            const QString props = xprop({ u"-id"_s, id.trimmed(), u"_NET_WM_PID"_s, u"WM_NAME"_s });
+            const QString props = QString::fromUtf8(
+                Desktop::run(u"xprop"_s, { u"-id"_s, id.trimmed(), u"_NET_WM_PID"_s, u"WM_NAME"_s }));
             if (!props.contains(u"_NET_WM_PID(CARDINAL) = "_s + QString::number(pid)))
                 continue;
             const qsizetype quote = props.indexOf(u'"');

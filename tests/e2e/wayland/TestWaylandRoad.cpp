@@ -66,12 +66,10 @@ Desk sway()
 bool inFront(Workspace &workspace, qint64 pid)
 {
     for (int question = 0; question < 200; ++question) {
-        auto front = std::make_shared<std::optional<qint64>>();
-        workspace.frontmostApplication([front](auto app) { *front = app ? app->pid : 0; });
-        if (!QTest::qWaitFor([&] { return front->has_value(); }, 5000))
-            return false;
-        if (**front == pid)
-            return true;
+        const auto front = Desktop::answerOf<std::optional<RunningApplication>>(
+            [&](auto done) { workspace.frontmostApplication(done); });
+        if (!front || (*front && (*front)->pid == pid))
+            return front.has_value();
     }
     return false;
 }
