@@ -8,9 +8,9 @@
 
 #include "FixtureServer.h"
 #include "HumanizeService.h"
-#include "ItemSearch.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "QuickItems.h"
 #include "SceneGraph.h"
 #include "StorageManager.h"
 
@@ -98,7 +98,7 @@ int main(int argc, char *argv[])
     QQmlEngine engine;
     PopupWindowController popup(u"Rewrite this, please."_s, service, nullptr, engine);
     QQuickWindow *window = popup.window();
-    QQuickItem *result = findItem(window->contentItem(), u"resultText"_s);
+    QQuickItem *result = QuickItems::all(window->contentItem(), u"resultText"_s).value(0);
 
     // Main-loop stalls: the longest gap between the ticks of a 1 ms timer.
     QElapsedTimer clock;
