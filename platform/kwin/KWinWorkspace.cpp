@@ -93,10 +93,11 @@ void KWinWorkspace::run(const QString &body, Reply reply)
                 finish(request, 0, {});
                 return;
             }
-            // Plasma 5 puts a loaded script at /<id>, Plasma 6 at /Scripting/Script<id>.
-            for (const QString &path : { u"/%1"_s.arg(id.value()), u"/Scripting/Script%1"_s.arg(id.value()) })
-                m_bus.send(
-                    QDBusMessage::createMethodCall(kwinService, path, u"org.kde.kwin.Script"_s, u"run"_s));
+            // Not the script's own object: its id is the count of scripts loaded, so once an
+            // earlier one is unloaded a new script can get the id, and the object path, of one
+            // still loaded, and be never run. start() runs every loaded script not yet running.
+            m_bus.send(
+                QDBusMessage::createMethodCall(kwinService, u"/Scripting"_s, scriptingInterface, u"start"_s));
             // The script has run once its answer is here or its time is up; then it goes,
             // also when this workspace goes first.
             m_loaded.insert(plugin);
