@@ -36,6 +36,9 @@ RowLayout {
             selectedTextColor: "white"
             background: null
             Accessible.name: qsTr("Writing sample %1").arg(row.index + 1)
+            // Tab leaves the sample, as in a form: otherwise the keyboard could not get past it.
+            Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+            Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
             onTextChanged: row.model.setExample(row.index, text)
         }
     }

@@ -163,6 +163,10 @@ private Q_SLOTS:
         QCOMPARE(view->storage.examples().at(4), u" hi"_s);
         // The row kept its editor (and the focus) while the store changed under it.
         QVERIFY(editor->hasActiveFocus());
+        // Tab leaves the sample for the next control, and types nothing into it.
+        QTest::keyClick(view->window.get(), Qt::Key_Tab);
+        QVERIFY(!editor->hasActiveFocus());
+        QCOMPARE(view->storage.examples().at(4), u" hi"_s);
 
         view->click(view->items(u"removeSample"_s).at(1));
         QCOMPARE(view->storage.examples(), (QStringList { u"a"_s, u"c"_s, u"d"_s, u" hi"_s }));
