@@ -1,37 +1,86 @@
 #include "KeyStore.h"
 
-#include <QLoggingCategory>
-#include <QTimer>
-#include <qt6keychain/keychain.h>
+#include "SecretServiceCall.h"
 
-#include <memory>
-#include <utility>
+#include <QDBusArgument>
 
-Q_LOGGING_CATEGORY(lcKeyStore, "tessary.keystore")
+using namespace Qt::StringLiterals;
 
 namespace {
 
-// Jobs have no parent and delete themselves when they finish: the keyring library calls
-// back into a job it started, so one must never be deleted while under way.
-//
-// Calls `answer` once: with the job's outcome, or with `late` when the deadline passes
-// first. A job that answers after its deadline is ignored.
-void watch(QKeychain::Job *job, std::chrono::milliseconds deadline, QObject *context,
-    std::function<void(QKeychain::Job *)> answer, std::function<void()> late)
+using Attributes = SecretServiceCall::Attributes;
+using Items = SecretServiceCall::Items;
+using Next = SecretServiceCall::Next;
+
+// The attributes entries have been stored under from the first build that used the
+// keyring, so that the entries of an earlier start are found.
+Attributes lookup(const QString &service, const QString &name)
 {
-    auto done = std::make_shared<bool>(false);
-    QObject::connect(job, &QKeychain::Job::finished, context, [done, answer](QKeychain::Job *finished) {
-        if (std::exchange(*done, true))
-            return;
-        answer(finished);
+    return { { u"server"_s, service }, { u"user"_s, name } };
+}
+
+QDBusObjectPath objectPath(const QDBusMessage &reply, int argument)
+{
+    return qdbus_cast<QDBusObjectPath>(reply.arguments().value(argument));
+}
+
+void readFirst(SecretServiceCall *call, const Items &items, const KeyStore::ReadDone &done)
+{
+    if (items.isEmpty())
+        return call->finish([done] { done(KeyStore::Answer::Missing, QString()); });
+    call->call(items.first().path(), SecretServiceCall::itemInterface, u"GetSecret"_s,
+        { QVariant::fromValue(call->session()) }, [call, done](const QDBusMessage &reply) {
+            const auto secret = qdbus_cast<Secret>(reply.arguments().value(0));
+            call->finish(
+                [done, value = QString::fromUtf8(secret.value)] { done(KeyStore::Answer::Found, value); });
+        });
+}
+
+void deleteEach(SecretServiceCall *call, const Items &items, const Next &next)
+{
+    call->forEach(
+        items,
+        [call](const QDBusObjectPath &item, const Next &deleted) {
+            call->call(item.path(), SecretServiceCall::itemInterface, u"Delete"_s, {},
+                [call, deleted](const QDBusMessage &reply) {
+                    call->prompt(objectPath(reply, 0), [deleted](const QDBusVariant &) { deleted(); });
+                });
+        },
+        next);
+}
+
+// Every entry under the name gets the new value, even one another program stored: two
+// entries holding different values could each be read back.
+void setEach(SecretServiceCall *call, const Items &items, const QString &value, const Next &next)
+{
+    const QVariant secret = QVariant::fromValue(call->secret(value));
+    call->forEach(
+        items,
+        [call, secret](const QDBusObjectPath &item, const Next &set) {
+            call->call(item.path(), SecretServiceCall::itemInterface, u"SetSecret"_s, { secret },
+                [set](const QDBusMessage &) { set(); });
+        },
+        next);
+}
+
+void create(SecretServiceCall *call, const QString &service, const QString &name, const QString &value,
+    const Next &next)
+{
+    call->defaultCollection([=](const QDBusObjectPath &collection) {
+        call->unlock({ collection }, [=] {
+            Attributes attributes = lookup(service, name);
+            attributes.insert(u"type"_s, u"plaintext"_s);
+            const QVariantMap properties {
+                { SecretServiceCall::itemInterface + u".Label"_s, service + u": "_s + name },
+                { SecretServiceCall::itemInterface + u".Attributes"_s, QVariant::fromValue(attributes) },
+            };
+            call->call(collection.path(), SecretServiceCall::collectionInterface, u"CreateItem"_s,
+                { properties, QVariant::fromValue(call->secret(value)), true },
+                [call, next](const QDBusMessage &reply) {
+                    call->prompt(objectPath(reply, 1), [next](const QDBusVariant &) { next(); });
+                });
+        });
     });
-    QTimer::singleShot(deadline, context, [done, late, name = job->key()] {
-        if (std::exchange(*done, true))
-            return;
-        qCWarning(lcKeyStore) << "the keyring did not answer in time for" << name;
-        late();
-    });
-    job->start();
 }
 
 } // namespace
@@ -45,50 +94,29 @@ KeyStore::KeyStore(const QString &service, std::chrono::milliseconds deadline, Q
 
 void KeyStore::read(const QString &name, QObject *context, ReadDone done)
 {
-    auto *job = new QKeychain::ReadPasswordJob(m_service);
-    job->setKey(name);
-    watch(
-        job, m_deadline, context,
-        [done](QKeychain::Job *finished) {
-            auto *read = static_cast<QKeychain::ReadPasswordJob *>(finished);
-            switch (read->error()) {
-            case QKeychain::NoError:
-                done(Answer::Found, read->textData());
-                return;
-            case QKeychain::EntryNotFound:
-                done(Answer::Missing, QString());
-                return;
-            default:
-                // The message comes from the keyring and names no secret.
-                qCInfo(lcKeyStore) << "no keyring:" << read->errorString();
-                done(Answer::NoKeyring, QString());
-                return;
-            }
-        },
-        [done] { done(Answer::NoKeyring, QString()); });
+    auto *call = new SecretServiceCall(
+        name, m_deadline, [done] { done(Answer::NoKeyring, QString()); }, context);
+    call->openSession([call, found = lookup(m_service, name), done] {
+        call->find(found, [call, done](const Items &items) { readFirst(call, items, done); });
+    });
 }
 
 void KeyStore::write(const QString &name, const QString &value, QObject *context, WriteDone done)
 {
-    QKeychain::Job *job = nullptr;
+    auto *call = new SecretServiceCall(
+        name, m_deadline, [done] { done(false); }, context);
+    const Next stored = [call, done] { call->finish([done] { done(true); }); };
     if (value.isEmpty()) {
-        job = new QKeychain::DeletePasswordJob(m_service);
-    } else {
-        auto *writeJob = new QKeychain::WritePasswordJob(m_service);
-        writeJob->setTextData(value);
-        job = writeJob;
+        call->find(
+            lookup(m_service, name), [call, stored](const Items &items) { deleteEach(call, items, stored); });
+        return;
     }
-    job->setKey(name);
-    const bool removing = value.isEmpty();
-    watch(
-        job, m_deadline, context,
-        [done, removing](QKeychain::Job *finished) {
-            const QKeychain::Error error = finished->error();
-            const bool stored
-                = error == QKeychain::NoError || (removing && error == QKeychain::EntryNotFound);
-            if (!stored)
-                qCInfo(lcKeyStore) << "the keyring refused a change:" << finished->errorString();
-            done(stored);
-        },
-        [done] { done(false); });
+    call->openSession([call, service = m_service, name, value, stored] {
+        call->find(lookup(service, name), [=](const Items &items) {
+            if (items.isEmpty())
+                create(call, service, name, value, stored);
+            else
+                setEach(call, items, value, stored);
+        });
+    });
 }

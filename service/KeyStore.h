@@ -6,10 +6,11 @@
 #include <chrono>
 #include <functional>
 
-// Keys and tokens in the desktop's keyring (the Secret Service, or KWallet on Plasma),
-// under one service name. Another process answers, so every call is asynchronous and
-// answers on the thread that asked; a keyring that does not answer by the deadline
-// counts as absent. An answer reaches `done` only while `context` lives.
+// Keys and tokens in the desktop's keyring, through the Secret Service (gnome-keyring,
+// KWallet and others serve it), under one service name. Another process answers, so
+// every call is asynchronous and answers on the thread that asked; a keyring that does
+// not answer by the deadline, or stays locked, counts as absent. An answer reaches
+// `done` only while `context` lives.
 class KeyStore : public QObject
 {
     Q_OBJECT

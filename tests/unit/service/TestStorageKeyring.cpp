@@ -6,6 +6,8 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusInterface>
+#include <QDBusReply>
 #include <QFile>
 #include <QLoggingCategory>
 #include <QProcess>
@@ -231,6 +233,75 @@ private Q_SLOTS:
             QCOMPARE(lookup(keys.service(), u"api_key"_s), typed);
         }
         QVERIFY(!ScratchFiles::read(path).contains("api_key"));
+    }
+
+    // Entries the program did not write itself, and a keyring that stays locked. After
+    // a locked row the daemon is stopped; the next row that needs one starts a fresh one.
+    void entriesOfOthers_data()
+    {
+        QTest::addColumn<QByteArray>("stored"); // by another program, under the same name
+        QTest::addColumn<bool>("locked"); // and then the keyring locked, with no one to unlock it
+        QTest::addColumn<KeyStore::Answer>("answer");
+        QTest::addColumn<QString>("written");
+        QTest::addColumn<bool>("writeStored");
+        QTest::addColumn<int>("entriesAfter");
+
+        QTest::newRow("another program's entry is read and changed in place")
+            << QByteArray("sk-other-program-4242") << false << KeyStore::Answer::Found
+            << u"sk-changed-here-4343"_s << true << 1;
+        QTest::newRow("locked keyring answers without waiting for the deadline")
+            << QByteArray("sk-locked-away-4444") << true << KeyStore::Answer::NoKeyring
+            << u"sk-not-kept-4545"_s << false << 1;
+    }
+
+    void entriesOfOthers()
+    {
+        QFETCH(QByteArray, stored);
+        QFETCH(bool, locked);
+        QFETCH(QString, written);
+        startKeyring();
+        const QString service = u"TessaryTest-others-%1"_s.arg(++m_stores);
+        QProcess tool;
+        tool.start(u"secret-tool"_s,
+            { u"store"_s, u"--label=elsewhere"_s, u"server"_s, service, u"user"_s, u"api_key"_s });
+        tool.write(stored);
+        tool.closeWriteChannel();
+        QVERIFY(tool.waitForFinished(10000) && tool.exitCode() == 0);
+        if (locked) {
+            QDBusInterface secrets(u"org.freedesktop.secrets"_s, u"/org/freedesktop/secrets"_s,
+                u"org.freedesktop.Secret.Service"_s);
+            const QDBusReply<QDBusObjectPath> collection = secrets.call(u"ReadAlias"_s, u"default"_s);
+            QVERIFY(collection.isValid());
+            const QDBusMessage lock
+                = secrets.call(u"Lock"_s, QVariant::fromValue(QList<QDBusObjectPath> { collection.value() }));
+            QVERIFY2(lock.type() == QDBusMessage::ReplyMessage, qPrintable(lock.errorMessage()));
+        }
+
+        // A deadline far beyond the wait: a locked keyring must say so by itself.
+        KeyStore keys(service, std::chrono::minutes(5));
+        QObject context;
+        std::optional<std::pair<KeyStore::Answer, QString>> read;
+        keys.read(u"api_key"_s, &context,
+            [&read](KeyStore::Answer answer, const QString &value) { read.emplace(answer, value); });
+        QTRY_VERIFY_WITH_TIMEOUT(read.has_value(), 10000);
+        QTEST(read->first, "answer");
+        QCOMPARE(read->second, locked ? QString() : QString::fromUtf8(stored));
+
+        std::optional<bool> writeStored;
+        keys.write(u"api_key"_s, written, &context, [&writeStored](bool ok) { writeStored = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(writeStored.has_value(), 10000);
+        QTEST(*writeStored, "writeStored");
+
+        if (locked) {
+            m_daemon.terminate();
+            QVERIFY(m_daemon.waitForFinished(5000));
+            return;
+        }
+        QCOMPARE(lookup(service, u"api_key"_s), written);
+        tool.start(
+            u"secret-tool"_s, { u"search"_s, u"--all"_s, u"server"_s, service, u"user"_s, u"api_key"_s });
+        QVERIFY(tool.waitForFinished(10000));
+        QTEST(int(tool.readAllStandardOutput().count("secret = ")), "entriesAfter");
     }
 
     // Last: it stops the keyring. What is typed afterwards goes to the file, and the
