@@ -4,7 +4,7 @@
 #include "atspi/AtspiAccessibility.h"
 #include "atspi/AtspiWorkspace.h"
 #include "clipboard/ClipboardPasteboard.h"
-#include "gnome/GnomeKeybinding.h"
+#include "gnome/GnomeKeybindingLoader.h"
 #include "kwin/KWinWorkspace.h"
 #include "portal/PortalGlobalShortcuts.h"
 #include "portal/PortalKeySynth.h"
@@ -95,7 +95,7 @@ Platform makePlatform()
     else if (plan.shortcut == BackendPlan::Shortcut::Portal)
         platform.keyboardGrab = std::make_unique<PortalGlobalShortcuts>();
     else if (plan.shortcut == BackendPlan::Shortcut::GnomeKeybinding)
-        platform.desktopShortcut = std::make_unique<GnomeKeybinding>(QCoreApplication::applicationFilePath());
+        platform.desktopShortcut = loadGnomeKeybinding(QCoreApplication::applicationFilePath());
     else if (plan.shortcut == BackendPlan::Shortcut::CompositorBinding)
         platform.desktopShortcut
             = std::make_unique<CompositorBinding>(QCoreApplication::applicationFilePath(),

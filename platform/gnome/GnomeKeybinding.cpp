@@ -114,8 +114,7 @@ QString GnomeKeybinding::advice() const
 {
     if (canAdd())
         return u"GNOME runs Ctrl+Alt+H for Tessary once it is one of your keyboard shortcuts."_s;
-    return u"To use Ctrl+Alt+H, add a custom shortcut in GNOME's Settings → Keyboard that runs `%1`."_s.arg(
-        m_command);
+    return manualAdvice(m_command);
 }
 
 void GnomeKeybinding::add(std::function<void(const QString &error)> done)

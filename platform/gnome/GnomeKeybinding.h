@@ -23,6 +23,14 @@ public:
     QString advice() const override;
     QString configLine() const override { return {}; }
 
+    // How to bind it by hand, where Tessary cannot.
+    static QString manualAdvice(const QString &command)
+    {
+        return QStringLiteral(
+            "To use Ctrl+Alt+H, add a custom shortcut in GNOME's Settings → Keyboard that runs `%1`.")
+            .arg(command);
+    }
+
     static constexpr const char *listSchema = "org.gnome.settings-daemon.plugins.media-keys";
     static constexpr const char *entrySchema
         = "org.gnome.settings-daemon.plugins.media-keys.custom-keybinding";

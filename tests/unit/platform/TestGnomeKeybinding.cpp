@@ -1,8 +1,12 @@
 // Faults: the user's own shortcuts dropped or overwritten, ours added twice, a binding of
-// tessary --trigger at another path or prefix not recognised, a malformed path in the list.
+// tessary --trigger at another path or prefix not recognised, a malformed path in the list;
+// the plugin not where the program looks for it; without it, no word on binding by hand.
 #include "gnome/GnomeKeybinding.h"
+#include "gnome/GnomeKeybindingLoader.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <gio/gio.h>
@@ -72,16 +76,18 @@ private Q_SLOTS:
         g_autoptr(GSettings) list = g_settings_new(GnomeKeybinding::listSchema);
         g_settings_set_strv(list, GnomeKeybinding::listKey, strv.data());
 
+        // Loaded as the program loads it: this test's folder is a sibling of bin/.
         const QString program = QCoreApplication::applicationFilePath();
-        GnomeKeybinding keybinding(program);
+        const std::unique_ptr<DesktopShortcut> keybinding = loadGnomeKeybinding(program);
+        QVERIFY(keybinding->canAdd());
         const bool bound = paths(expected) == before; // then nothing may change
-        QCOMPARE(keybinding.isBound(), bound);
+        QCOMPARE(keybinding->isBound(), bound);
         std::optional<QString> error;
-        keybinding.add([&error](const QString &message) { error = message; });
+        keybinding->add([&error](const QString &message) { error = message; });
         QTRY_COMPARE(error, std::optional(QString()));
 
         // Read back through objects of their own, as the settings daemon would.
-        QVERIFY(GnomeKeybinding(program).isBound());
+        QVERIFY(loadGnomeKeybinding(program)->isBound());
         g_auto(GStrv) stored = g_settings_get_strv(list, GnomeKeybinding::listKey);
         QCOMPARE(QByteArrayList(stored, stored + g_strv_length(stored)), paths(expected));
         for (const QString &entry : existing) {
@@ -93,6 +99,15 @@ private Q_SLOTS:
             QCOMPARE(entryKey(u"tessary"_s, "binding"), u"<Control><Alt>h"_s);
         }
         g_settings_reset(list, GnomeKeybinding::listKey);
+    }
+
+    void withoutPlugin()
+    {
+        const QString program = QDir::temp().filePath(u"no-such-folder/bin/tessary"_s);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^cannot load /.*/no-such-folder/.*: .+"_s));
+        const std::unique_ptr<DesktopShortcut> keybinding = loadGnomeKeybinding(program);
+        QVERIFY(!keybinding->canAdd());
+        QCOMPARE(keybinding->advice(), GnomeKeybinding::manualAdvice(program + u" --trigger"_s));
     }
 };
 
