@@ -8,8 +8,10 @@
 #include <QEvent>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QImageReader>
 #include <QMenu>
 #include <QPalette>
+#include <QPixmap>
 #include <QSystemTrayIcon>
 
 using namespace Qt::StringLiterals;
@@ -101,7 +103,14 @@ void TrayMenu::updateIcon()
 {
     // Monochrome, in the ink that stands out on the panel's own colour.
     const bool darkPanel = QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
-    QIcon icon(darkPanel ? u":/tessary/icons/tray-light.svg"_s : u":/tessary/icons/tray-dark.svg"_s);
+    const QString ink = darkPanel ? u"light"_s : u"dark"_s;
+    QIcon icon;
+    for (const int size : { 16, 22, 24, 32, 48, 64 }) {
+        // Read as PNG and nothing else: guessing would load every image format plugin.
+        QImageReader reader(u":/tessary/icons/tray-%1-%2.png"_s.arg(ink).arg(size), "png");
+        reader.setAutoDetectImageFormat(false);
+        icon.addPixmap(QPixmap::fromImage(reader.read()));
+    }
     if (icon.availableSizes().isEmpty() && icon.pixmap(22).isNull())
         icon = QIcon::fromTheme(u"sparkles"_s, QIcon::fromTheme(u"starred"_s));
     m_icon->setIcon(icon);
