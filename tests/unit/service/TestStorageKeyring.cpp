@@ -6,7 +6,7 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDBusInterface>
+#include <QDBusMessage>
 #include <QDBusReply>
 #include <QFile>
 #include <QLoggingCategory>
@@ -268,12 +268,16 @@ private Q_SLOTS:
         tool.closeWriteChannel();
         QVERIFY(tool.waitForFinished(10000) && tool.exitCode() == 0);
         if (locked) {
-            QDBusInterface secrets(u"org.freedesktop.secrets"_s, u"/org/freedesktop/secrets"_s,
-                u"org.freedesktop.Secret.Service"_s);
-            const QDBusReply<QDBusObjectPath> collection = secrets.call(u"ReadAlias"_s, u"default"_s);
+            const auto call = [](const QString &method, const QVariant &argument) {
+                QDBusMessage message = QDBusMessage::createMethodCall(u"org.freedesktop.secrets"_s,
+                    u"/org/freedesktop/secrets"_s, u"org.freedesktop.Secret.Service"_s, method);
+                message << argument;
+                return QDBusConnection::sessionBus().call(message);
+            };
+            const QDBusReply<QDBusObjectPath> collection = call(u"ReadAlias"_s, u"default"_s);
             QVERIFY(collection.isValid());
             const QDBusMessage lock
-                = secrets.call(u"Lock"_s, QVariant::fromValue(QList<QDBusObjectPath> { collection.value() }));
+                = call(u"Lock"_s, QVariant::fromValue(QList<QDBusObjectPath> { collection.value() }));
             QVERIFY2(lock.type() == QDBusMessage::ReplyMessage, qPrintable(lock.errorMessage()));
         }
 
