@@ -19,11 +19,6 @@ Attributes lookup(const QString &service, const QString &name)
     return { { u"server"_s, service }, { u"user"_s, name } };
 }
 
-QDBusObjectPath objectPath(const QDBusMessage &reply, int argument)
-{
-    return qdbus_cast<QDBusObjectPath>(reply.arguments().value(argument));
-}
-
 void readFirst(SecretServiceCall *call, const Items &items, const KeyStore::ReadDone &done)
 {
     if (items.isEmpty())
@@ -41,10 +36,7 @@ void deleteEach(SecretServiceCall *call, const Items &items, const Next &next)
     call->forEach(
         items,
         [call](const QDBusObjectPath &item, const Next &deleted) {
-            call->call(item.path(), SecretServiceCall::itemInterface, u"Delete"_s, {},
-                [call, deleted](const QDBusMessage &reply) {
-                    call->prompt(objectPath(reply, 0), [deleted](const QDBusVariant &) { deleted(); });
-                });
+            call->callAndPrompt(item.path(), SecretServiceCall::itemInterface, u"Delete"_s, {}, 0, deleted);
         },
         next);
 }
@@ -74,11 +66,8 @@ void create(SecretServiceCall *call, const QString &service, const QString &name
                 { SecretServiceCall::itemInterface + u".Label"_s, service + u": "_s + name },
                 { SecretServiceCall::itemInterface + u".Attributes"_s, QVariant::fromValue(attributes) },
             };
-            call->call(collection.path(), SecretServiceCall::collectionInterface, u"CreateItem"_s,
-                { properties, QVariant::fromValue(call->secret(value)), true },
-                [call, next](const QDBusMessage &reply) {
-                    call->prompt(objectPath(reply, 1), [next](const QDBusVariant &) { next(); });
-                });
+            call->callAndPrompt(collection.path(), SecretServiceCall::collectionInterface, u"CreateItem"_s,
+                { properties, QVariant::fromValue(call->secret(value)), true }, 1, next);
         });
     });
 }

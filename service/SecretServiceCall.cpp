@@ -126,10 +126,8 @@ void SecretServiceCall::unlock(const Items &objects, Next next)
 {
     if (objects.isEmpty())
         return next();
-    call(secretsPath, serviceInterface, u"Unlock"_s, { QVariant::fromValue(objects) },
-        [this, next](const QDBusMessage &reply) {
-            prompt(objectPath(reply, 1), [next](const QDBusVariant &) { next(); });
-        });
+    callAndPrompt(
+        secretsPath, serviceInterface, u"Unlock"_s, { QVariant::fromValue(objects) }, 1, std::move(next));
 }
 
 void SecretServiceCall::forEach(
@@ -156,6 +154,14 @@ void SecretServiceCall::call(const QString &path, const QString &interface, cons
                 return fail(method + u": "_s + reply.errorMessage());
             next(reply);
         });
+}
+
+void SecretServiceCall::callAndPrompt(const QString &path, const QString &interface, const QString &method,
+    const QVariantList &arguments, int promptArgument, Next next)
+{
+    call(path, interface, method, arguments, [this, promptArgument, next](const QDBusMessage &reply) {
+        prompt(objectPath(reply, promptArgument), [next](const QDBusVariant &) { next(); });
+    });
 }
 
 void SecretServiceCall::prompt(

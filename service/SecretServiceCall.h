@@ -64,6 +64,9 @@ public:
     // Lets the user answer what the keyring asks ("/": nothing to ask), then `next` with
     // the prompt's result.
     void prompt(const QDBusObjectPath &prompt, std::function<void(const QDBusVariant &result)> next);
+    // Calls `method`, whose reply names at `promptArgument` the prompt to run before `next`.
+    void callAndPrompt(const QString &path, const QString &interface, const QString &method,
+        const QVariantList &arguments, int promptArgument, Next next);
 
     // Ends the exchange: `answer` runs now, and nothing after it.
     void finish(const Next &answer);
