@@ -7,7 +7,7 @@
 #include <QLoggingCategory>
 #include <QTimer>
 
-#include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -180,11 +180,18 @@ void SecretServiceCall::prompt(
 
 void SecretServiceCall::promptCompleted(bool dismissed, const QDBusVariant &result)
 {
+    stopListening();
+    if (dismissed)
+        return fail(u"its question to the user was dismissed"_s);
+    std::exchange(m_prompted, nullptr)(result);
+}
+
+void SecretServiceCall::stopListening()
+{
+    if (m_prompt.isEmpty())
+        return;
     bus().disconnect(QString(), std::exchange(m_prompt, QString()), promptInterface, u"Completed"_s, this,
         SLOT(promptCompleted(bool, QDBusVariant)));
-    if (dismissed)
-        return fail(u"the user did not unlock it"_s);
-    std::exchange(m_prompted, nullptr)(result);
 }
 
 void SecretServiceCall::finish(const Next &answer)
@@ -208,9 +215,6 @@ void SecretServiceCall::fail(const QString &why)
 void SecretServiceCall::end()
 {
     m_ended = true;
-    if (!m_prompt.isEmpty()) {
-        bus().disconnect(QString(), m_prompt, promptInterface, u"Completed"_s, this,
-            SLOT(promptCompleted(bool, QDBusVariant)));
-    }
+    stopListening();
     deleteLater();
 }

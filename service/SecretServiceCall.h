@@ -81,6 +81,7 @@ private Q_SLOTS:
 private:
     void fail(const QString &why);
     void end();
+    void stopListening(); // to the prompt, if one is shown
 
     QString m_entry;
     Next m_failed;
