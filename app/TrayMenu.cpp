@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QCursor>
+#include <QDir>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QIcon>
@@ -105,9 +106,13 @@ void TrayMenu::updateIcon()
     const bool darkPanel = QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
     const QString ink = darkPanel ? u"light"_s : u"dark"_s;
     QIcon icon;
-    for (const int size : { 16, 22, 24, 32, 48, 64 }) {
+    const QDir icons(u":/tessary/icons"_s);
+    // Filtered by hand: QDir's name filters would load a regular expression compiler.
+    for (const QString &file : icons.entryList(QDir::Files)) {
+        if (!file.startsWith(u"tray-%1-"_s.arg(ink)))
+            continue;
         // Read as PNG and nothing else: guessing would load every image format plugin.
-        QImageReader reader(u":/tessary/icons/tray-%1-%2.png"_s.arg(ink).arg(size), "png");
+        QImageReader reader(icons.filePath(file), "png");
         reader.setAutoDetectImageFormat(false);
         icon.addPixmap(QPixmap::fromImage(reader.read()));
     }
