@@ -29,7 +29,7 @@ AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching()
 {
-    Log::write(u">>> LAUNCHED"_s);
+    Log::write(u">>> LAUNCHED");
     m_parts.windows.presence().setRegular();
     setupTray();
     // The D-Bus entry (what other programs hand over) was registered by main() before
@@ -38,8 +38,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_parts.shortcut.startKeyGrab();
     else
         m_parts.shortcut.pollAccessibilityPermission();
-    Log::write(u"StorageManager.shared.examples.isEmpty "_s
-        + (m_parts.storage.examples().isEmpty() ? u"true"_s : u"false"_s));
+    Log::write({ u"StorageManager.shared.examples.isEmpty ", m_parts.storage.examples().isEmpty() });
     // Onboarding comes back only while the chosen service cannot be used (a key is
     // stored, or a model server and a model are chosen); a finished one does not.
     // A user who has stored nothing yet is welcomed even where their own tessary-server

@@ -12,6 +12,8 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+constexpr Log::Literal tag = u"AppDelegate";
+
 QString nameOrUnknown(const std::optional<RunningApplication> &app)
 {
     return app && !app->name.isEmpty() ? app->name : u"Unknown"_s;
@@ -63,7 +65,7 @@ void RewriteSession::refuse(const QString &message)
 
 void RewriteSession::showPopup()
 {
-    Log::write(u"🎯"_s, u"AppDelegate"_s, u"Stored previous app: "_s + nameOrUnknown(m_target.application));
+    Log::write(u"🎯", tag, { u"Stored previous app: ", Log::Public(nameOrUnknown(m_target.application)) });
     m_popup->showWindow();
     // A tray program is not the active application: ask for the focus explicitly, so
     // the popup takes the keyboard (Escape, Ctrl+Enter) at once.
@@ -80,19 +82,19 @@ void RewriteSession::end()
 void RewriteSession::returnToPreviousApp(std::function<void(bool returned)> done)
 {
     if (!m_target.application) {
-        Log::write(u"❌"_s, u"AppDelegate"_s, u"No previous app stored"_s);
+        Log::write(u"❌", tag, u"No previous app stored");
         done(false);
         return;
     }
     const QString name = nameOrUnknown(m_target.application);
-    Log::write(u"🎯"_s, u"AppDelegate"_s, u"Returning to: "_s + name);
+    Log::write(u"🎯", tag, { u"Returning to: ", Log::Public(name) });
     if (!m_workspace) {
         done(false);
         return;
     }
     m_workspace->activate(*m_target.application, [name, done = std::move(done)](bool active) {
         if (!active)
-            Log::write(u"❌"_s, u"AppDelegate"_s, u"Could not bring back: "_s + name);
+            Log::write(u"❌", tag, { u"Could not bring back: ", Log::Public(name) });
         done(active);
     });
 }

@@ -16,6 +16,8 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+constexpr Log::Literal tag = u"Service";
+
 // The first count user-perceived characters, so a log line never splits an emoji.
 QString firstCharacters(const QString &text, int count)
 {
@@ -74,18 +76,17 @@ void RewriteSessions::triggerHumanize()
 
 void RewriteSessions::humanizeSelectedText(const QString &text)
 {
-    Log::write(u"🔧"_s, u"Service"_s, u"humanizeSelectedText called"_s);
+    Log::write(u"🔧", tag, u"humanizeSelectedText called");
     if (text.isEmpty()) {
-        Log::write(u"❌"_s, u"Service"_s, u"No text in pasteboard"_s);
+        Log::write(u"❌", tag, u"No text in pasteboard");
         return;
     }
     if (text.size() > maxTextLength) {
-        Log::write(u"❌"_s, u"Service"_s, u"Text too long: %1 characters"_s.arg(text.size()));
+        Log::write(u"❌", tag, { u"Text too long: ", text.size(), u" characters" });
         showPopup({ text, {} });
         return;
     }
-    Log::write(u"🔧"_s, u"Service"_s,
-        u"Got text from service: "_s + Log::content(firstCharacters(text, 50)) + u"..."_s);
+    Log::write(u"🔧", tag, { u"Got text from service: ", Log::Private(firstCharacters(text, 50)), u"..." });
     // The latest handed text wins over a capture still under way.
     m_capturing = false;
     const int capture = ++m_captures;

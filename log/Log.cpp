@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <cstdio>
-#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -23,30 +23,49 @@ QString valueOf(const QStringList &environment, QStringView name)
     }
     return {};
 }
+
+void writeOut(const QString &text)
+{
+    const QByteArray bytes = text.toUtf8() + '\n';
+    const QMutexLocker lock(&mutex);
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
+void appendLine(QString &text, Literal glyph, Literal tag, Message message)
+{
+    const Detail shown = currentDetail;
+    text += glyph.view();
+    text += u" ["_s;
+    text += tag.view();
+    text += u"] "_s;
+    for (const Part &part : message)
+        part.appendTo(text, shown);
+}
+
+QString line(Message message)
+{
+    QString text;
+    const Detail shown = currentDetail;
+    for (const Part &part : message)
+        part.appendTo(text, shown);
+    return text;
+}
 } // namespace
 
-Detail chooseDetail(const QStringList &environment, const QString &stdoutDeviceInode)
+Detail chooseDetail(const QStringList &environment, int output)
 {
     const QString asked = valueOf(environment, u"TESSARY_LOG");
     if (asked == u"full"_s)
         return Detail::Full;
     if (asked == u"private"_s)
         return Detail::Private;
-    const QString journal = valueOf(environment, u"JOURNAL_STREAM");
-    if (!journal.isEmpty() && journal == stdoutDeviceInode)
-        return Detail::Private;
-    if (!valueOf(environment, u"GIO_LAUNCHED_DESKTOP_FILE").isEmpty())
-        return Detail::Private;
-    return Detail::Full;
+    return ::isatty(output) == 1 ? Detail::Full : Detail::Private;
 }
 
 Detail detailFromProcess()
 {
-    QString deviceInode;
-    struct stat status = {};
-    if (fstat(fileno(stdout), &status) == 0)
-        deviceInode = u"%1:%2"_s.arg(quint64(status.st_dev)).arg(quint64(status.st_ino));
-    return chooseDetail(QProcessEnvironment::systemEnvironment().toStringList(), deviceInode);
+    return chooseDetail(QProcessEnvironment::systemEnvironment().toStringList(), fileno(stdout));
 }
 
 void setDetail(Detail detail)
@@ -59,24 +78,56 @@ Detail detail()
     return currentDetail;
 }
 
-QString content(const QString &value)
+void Part::appendTo(QString &line, Detail detail) const
 {
-    if (currentDetail == Detail::Full)
-        return value;
-    return u"[%1 characters]"_s.arg(value.size());
+    if (!m_fixed.isNull())
+        line += m_fixed;
+    else if (m_private && detail == Detail::Private)
+        line += u"[%1 characters]"_s.arg(m_value.size());
+    else
+        line += m_value;
 }
 
-void write(const QString &line)
+void write(Literal glyph, Literal tag, Message message)
 {
-    const QByteArray bytes = line.toUtf8() + '\n';
-    const QMutexLocker lock(&mutex);
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-    std::fflush(stdout);
+    QString text;
+    appendLine(text, glyph, tag, message);
+    writeOut(text);
 }
 
-void write(const QString &glyph, const QString &tag, const QString &message)
+void write(Literal glyph, Literal tag, Part message)
 {
-    write(glyph + QStringLiteral(" [") + tag + QStringLiteral("] ") + message);
+    write(glyph, tag, { std::move(message) });
+}
+
+void write(Message line)
+{
+    writeOut(Log::line(line));
+}
+
+void write(Part line)
+{
+    write({ std::move(line) });
+}
+
+void Lines::add(Literal glyph, Literal tag, Message message)
+{
+    if (!m_text.isEmpty())
+        m_text += u'\n';
+    appendLine(m_text, glyph, tag, message);
+}
+
+void Lines::add(Literal glyph, Literal tag, Part message)
+{
+    add(glyph, tag, { std::move(message) });
+}
+
+void Lines::flush()
+{
+    if (m_text.isEmpty())
+        return;
+    writeOut(m_text);
+    m_text.clear();
 }
 
 } // namespace Log

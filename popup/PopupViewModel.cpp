@@ -17,6 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr Log::Literal tag = u"PopupView";
 constexpr int returnDelayMs = 100;
 constexpr int replaceDelayMs = 200;
 
@@ -32,7 +33,7 @@ qsizetype graphemeCount(const QString &text)
 
 void logReplaceResult(bool replaced)
 {
-    Log::write(u"🔄"_s, u"PopupView"_s, u"Replace result: "_s + (replaced ? u"true"_s : u"false"_s));
+    Log::write(u"🔄", tag, { u"Replace result: ", replaced });
 }
 
 // The replacement after the popup has closed. It holds only the text, so it finishes
@@ -55,8 +56,8 @@ void returnAndReplace(PopupHost *host, const QString &text)
             return;
         }
         host->copyToClipboard(text);
-        Log::write(u"❌"_s, u"PopupView"_s,
-            u"Not replacing: the previous window is not in front, the text is on the clipboard"_s);
+        Log::write(
+            u"❌", tag, u"Not replacing: the previous window is not in front, the text is on the clipboard");
         logReplaceResult(false);
     };
     host->returnToPreviousApp([pending, finish](bool returned) {
@@ -201,8 +202,7 @@ void PopupViewModel::openSettings()
 void PopupViewModel::replace(std::function<void()> closeWindow)
 {
     const QString text = m_resultText;
-    Log::write(u"🔄"_s, u"PopupView"_s,
-        u"Replace called with text length: "_s + QString::number(graphemeCount(text)));
+    Log::write(u"🔄", tag, { u"Replace called with text length: ", graphemeCount(text) });
     if (!m_host) {
         if (closeWindow)
             closeWindow();

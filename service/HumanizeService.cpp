@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString tag = u"HumanizeService"_s;
+constexpr Log::Literal tag = u"HumanizeService";
 
 // What the user sees as characters: "é" typed as e + combining accent counts once.
 qsizetype graphemeCount(const QString &text)
@@ -46,8 +46,8 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     const QString &text, const QString &tone, RewriteCallbacks callbacks)
 {
     auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
-    Log::write(u"🚀"_s, tag, u"Starting humanize request..."_s);
-    Log::write(u"📝"_s, tag, u"Text length: %1, Tone: %2"_s.arg(graphemeCount(text)).arg(tone));
+    Log::write(u"🚀", tag, u"Starting humanize request...");
+    Log::write(u"📝", tag, { u"Text length: ", graphemeCount(text), u", Tone: ", Log::Public(tone) });
     if (const auto running = std::exchange(m_currentTask, {}).lock())
         running->cancel();
 
@@ -59,14 +59,15 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
             handle->fail(problem);
             return handle;
         }
-        Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + prepared->request.url().toString());
+        Log::write(u"📤", tag,
+            { u"Request prepared, sending to: ", Log::Public(prepared->request.url().toString()) });
         return send(handle, prepared->request, prepared->body);
     }
 
     const QString urlString = m_storage.apiBase() + u"/chat/completions"_s;
     const QUrl url(urlString, QUrl::StrictMode);
     if (!url.isValid() || url.isRelative() || url.host().isEmpty()) {
-        Log::write(u"❌"_s, tag, u"Invalid API URL: "_s + urlString);
+        Log::write(u"❌", tag, { u"Invalid API URL: ", Log::Public(urlString) });
         handle->fail(u"Invalid API URL"_s);
         return handle;
     }
@@ -78,7 +79,7 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     const QString apiKey = m_storage.credential();
     if (!apiKey.isEmpty()) {
         request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
-        Log::write(u"🔑"_s, tag, u"Using API key: "_s + Log::content(apiKey.left(8)) + u"..."_s);
+        Log::write(u"🔑", tag, { u"Using API key: ", Log::Private(apiKey.left(8)), u"..." });
     }
 
     const QJsonObject message { { u"role"_s, u"user"_s },
@@ -86,7 +87,7 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     const QJsonObject body { { u"stream"_s, true },
         { u"examples"_s, QJsonArray::fromStringList(m_storage.examples()) }, { u"tone"_s, tone },
         { u"messages"_s, QJsonArray { message } } };
-    Log::write(u"📤"_s, tag, u"Request prepared, sending to: "_s + url.toString());
+    Log::write(u"📤", tag, { u"Request prepared, sending to: ", Log::Public(url.toString()) });
     return send(handle, request, QJsonDocument(body).toJson(QJsonDocument::Compact));
 }
 

@@ -15,7 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString tag = u"StreamDelegate"_s;
+constexpr Log::Literal tag = u"StreamDelegate";
 constexpr int cancelledCode = -999;
 
 // QNetworkReply turns an HTTP error status into an error code of its own; that is the
@@ -80,21 +80,10 @@ public:
     }
 
 private:
-    // The lines of one read go out in one write: a line per event still, but not a
-    // system call per line, which would make the reader lag behind a fast stream.
-    void log(const QString &glyph, const QString &message)
-    {
-        m_logBatch += glyph + u" ["_s + tag + u"] "_s + message + u'\n';
-    }
-
-    void flushLog()
-    {
-        if (m_logBatch.isEmpty())
-            return;
-        m_logBatch.chop(1);
-        Log::write(m_logBatch);
-        m_logBatch.clear();
-    }
+    // The lines of one read go out in one write.
+    void log(Log::Literal glyph, Log::Message message) { m_log.add(glyph, tag, message); }
+    void log(Log::Literal glyph, Log::Part message) { m_log.add(glyph, tag, std::move(message)); }
+    void flushLog() { m_log.flush(); }
 
     template<typename Delivery> void post(Delivery delivery)
     {
@@ -118,10 +107,10 @@ private:
         if (!status.isValid())
             return;
         m_headLogged = true;
-        log(u"📡"_s, u"Response received"_s);
-        log(u"📡"_s, u"HTTP Status Code: %1"_s.arg(status.toInt()));
+        log(u"📡", u"Response received");
+        log(u"📡", { u"HTTP Status Code: ", status.toInt() });
         if (status.toInt() == 401)
-            log(u"🔐"_s, u"Authentication error detected"_s);
+            log(u"🔐", u"Authentication error detected");
         flushLog();
     }
 
@@ -135,7 +124,7 @@ private:
         m_receivedData = true;
         m_bytesReceived += piece.size();
         const QString text = m_decoder.decode(piece);
-        log(u"📦"_s, u"Received chunk: "_s + Log::content(oneLine(firstCharacters(text, 100))) + u"..."_s);
+        log(u"📦", { u"Received chunk: ", Log::Private(oneLine(firstCharacters(text, 100))), u"..." });
         m_parser.feed(piece);
         flushLog();
         postFound();
@@ -173,7 +162,7 @@ private:
         const QString rendered = ending.code == 0
             ? u"nil"_s
             : u"Error Code=%1 \"%2\""_s.arg(ending.code).arg(ending.description);
-        log(u"🔚"_s, u"Task completed - Error: "_s + rendered);
+        log(u"🔚", { u"Task completed - Error: ", Log::Public(rendered) });
         flushLog();
         postFound(); // what finish() found at the end of the body
 
@@ -193,32 +182,33 @@ private:
 
     void line(QByteArrayView line) override
     {
-        log(u"📄"_s, u"Processing line: "_s + Log::content(QString::fromUtf8(line)));
+        log(u"📄", { u"Processing line: ", Log::Private(QString::fromUtf8(line)) });
     }
 
-    void endMarker() override { log(u"🏁"_s, u"Stream completed"_s); }
+    void endMarker() override { log(u"🏁", u"Stream completed"); }
 
     // An event's data may span several lines; its log line stays one.
     void event(QByteArrayView json) override
     {
-        log(u"📋"_s, u"Stream JSON: "_s + Log::content(oneLine(QString::fromUtf8(json))));
+        log(u"📋", { u"Stream JSON: ", Log::Private(oneLine(QString::fromUtf8(json))) });
     }
 
     void token(const QString &fragment) override
     {
-        log(u"📝"_s, u"Token received: "_s + Log::content(oneLine(fragment)));
+        log(u"📝", { u"Token received: ", Log::Private(oneLine(fragment)) });
         m_found.append({ StreamDelegate::Found::Kind::Token, fragment });
     }
 
     void streamedError(const QString &type, const QString &message) override
     {
-        log(u"❌"_s, u"Streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        log(u"❌", { u"Streaming error - Type: ", Log::Public(type), u", Message: ", Log::Public(message) });
         m_found.append({ StreamDelegate::Found::Kind::Error, message });
     }
 
     void nonStreamedError(const QString &type, const QString &message) override
     {
-        log(u"❌"_s, u"Non-streaming error - Type: %1, Message: %2"_s.arg(type, message));
+        log(u"❌",
+            { u"Non-streaming error - Type: ", Log::Public(type), u", Message: ", Log::Public(message) });
         // Only the whole-reply form gets the friendlier text: it is how the service
         // answers a request it refuses outright.
         const QString shown = type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)
@@ -238,7 +228,7 @@ private:
     qint64 m_bytesReceived = 0;
     bool m_headLogged = false;
     bool m_cancelRequested = false;
-    QString m_logBatch;
+    Log::Lines m_log;
     QList<StreamDelegate::Found> m_found; // not yet handed to the main thread
 };
 
@@ -302,23 +292,23 @@ void StreamDelegate::deliverEnding(const Ending &ending)
     };
 
     if (m_cutOff || ending.code == cancelledCode) {
-        Log::write(u"🔄"_s, tag, u"Request was cancelled"_s);
+        Log::write(u"🔄", tag, u"Request was cancelled");
     } else if (ending.code != 0) {
-        Log::write(u"❌"_s, tag, u"Network error: "_s + ending.description);
+        Log::write(u"❌", tag, { u"Network error: ", Log::Public(ending.description) });
         fail(ending.description);
     } else if (m_hasHandledError) {
-        Log::write(u"❌"_s, tag, u"Stream completed with error (already handled)"_s);
+        Log::write(u"❌", tag, u"Stream completed with error (already handled)");
     } else if (ending.httpStatus >= 400 && !ending.usableBody) {
         // An empty "done" popup would hide that the service refused the request.
         const QString status = u"%1 %2"_s.arg(ending.httpStatus).arg(ending.reasonPhrase).trimmed();
-        Log::write(u"❌"_s, tag, u"HTTP error without a usable body: "_s + status);
+        Log::write(u"❌", tag, { u"HTTP error without a usable body: ", Log::Public(status) });
         fail(u"The service answered with HTTP %1."_s.arg(status));
     } else if (ending.receivedData) {
-        Log::write(u"✅"_s, tag, u"Stream completed successfully"_s);
+        Log::write(u"✅", tag, u"Stream completed successfully");
         if (m_callbacks.onComplete)
             m_callbacks.onComplete();
     } else {
-        Log::write(u"❌"_s, tag, u"No data received"_s);
+        Log::write(u"❌", tag, u"No data received");
         fail(u"No response received from server"_s);
     }
 }

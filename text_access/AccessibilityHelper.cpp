@@ -18,15 +18,20 @@ Q_LOGGING_CATEGORY(lcTextAccess, "tessary.textaccess", QtInfoMsg)
 
 namespace {
 
-const QString tag = u"AccessibilityHelper"_s;
+constexpr Log::Literal tag = u"AccessibilityHelper";
 constexpr int logPrefixCharacters = 50;
 // What a write that was not answered in time reports: it may still happen later, so
 // nothing else may be written over the selection.
 constexpr int noAnswer = std::numeric_limits<int>::min();
 
-void logStep(const QString &message)
+void logStep(Log::Message message)
 {
-    Log::write(u"🔧"_s, tag, message);
+    Log::write(u"🔧", tag, message);
+}
+
+void logStep(Log::Part message)
+{
+    Log::write(u"🔧", tag, std::move(message));
 }
 
 // The first characters as the user sees them: an emoji or an accented letter made of
@@ -264,10 +269,11 @@ void AccessibilityHelper::isStillSelected(
 void AccessibilityHelper::replaceSelectedText(
     const QString &text, const CaptureTarget &target, ReplaceCallback done)
 {
-    logStep(u"replaceSelectedText called with: "_s + firstCharacters(text, logPrefixCharacters) + u"..."_s);
+    logStep({ u"replaceSelectedText called with: ", Log::Private(firstCharacters(text, logPrefixCharacters)),
+        u"..." });
     if (target.method == CaptureTarget::Method::Primary) {
-        Log::write(
-            u"❌"_s, tag, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is a terminal"_s);
+        Log::write(u"❌", tag,
+            { u"Not replacing: ", Log::Public(nameOrUnknown(target.application)), u" is a terminal" });
         done(false);
         return;
     }
@@ -281,11 +287,11 @@ void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarge
     const std::optional<RunningApplication> &front, ReplaceCallback done)
 {
     if (!front) {
-        Log::write(u"❌"_s, tag, u"No frontmost application"_s);
+        Log::write(u"❌", tag, u"No frontmost application");
         done(false);
         return;
     }
-    logStep(u"Frontmost app: "_s + nameOrUnknown(front));
+    logStep({ u"Frontmost app: ", Log::Public(nameOrUnknown(front)) });
     if (target.application && !sameWindow(*front, *target.application)) {
         leaveOnClipboard(
             text, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is not in front"_s);
@@ -302,9 +308,9 @@ void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarge
     m_accessibility.focusedElement(*front,
         deadline<FocusResult>(m_timings.answerDeadline, noFocus,
             [this, text, target, front = *front, done = std::move(done)](FocusResult focus) {
-                logStep(u"Focus result: "_s + QString::number(focus.error));
+                logStep({ u"Focus result: ", focus.error });
                 if (focus.error != AxError::Success || !focus.element) {
-                    Log::write(u"❌"_s, tag, u"Failed to get focused element"_s);
+                    Log::write(u"❌", tag, u"Failed to get focused element");
                     done(false);
                     return;
                 }
@@ -318,7 +324,7 @@ void AccessibilityHelper::replaceInElement(const QString &text, const CaptureTar
     const bool checkSelection = target.method == CaptureTarget::Method::Accessibility
         || target.method == CaptureTarget::Method::Handed;
     if (!checkSelection) {
-        logStep(u"Got focused element, attempting AX replace..."_s);
+        logStep(u"Got focused element, attempting AX replace...");
         writeElement(text, *focus.element, front, true, std::move(done));
         return;
     }
@@ -335,13 +341,13 @@ void AccessibilityHelper::replaceInElement(const QString &text, const CaptureTar
                     const QString message = u"Not replacing: the selection in "_s + nameOrUnknown(front)
                         + u" is not the text it was"_s;
                     if (target.method == CaptureTarget::Method::Handed)
-                        Log::write(u"❌"_s, tag, message);
+                        Log::write(u"❌", tag, Log::Public(message));
                     else
                         leaveOnClipboard(text, message);
                     done(false);
                     return;
                 }
-                logStep(u"Got focused element, attempting AX replace..."_s);
+                logStep(u"Got focused element, attempting AX replace...");
                 writeElement(text, element, front, pasteAllowed, done);
             }));
 }
@@ -355,9 +361,9 @@ void AccessibilityHelper::writeElement(const QString &text, const Element &eleme
                 const bool answered = error != noAnswer;
                 if (!answered)
                     error = AxError::CannotComplete;
-                logStep(u"AX replace result: "_s + QString::number(error));
+                logStep({ u"AX replace result: ", error });
                 if (error == AxError::Success) {
-                    Log::write(u"✅"_s, tag, u"AX replace successful"_s);
+                    Log::write(u"✅", tag, u"AX replace successful");
                     done(true);
                     return;
                 }
@@ -368,7 +374,7 @@ void AccessibilityHelper::writeElement(const QString &text, const Element &eleme
                     done(false);
                     return;
                 }
-                logStep(u"AX failed, using clipboard fallback..."_s);
+                logStep(u"AX failed, using clipboard fallback...");
                 pasteFallback(text, front);
                 done(true);
             }));
@@ -384,7 +390,7 @@ void AccessibilityHelper::pasteFallback(const QString &text, const RunningApplic
             return; // a later replacement took over while the clipboard was being read
         m_restorePending = true;
         m_pasteboard.setString(text);
-        logStep(u"Text set to clipboard"_s);
+        logStep(u"Text set to clipboard");
         QTimer::singleShot(
             m_timings.pasteDelay, this, [this, generation, front, text] { paste(generation, front, text); });
     };
@@ -411,15 +417,15 @@ void AccessibilityHelper::paste(int generation, const RunningApplication &target
                 if (generation == m_replaceGeneration)
                     leaveOnClipboard(text, message);
                 else // a later replacement has the clipboard now
-                    Log::write(u"❌"_s, tag, message);
+                    Log::write(u"❌", tag, Log::Public(message));
                 return;
             }
-            logStep(u"Sending ⌘V"_s);
+            logStep(u"Sending ⌘V");
             QPointer<AccessibilityHelper> self(this);
             m_keySynth.post(Keys::V, Keys::Super, [self, generation] {
                 if (!self)
                     return;
-                logStep(u"⌘V sent"_s);
+                logStep(u"⌘V sent");
                 QTimer::singleShot(self->m_timings.restoreDelay, self,
                     [self, generation] { self->restoreAfterPaste(generation); });
             });
@@ -437,7 +443,7 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
     if (!saved)
         return;
     m_pasteboard.restore(saved);
-    logStep(u"Clipboard restored"_s);
+    logStep(u"Clipboard restored");
 }
 
 void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
@@ -450,5 +456,5 @@ void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &m
     auto contents = std::make_shared<QMimeData>();
     contents->setText(text);
     m_pasteboard.restore(contents);
-    Log::write(u"❌"_s, tag, message + u", the text is on the clipboard"_s);
+    Log::write(u"❌", tag, { Log::Public(message), u", the text is on the clipboard" });
 }

@@ -95,7 +95,7 @@ void UpdateService::versionReplyReceived(QNetworkReply *reply, bool silent)
     // Only the body counts: an error status whose body is a valid reply is a reply.
     const bool gotResponse = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
     if (!gotResponse) {
-        Log::write(u"Version check error: "_s + reply->errorString());
+        Log::write({ u"Version check error: ", Log::Public(reply->errorString()) });
         if (!silent)
             Q_EMIT checkFailed(reply->errorString());
         finishCheck();
@@ -105,7 +105,7 @@ void UpdateService::versionReplyReceived(QNetworkReply *reply, bool silent)
     QString why;
     const std::optional<VersionResponse> response = VersionResponse::decode(reply->readAll(), &why);
     if (!response) {
-        Log::write(u"Version check error: "_s + why);
+        Log::write({ u"Version check error: ", Log::Public(why) });
         if (!silent)
             Q_EMIT checkFailed(why);
         finishCheck();
@@ -120,15 +120,16 @@ void UpdateService::versionReplyReceived(QNetworkReply *reply, bool silent)
 
     const VersionData &remote = *response->data;
     const QString current = getCurrentVersion();
-    Log::write(u"🔍 Version check - Current: "_s + current + u", Remote: "_s + remote.currentVersion);
+    Log::write({ u"🔍 Version check - Current: ", Log::Public(current), u", Remote: ",
+        Log::Public(remote.currentVersion) });
 
     if (isNewerVersion(remote.currentVersion, current)) {
-        Log::write(u"✅ Update available!"_s);
+        Log::write(u"✅ Update available!");
         publish(true, remote);
         if (!silent)
             showNativeUpdateAlert();
     } else {
-        Log::write(u"✅ App is up to date"_s);
+        Log::write(u"✅ App is up to date");
         publish(false, std::nullopt);
         if (!silent)
             Q_EMIT upToDate(current);
@@ -164,9 +165,9 @@ void UpdateService::setChecking(bool checking)
 QString UpdateService::getCurrentVersion() const
 {
     const QString version = runningVersion();
-    Log::write(u"📱 Bundle version from Info.plist: "_s + version);
-    Log::write(u"📱 Full bundle info: "_s
-        + QString::fromUtf8(QJsonDocument(m_buildInfo).toJson(QJsonDocument::Compact)));
+    Log::write({ u"📱 Bundle version from Info.plist: ", Log::Public(version) });
+    Log::write({ u"📱 Full bundle info: ",
+        Log::Public(QString::fromUtf8(QJsonDocument(m_buildInfo).toJson(QJsonDocument::Compact))) });
     return version;
 }
 
