@@ -9,6 +9,8 @@
 
 // The program as the end-to-end tier builds it, with a settings folder of its own
 // (XDG_CONFIG_HOME) and its standard output gathered in log; ended when it goes.
+// That output is a pipe, so the user's words in it are lengths: a test that looks for
+// them passes TESSARY_LOG=full.
 class TessaryProcess : public QProcess
 {
 public:

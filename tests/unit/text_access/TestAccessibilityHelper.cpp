@@ -5,6 +5,7 @@
 #include "FakePasteboard.h"
 #include "FakePrimarySelection.h"
 #include "FakeWorkspace.h"
+#include "Log.h"
 #include "StdoutCapture.h"
 #include "Terminals.h"
 
@@ -122,7 +123,11 @@ private Q_SLOTS:
             *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get(), fast);
     }
 
-    void cleanup() { m_helper.reset(); }
+    void cleanup()
+    {
+        m_helper.reset();
+        Log::setDetail(Log::Detail::Full);
+    }
 
     void capture_data()
     {
@@ -281,12 +286,13 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("log");
         QTest::addColumn<Formats>("userClipboard");
         QTest::addColumn<Formats>("clipboardAfter");
+        QTest::addColumn<bool>("hidden"); // the user's words hidden, as in the journal
 
         const auto row = [](const char *name, const QString &situation, int setError, bool expected,
                              const QStringList &log, const Formats &userClipboard = richUserClipboard,
                              const std::optional<Formats> &clipboardAfter = {}) {
             QTest::newRow(name) << u"new text"_s << situation << setError << expected << log << userClipboard
-                                << clipboardAfter.value_or(userClipboard);
+                                << clipboardAfter.value_or(userClipboard) << false;
         };
         const auto calledWith = [](const QString &shown) {
             return u"🔧 [AccessibilityHelper] replaceSelectedText called with: "_s + shown + u"..."_s;
@@ -325,7 +331,7 @@ private Q_SLOTS:
         const auto shows = [&](const char *name, const QString &text, const QString &shown) {
             QTest::newRow(name) << text << QString() << 0 << true
                                 << QStringList { calledWith(shown) } + accepted << richUserClipboard
-                                << richUserClipboard;
+                                << richUserClipboard << false;
         };
         const QString family = u"👨‍👩‍👧"_s; // one character for the user, five code points
         shows("empty text", QString(), QString());
@@ -333,6 +339,11 @@ private Q_SLOTS:
         shows("the first fifty of more", QString(49, u'a') + u"bc"_s, QString(49, u'a') + u"b"_s);
         shows("joined emoji stay whole", family.repeated(60), family.repeated(50));
         shows("combining accents", u"e\u0301"_s.repeated(51), u"e\u0301"_s.repeated(50));
+        // The rewrite is the user's; the application's name is not.
+        QTest::newRow("not asked for exact lines: the rewrite's length")
+            << u"new text"_s << QString() << 0 << true
+            << QStringList { calledWith(u"[8 characters]"_s) } + accepted << richUserClipboard
+            << richUserClipboard << true;
     }
 
     void replace()
@@ -344,7 +355,9 @@ private Q_SLOTS:
         QFETCH(QStringList, log);
         QFETCH(Formats, userClipboard);
         QFETCH(Formats, clipboardAfter);
+        QFETCH(bool, hidden);
 
+        Log::setDetail(hidden ? Log::Detail::Private : Log::Detail::Full);
         if (situation == u"no frontmost")
             m_workspace->frontmost.reset();
         else if (situation == u"unnamed")
