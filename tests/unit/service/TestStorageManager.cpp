@@ -6,6 +6,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -121,23 +122,35 @@ private Q_SLOTS:
     // afterwards whatever it was before.
     void writesAreDeferredWholeAndPrivate_data()
     {
+        QTest::addColumn<QByteArray>("contents"); // null: no file yet
         QTest::addColumn<QFileDevice::Permissions>("before");
+        const QByteArray stored = "[General]\napi_key=sk-kept-1234\nupdate_check_enabled=true\n";
         const auto owner = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-        QTest::newRow("private") << QFileDevice::Permissions(owner);
-        QTest::newRow("readable by all") << (owner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-        QTest::newRow("writable by the group") << (owner | QFileDevice::ReadGroup | QFileDevice::WriteGroup);
+        QTest::newRow("private") << stored << QFileDevice::Permissions(owner);
+        QTest::newRow("readable by all")
+            << stored << (owner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+        QTest::newRow("writable by the group")
+            << stored << (owner | QFileDevice::ReadGroup | QFileDevice::WriteGroup);
+        // A first start: the file the samples (and a key, where no keyring answers) go into
+        // is created private, not with what the umask leaves to everyone.
+        QTest::newRow("no file yet") << QByteArray() << QFileDevice::Permissions();
     }
 
     void writesAreDeferredWholeAndPrivate()
     {
+        QFETCH(QByteArray, contents);
         QFETCH(QFileDevice::Permissions, before);
-        const QString path = m_files.write("[General]\napi_key=sk-kept-1234\nupdate_check_enabled=true\n");
-        QVERIFY(QFile::setPermissions(path, before));
+        const bool fresh = contents.isNull();
+        const QString path = fresh ? m_files.newPath() : m_files.write(contents);
+        QVERIFY(fresh || QFile::setPermissions(path, before));
         const QByteArray original = ScratchFiles::read(path);
         QFile reader(path); // a reader that opened the file before the write
-        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QVERIFY(fresh || reader.open(QIODevice::ReadOnly));
 
+        const mode_t usualMask = ::umask(022); // what a desktop session usually runs with
         StorageManager storage(path, defaultBase);
+        ::umask(usualMask);
+        QVERIFY(ScratchFiles::privateToOwner(path)); // before anything is written into it
         QString typed;
         for (const QChar c : u"Hello there"_s) {
             typed.append(c);
@@ -147,8 +160,9 @@ private Q_SLOTS:
 
         QTRY_VERIFY2(ScratchFiles::read(path).contains("humanize_examples=Hello there\n"),
             ScratchFiles::read(path).constData());
-        QVERIFY(ScratchFiles::read(path).contains("api_key=sk-kept-1234\n"));
-        QCOMPARE(reader.readAll(), original); // still the whole old file: a new one replaced it
+        QCOMPARE(ScratchFiles::read(path).contains("api_key=sk-kept-1234\n"), !fresh);
+        if (!fresh)
+            QCOMPARE(reader.readAll(), original); // still the whole old file: a new one replaced it
         QVERIFY(ScratchFiles::privateToOwner(path));
     }
 
