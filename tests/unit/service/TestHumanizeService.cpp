@@ -1,6 +1,7 @@
 // Faults: a malformed request or log line, a cancelled rewrite still reporting, leaks.
 #include "FixtureServer.h"
 #include "HumanizeService.h"
+#include "Log.h"
 #include "Replies.h"
 #include "RewriteRecorder.h"
 #include "ScratchFiles.h"
@@ -119,6 +120,38 @@ private Q_SLOTS:
         QCOMPARE(QJsonDocument::fromJson(request.body).object(),
             (QJsonObject { { u"examples"_s, QJsonArray::fromStringList(examples) },
                 { u"messages"_s, QJsonArray { message } }, { u"stream"_s, true }, { u"tone"_s, tone } }));
+    }
+
+    // The key's start is the user's secret: its length only, unless exact lines were asked for.
+    void keyLine_data()
+    {
+        QTest::addColumn<Log::Detail>("detail");
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<QString>("shown");
+
+        const QString key = u"sk-1234567890abcdef"_s;
+        QTest::newRow("exact lines: its first 8") << Log::Detail::Full << key << u"sk-12345"_s;
+        QTest::newRow("private: their length") << Log::Detail::Private << key << u"[8 characters]"_s;
+        QTest::newRow("private, a short key") << Log::Detail::Private << u"abc"_s << u"[3 characters]"_s;
+    }
+
+    void keyLine()
+    {
+        QFETCH(Log::Detail, detail);
+        QFETCH(QString, apiKey);
+        QFETCH(QString, shown);
+
+        auto storage = newStorage();
+        storage->setApiKey(apiKey);
+        HumanizeService service(*storage);
+        RewriteRecorder recorder;
+        StdoutCapture capture;
+        Log::setDetail(detail);
+        service.humanize(u"Hello"_s, u"casual"_s, recorder.callbacks());
+        Log::setDetail(Log::Detail::Full);
+        QTRY_COMPARE(recorder.calls, (QStringList { u"token:ok"_s, u"complete"_s }));
+        QCOMPARE(capture.lines().filter(u"🔑"_s),
+            QStringList { u"🔑 [HumanizeService] Using API key: "_s + shown + u"..."_s });
     }
 
     // Nothing is sent; the error arrives before humanize() returns.
