@@ -1,8 +1,9 @@
 #include "AppWindows.h"
 
 #include "OnboardingModel.h"
-#include "Platform.h"
+#include "OwnWindow.h"
 #include "Presence.h"
+#include "QmlEngine.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
 #include "UpdateService.h"
@@ -13,7 +14,6 @@
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
-#include <QScreen>
 #include <QTimer>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -53,22 +53,15 @@ protected:
 private:
     std::function<void(QWindow *)> m_willClose;
 };
-
-void centre(QWindow *window)
-{
-    if (const QScreen *screen = window->screen()) {
-        const QRect area = screen->availableGeometry();
-        window->setPosition(area.center() - QPoint(window->width() / 2, window->height() / 2));
-    }
-}
 } // namespace
 
 AppWindows::AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace,
-    DesktopShortcut *desktopShortcut, QObject *parent)
+    QmlEngine &qml, DesktopShortcut *desktopShortcut, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_updateService(updateService)
     , m_workspace(workspace)
+    , m_qml(qml)
     , m_desktopShortcut(desktopShortcut)
 {
 }
@@ -84,11 +77,7 @@ Presence &AppWindows::presence()
 
 QQuickWindow *AppWindows::createWindow(const QString &url, QObject *model)
 {
-    if (!m_windowEngine) {
-        m_windowEngine = std::make_shared<QQmlEngine>();
-        m_windowEngine->addImportPath(u"qrc:/qt/qml"_s);
-    }
-    QQmlComponent component(m_windowEngine.get(), QUrl(url));
+    QQmlComponent component(&m_qml.get(), QUrl(url));
     QObject *object = component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(model) } });
     auto *window = qobject_cast<QQuickWindow *>(object);
     if (!window) {
@@ -96,7 +85,7 @@ QQuickWindow *AppWindows::createWindow(const QString &url, QObject *model)
         delete object;
         return nullptr;
     }
-    centre(window);
+    OwnWindow::centre(window, window->screen());
     presence().track(window);
     new CloseWatcher(window, [this](QWindow *closing) { windowWillClose(closing); });
     return window;
@@ -104,11 +93,7 @@ QQuickWindow *AppWindows::createWindow(const QString &url, QObject *model)
 
 void AppWindows::showWindow(QQuickWindow *window)
 {
-    window->show();
-    window->raise();
-    window->requestActivate();
-    if (m_workspace)
-        m_workspace->activateSelf(window);
+    OwnWindow::bringForward(window, m_workspace);
 }
 
 void AppWindows::showSettings()

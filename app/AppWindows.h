@@ -7,7 +7,7 @@
 class DesktopShortcut;
 class OnboardingModel;
 class Presence;
-class QQmlEngine;
+class QmlEngine;
 class QQuickWindow;
 class QWindow;
 class SettingsModel;
@@ -22,8 +22,9 @@ class AppWindows : public QObject
     Q_OBJECT
 
 public:
-    // desktopShortcut: where the desktop runs Ctrl+Alt+H for Tessary, null elsewhere.
-    AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace,
+    // desktopShortcut: where the desktop runs Ctrl+Alt+H for Tessary, null elsewhere. The
+    // windows are made in qml, the engine the popups use too.
+    AppWindows(StorageManager &storage, UpdateService &updateService, Workspace *workspace, QmlEngine &qml,
         DesktopShortcut *desktopShortcut = nullptr, QObject *parent = nullptr);
     ~AppWindows() override;
 
@@ -47,12 +48,11 @@ private:
     StorageManager &m_storage;
     UpdateService &m_updateService;
     Workspace *m_workspace;
+    QmlEngine &m_qml;
     DesktopShortcut *m_desktopShortcut;
 
-    // Shared pointers: they are destroyed where these types are not known, and they go
-    // before the engine their windows came from.
+    // Shared pointers: they are destroyed where these types are not known.
     std::shared_ptr<Presence> m_presence;
-    std::shared_ptr<QQmlEngine> m_windowEngine;
     std::shared_ptr<SettingsModel> m_settingsModel;
     std::shared_ptr<QQuickWindow> m_settingsWindow;
     std::shared_ptr<OnboardingModel> m_onboardingModel;

@@ -1,120 +1,87 @@
 #include "RewriteSessions.h"
 
-#include "AccessibilityHelper.h"
+#include "Characters.h"
 #include "Log.h"
-#include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
-#include "RewriteSession.h"
+#include "QmlEngine.h"
 
-#include <QLocale>
-#include <QPointer>
-#include <QQmlEngine>
 #include <QQuickWindow>
-#include <QTextBoundaryFinder>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 constexpr Log::Literal tag = u"Service";
-
-// The first count user-perceived characters, so a log line never splits an emoji.
-QString firstCharacters(const QString &text, int count)
-{
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype end = 0;
-    for (int i = 0; i < count; ++i) {
-        end = finder.toNextBoundary();
-        if (end == -1)
-            return text;
-    }
-    return text.first(end);
-}
 } // namespace
 
-RewriteSessions::RewriteSessions(
-    AccessibilityHelper &textAccess, Workspace *workspace, Rewriter &rewriter, QObject *parent)
+RewriteSessions::RewriteSessions(const RewriteSession::Services &services, QmlEngine &qml, QObject *parent)
     : QObject(parent)
-    , m_textAccess(textAccess)
-    , m_workspace(workspace)
-    , m_rewriter(rewriter)
+    , m_services(services)
+    , m_qml(qml)
 {
 }
 
-// The sessions go before the factory and engine their windows came from.
+// The sessions, with their popups, go before the factory their windows came from.
 RewriteSessions::~RewriteSessions()
 {
+    m_capturing.reset();
     m_session.reset();
     qDeleteAll(findChildren<RewriteSession *>(Qt::FindDirectChildrenOnly));
 }
 
-PopupWindowController *RewriteSessions::popupWindowController() const
+std::unique_ptr<RewriteSession> RewriteSessions::newSession()
 {
-    return m_session ? m_session->popupWindowController() : nullptr;
-}
-
-QString RewriteSessions::tooLongMessage(qsizetype length)
-{
-    return tr("This text is too long to rewrite: %1 characters, where %2 is the most. Select a shorter part.")
-        .arg(QLocale().toString(length), QLocale().toString(maxTextLength));
+    auto session = std::make_unique<RewriteSession>(m_services);
+    RewriteSession *created = session.get();
+    connect(created, &RewriteSession::captured, this, [this, created] { showPopup(created); });
+    connect(created, &RewriteSession::settingsRequested, this, &RewriteSessions::settingsRequested,
+        Qt::QueuedConnection);
+    return session;
 }
 
 void RewriteSessions::triggerHumanize()
 {
     if (m_capturing)
         return; // joins the capture under way
-    m_capturing = true;
-    const int capture = ++m_captures;
+    m_capturing = newSession();
     // Nothing captured is no error: the popup then says that no text was selected.
-    m_textAccess.captureSelectedText([self = QPointer(this), capture](const Capture &captured) {
-        if (!self || capture != self->m_captures)
-            return;
-        self->m_capturing = false;
-        self->showPopup(captured);
-    });
+    m_capturing->captureSelectedText();
 }
 
-void RewriteSessions::humanizeSelectedText(const QString &text)
+bool RewriteSessions::humanizeSelectedText(const QString &text)
 {
     Log::write(u"🔧", tag, u"humanizeSelectedText called");
     if (text.isEmpty()) {
         Log::write(u"❌", tag, u"No text in pasteboard");
-        return;
+        return true;
     }
+    // The latest handed text wins over a capture still under way.
+    m_capturing = newSession();
     if (text.size() > maxTextLength) {
         Log::write(u"❌", tag, { u"Text too long: ", text.size(), u" characters" });
-        showPopup({ text, {} });
-        return;
+        m_capturing->takeCapture({ text, {} });
+        return false;
     }
-    Log::write(u"🔧", tag, { u"Got text from service: ", Log::Private(firstCharacters(text, 50)), u"..." });
-    // The latest handed text wins over a capture still under way.
-    m_capturing = false;
-    const int capture = ++m_captures;
-    m_textAccess.captureHandedText(text, [self = QPointer(this), capture](const Capture &captured) {
-        if (self && capture == self->m_captures)
-            self->showPopup(captured);
-    });
+    Log::write(u"🔧", tag, { u"Got text from service: ", Log::Private(Characters::first(text, 50)), u"..." });
+    m_capturing->captureHandedText(text);
+    return true;
 }
 
-void RewriteSessions::showPopup(const Capture &capture)
+void RewriteSessions::showPopup(RewriteSession *captured)
 {
-    const bool tooLong = capture.text && capture.text->size() > maxTextLength;
-    Capture shown = capture;
-    // Only the start of a refused text goes on: enough to recognise it by.
-    if (tooLong)
-        shown.text = capture.text->first(PopupViewModel::previewLength);
+    if (captured != m_capturing.get())
+        return;
     if (m_session) {
         m_session->end();
         retire(std::move(m_session));
     }
-    m_session = std::make_unique<RewriteSession>(
-        shown, RewriteSession::Services { m_textAccess, m_workspace, m_rewriter, popupWindows() });
-    connect(m_session.get(), &RewriteSession::settingsRequested, this, &RewriteSessions::settingsRequested,
-        Qt::QueuedConnection);
-    if (tooLong)
-        m_session->refuse(tooLongMessage(capture.text->size()));
-    m_session->showPopup();
-    popupWindows().prepareNext(m_session->popupWindowController()->window());
+    m_session = std::move(m_capturing);
+    Log::write(u"🎯", u"AppDelegate", { u"Stored previous app: ", Log::Public(m_session->applicationName()) });
+    auto popup = std::make_unique<PopupWindowController>(*m_session, popupWindows());
+    m_popup = popup.get();
+    m_session->setView(std::move(popup));
+    m_popup->showWindow(m_services.workspace);
+    popupWindows().prepareNext(m_popup->window());
 }
 
 // An ended session goes once its popup is out of the way and no Replace of it is still
@@ -131,9 +98,7 @@ void RewriteSessions::retire(std::unique_ptr<RewriteSession> session)
 
 PopupWindowFactory &RewriteSessions::popupWindows()
 {
-    if (!m_popupWindows) {
-        m_popupEngine = std::make_unique<QQmlEngine>();
-        m_popupWindows = std::make_unique<PopupWindowFactory>(*m_popupEngine);
-    }
+    if (!m_popupWindows)
+        m_popupWindows = std::make_unique<PopupWindowFactory>(m_qml.get());
     return *m_popupWindows;
 }

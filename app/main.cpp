@@ -8,6 +8,7 @@
 #include "KeyStore.h"
 #include "Log.h"
 #include "MakePlatform.h"
+#include "QmlEngine.h"
 #include "QuitOnSignal.h"
 #include "RewriteSessions.h"
 #include "SceneGraph.h"
@@ -52,9 +53,10 @@ int main(int argc, char *argv[])
     UpdateAlert updateAlert(updates);
     HumanizeService rewriter(storage);
     AccessibilityHelper textAccess(platform);
-    RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
+    QmlEngine qml; // popups, settings and onboarding: one engine, made with the first window
+    RewriteSessions sessions({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
     Shortcut shortcut(platform.keyboardGrab.get(), platform.accessibility.get(), 2s);
-    AppWindows windows(storage, updates, platform.workspace.get(), platform.desktopShortcut.get());
+    AppWindows windows(storage, updates, platform.workspace.get(), qml, platform.desktopShortcut.get());
     AppDelegate delegate({ windows, shortcut, sessions, updates, storage, platform.accessibility.get() });
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);

@@ -1,191 +1,67 @@
 #include "PopupViewModel.h"
 
+#include "Characters.h"
 #include "FailureAdvice.h"
-#include "Log.h"
-#include "PopupHost.h"
-#include "Rewriter.h"
-
-#include <QPointer>
-#include <QTextBoundaryFinder>
-#include <QTimer>
-
-#include <memory>
-#include <optional>
-#include <utility>
+#include "RewriteSession.h"
 
 using namespace Qt::StringLiterals;
+using SessionState = RewriteSession::State;
 
-namespace {
-
-constexpr Log::Literal tag = u"PopupView";
-constexpr int returnDelayMs = 100;
-constexpr int replaceDelayMs = 200;
-
-// What the user sees as characters: an emoji with modifiers counts once.
-qsizetype graphemeCount(const QString &text)
-{
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype count = 0;
-    while (finder.toNextBoundary() != -1)
-        ++count;
-    return count;
-}
-
-void logReplaceResult(bool replaced)
-{
-    Log::write(u"🔄", tag, { u"Replace result: ", replaced });
-}
-
-// The replacement after the popup has closed. It holds only the text, so it finishes
-// even when the popup and its model are gone. The text is written only into the
-// window the popup was opened over: when that window cannot be brought back, the
-// text is left on the clipboard instead of being typed somewhere else.
-void returnAndReplace(PopupHost *host, const QString &text)
-{
-    struct Pending
-    {
-        bool delayOver = false;
-        std::optional<bool> returned;
-    };
-    auto pending = std::make_shared<Pending>();
-    auto finish = [host, text, pending] {
-        if (!pending->delayOver || !pending->returned)
-            return;
-        if (*pending->returned) {
-            host->replaceSelectedText(text, logReplaceResult);
-            return;
-        }
-        host->copyToClipboard(text);
-        Log::write(
-            u"❌", tag, u"Not replacing: the previous window is not in front, the text is on the clipboard");
-        logReplaceResult(false);
-    };
-    host->returnToPreviousApp([pending, finish](bool returned) {
-        pending->returned = returned;
-        finish();
-    });
-    QTimer::singleShot(replaceDelayMs, [pending, finish] {
-        pending->delayOver = true;
-        finish();
-    });
-}
-
-} // namespace
-
-PopupViewModel::PopupViewModel(const QString &originalText, Rewriter &rewriter, PopupHost *host,
-    std::chrono::milliseconds stallDelay, QObject *parent)
+PopupViewModel::PopupViewModel(RewriteSession *session, QObject *parent)
     : QObject(parent)
-    , m_originalText(originalText)
-    , m_rewriter(rewriter)
-    , m_host(host)
-    , m_selectedTone(toneNames().first())
+    , m_session(session)
 {
-    m_stallTimer.setSingleShot(true);
-    m_stallTimer.setInterval(stallDelay);
-    connect(&m_stallTimer, &QTimer::timeout, this, [this] { setStalled(true); });
-    if (m_originalText.isEmpty())
-        setState(State::Notice, noTextMessage());
-}
-
-PopupViewModel::PopupViewModel(
-    const QString &originalText, Rewriter &rewriter, PopupHost *host, QObject *parent)
-    : PopupViewModel(originalText, rewriter, host, defaultStallDelay, parent)
-{
-}
-
-PopupViewModel::~PopupViewModel()
-{
-    stop();
-}
-
-const QStringList &PopupViewModel::toneNames()
-{
-    static const QStringList names { u"natural"_s, u"casual"_s, u"professional"_s, u"punchy"_s, u"warm"_s };
-    return names;
-}
-
-QString PopupViewModel::noTextMessage()
-{
-    return tr("Nothing to rewrite: select some text in any window, then press Ctrl+Alt+H.");
-}
-
-QString PopupViewModel::originalPreview() const
-{
-    if (m_originalText.size() <= previewLength)
-        return m_originalText;
-    // Never cut between the halves of a surrogate pair.
-    qsizetype end = previewLength;
-    if (m_originalText.at(end - 1).isHighSurrogate())
-        --end;
-    return m_originalText.first(end) + u"…"_s;
-}
-
-bool PopupViewModel::canRetry() const
-{
-    // A quiet stream can be given up on at once, without waiting for its timeout.
-    return !m_originalText.isEmpty() && m_state != State::Notice && (!isBusy() || m_stalled);
-}
-
-bool PopupViewModel::canCopy() const
-{
-    // After an error the partial text is not shown, so it is not offered either.
-    return m_state == State::Done && !m_resultText.isEmpty();
-}
-
-void PopupViewModel::run()
-{
-    if (m_state == State::Notice)
+    if (!m_session)
         return;
-    stop();
-    setState(State::Loading);
-    if (!m_resultText.isEmpty()) {
-        m_resultText.clear();
-        Q_EMIT resultTextChanged();
+    connect(m_session, &RewriteSession::stateChanged, this, [this] {
+        Q_EMIT stateChanged();
+        Q_EMIT actionsChanged();
+    });
+    connect(m_session, &RewriteSession::resultTextChanged, this, &PopupViewModel::resultChanged);
+    connect(m_session, &RewriteSession::originalTextChanged, this, &PopupViewModel::originalTextChanged);
+    connect(m_session, &RewriteSession::selectedToneChanged, this, &PopupViewModel::selectedToneChanged);
+    connect(m_session, &RewriteSession::stalledChanged, this, &PopupViewModel::actionsChanged);
+    connect(m_session, &RewriteSession::noteChanged, this, &PopupViewModel::noteChanged);
+    connect(m_session, &RewriteSession::closeRequested, this, &PopupViewModel::closeRequested);
+}
+
+PopupViewModel::~PopupViewModel() = default;
+
+void PopupViewModel::resultChanged()
+{
+    Q_EMIT resultTextChanged();
+    // The footer depends on whether there is a result, not on each fragment of it.
+    const bool hasResult = !m_session->resultText().isEmpty();
+    if (hasResult != m_hadResult) {
+        m_hadResult = hasResult;
         Q_EMIT actionsChanged();
     }
-
-    // The callbacks may outlive the popup; a gone model ignores them.
-    QPointer<PopupViewModel> self(this);
-    RewriteCallbacks callbacks;
-    callbacks.onToken = [self](const QString &fragment) {
-        if (self)
-            self->appendFragment(fragment);
-    };
-    callbacks.onComplete = [self] {
-        if (self)
-            self->setState(State::Done);
-    };
-    callbacks.onError = [self](const QString &message) {
-        if (self)
-            self->setState(State::Error, message);
-    };
-    m_request = m_rewriter.humanize(m_originalText, m_selectedTone, std::move(callbacks));
-    if (isBusy())
-        m_stallTimer.start();
 }
 
-void PopupViewModel::stop()
+PopupViewModel::State PopupViewModel::state() const
 {
-    m_stallTimer.stop();
-    setStalled(false);
-    if (const std::shared_ptr<RewriteRequest> request = std::exchange(m_request, nullptr))
-        request->drop();
-}
-
-void PopupViewModel::selectTone(const QString &tone)
-{
-    if (m_selectedTone != tone) {
-        m_selectedTone = tone;
-        Q_EMIT selectedToneChanged();
+    if (!m_session)
+        return State::Loading;
+    switch (m_session->state()) {
+    case SessionState::Capturing:
+        return State::Loading;
+    case SessionState::Refused:
+        return State::Notice;
+    case SessionState::Rewriting:
+        return m_session->hasReply() ? State::Streaming : State::Loading;
+    case SessionState::Failed:
+        return State::Error;
+    case SessionState::Done:
+    case SessionState::Replacing:
+    case SessionState::Replaced:
+        break;
     }
-    if (!m_originalText.isEmpty())
-        run();
+    return State::Done;
 }
 
-void PopupViewModel::copy()
+QString PopupViewModel::errorMessage() const
 {
-    if (m_host)
-        m_host->copyToClipboard(m_resultText);
+    return state() == State::Error ? m_session->message() : QString();
 }
 
 bool PopupViewModel::offersSettings() const
@@ -193,115 +69,98 @@ bool PopupViewModel::offersSettings() const
     return FailureAdvice::pointsToSettings(errorMessage());
 }
 
-void PopupViewModel::openSettings()
+QString PopupViewModel::message() const
 {
-    if (m_host)
-        m_host->openSettings();
+    return m_session ? m_session->message() : QString();
 }
 
-void PopupViewModel::replace(std::function<void()> closeWindow)
+QString PopupViewModel::resultText() const
 {
-    const QString text = m_resultText;
-    Log::write(u"🔄", tag, { u"Replace called with text length: ", graphemeCount(text) });
-    if (!m_host) {
-        if (closeWindow)
-            closeWindow();
-        return;
-    }
-    if (m_replacing)
-        return;
-    setReplacing(true);
-    m_host->checkReplace(
-        [self = QPointer(this), text, closeWindow = std::move(closeWindow)](const QString &refusal) {
-            if (!self)
-                return;
-            if (self->m_resultText != text || !refusal.isEmpty())
-                self->setReplacing(false); // a Retry replaced the text meanwhile, or it is copied
-            if (self->m_resultText != text)
-                return;
-            if (!refusal.isEmpty()) {
-                // The popup stays open to say where the text went.
-                self->copy();
-                self->m_replaceNote = refusal;
-                Q_EMIT self->noteChanged();
-                return;
-            }
-            Q_EMIT self->replaceStarted();
-            if (closeWindow)
-                closeWindow();
-            if (PopupHost *host = self->m_host)
-                QTimer::singleShot(returnDelayMs, [host, text] { returnAndReplace(host, text); });
-        });
+    return m_session ? m_session->resultText() : QString();
 }
 
-void PopupViewModel::setReplacing(bool replacing)
+QString PopupViewModel::selectedTone() const
 {
-    m_replacing = replacing;
-    Q_EMIT actionsChanged();
+    return m_session ? m_session->selectedTone() : RewriteSession::toneNames().first();
 }
 
-void PopupViewModel::replace()
+QString PopupViewModel::originalText() const
 {
-    replace([this] { Q_EMIT closeRequested(); });
+    return m_session ? m_session->originalText() : QString();
 }
 
-void PopupViewModel::takeText(const QString &text)
+QString PopupViewModel::originalPreview() const
 {
-    m_originalText = text;
-    Q_EMIT originalTextChanged();
-    setState(State::Loading);
-    run();
+    const QString original = originalText();
+    if (original.size() <= previewLength)
+        return original;
+    return Characters::upTo(original, previewLength) + u"…"_s;
 }
 
-void PopupViewModel::showNotice(const QString &message)
+QStringList PopupViewModel::tones() const
 {
-    stop();
-    setState(State::Notice, message);
+    return RewriteSession::toneNames();
 }
 
-void PopupViewModel::setState(State state, const QString &message)
+bool PopupViewModel::isStalled() const
 {
-    // Every error is announced, even a second one with the same message.
-    if (m_state == state && state != State::Error && state != State::Notice)
-        return;
-    const bool wasBusy = isBusy();
-    m_state = state;
-    m_message = message;
-    if (!isBusy())
-        m_stallTimer.stop();
-    Q_EMIT stateChanged();
-    if (m_stalled && !isBusy())
-        setStalled(false);
-    else if (wasBusy != isBusy() || state == State::Done || state == State::Notice)
-        Q_EMIT actionsChanged();
-}
-
-void PopupViewModel::appendFragment(const QString &fragment)
-{
-    if (m_state == State::Loading)
-        setState(State::Streaming);
-    if (isBusy())
-        m_stallTimer.start();
-    setStalled(false);
-    const bool wasEmpty = m_resultText.isEmpty();
-    m_resultText += fragment;
-    Q_EMIT resultTextChanged();
-    if (wasEmpty != m_resultText.isEmpty())
-        Q_EMIT actionsChanged();
-}
-
-void PopupViewModel::setStalled(bool stalled)
-{
-    if (m_stalled == stalled)
-        return;
-    m_stalled = stalled;
-    Q_EMIT actionsChanged();
-    Q_EMIT noteChanged();
+    return m_session && m_session->isStalled();
 }
 
 QString PopupViewModel::note() const
 {
-    if (m_stalled)
-        return tr("No reply for a few seconds. Retry, or keep waiting.");
-    return m_replaceNote;
+    return m_session ? m_session->note() : QString();
+}
+
+bool PopupViewModel::canRetry() const
+{
+    // A quiet stream can be given up on at once, without waiting for its timeout.
+    return !originalText().isEmpty() && state() != State::Notice && (!isBusy() || isStalled());
+}
+
+bool PopupViewModel::canCopy() const
+{
+    // After an error the partial text is not shown, so it is not offered either.
+    return state() == State::Done && !resultText().isEmpty();
+}
+
+bool PopupViewModel::canReplace() const
+{
+    // Once asked, Replace is on its way: a second would write the text twice.
+    return canCopy() && m_session->state() == SessionState::Done;
+}
+
+QString PopupViewModel::replaceLabel() const
+{
+    return m_session && m_session->replaceCopies() ? tr("Copy") : tr("Replace");
+}
+
+void PopupViewModel::run()
+{
+    if (m_session)
+        m_session->retry();
+}
+
+void PopupViewModel::selectTone(const QString &tone)
+{
+    if (m_session)
+        m_session->selectTone(tone);
+}
+
+void PopupViewModel::copy()
+{
+    if (m_session)
+        m_session->copy();
+}
+
+void PopupViewModel::openSettings()
+{
+    if (m_session)
+        m_session->openSettings();
+}
+
+void PopupViewModel::replace()
+{
+    if (m_session)
+        m_session->replace();
 }

@@ -1,22 +1,15 @@
 #pragma once
 
+#include "RewriteSession.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
-#include <chrono>
-#include <functional>
-#include <memory>
-
-class PopupHost;
-class Rewriter;
-class RewriteRequest;
-
-// The state of one rewrite while its popup is open: the captured text, the chosen
-// tone, the result as it streams in, and the user's actions on it. It owns its request:
-// a new run, or the model's end, stops only that one.
+// What the popup shows of its rewrite session, read-only, and what its controls ask of
+// it: every invokable is one call of the session. A view model without a session is a
+// stand-in that shows an empty popup and does nothing.
 class PopupViewModel : public QObject
 {
     Q_OBJECT
@@ -45,56 +38,43 @@ class PopupViewModel : public QObject
     Q_PROPERTY(bool canRetry READ canRetry NOTIFY actionsChanged)
     Q_PROPERTY(bool canCopy READ canCopy NOTIFY actionsChanged)
     Q_PROPERTY(bool canReplace READ canReplace NOTIFY actionsChanged)
+    // "Replace", or "Copy" where Replace can only copy (a terminal).
+    Q_PROPERTY(QString replaceLabel READ replaceLabel NOTIFY originalTextChanged)
 
 public:
     // Notice: nothing to rewrite (no text, or a text refused); the message says why.
     enum class State { Error, Loading, Streaming, Done, Notice };
     Q_ENUM(State)
 
-    static constexpr std::chrono::milliseconds defaultStallDelay { 5000 };
-    static constexpr int previewLength = 280;
+    static constexpr qsizetype previewLength = RewriteSession::previewLength;
 
-    // The host may be null: Replace then only closes the window, Copy does nothing.
-    // stallDelay: how long a running reply may stay quiet before the popup says so.
-    PopupViewModel(const QString &originalText, Rewriter &rewriter, PopupHost *host,
-        std::chrono::milliseconds stallDelay, QObject *parent = nullptr);
-    PopupViewModel(
-        const QString &originalText, Rewriter &rewriter, PopupHost *host, QObject *parent = nullptr);
+    explicit PopupViewModel(RewriteSession *session, QObject *parent = nullptr);
     ~PopupViewModel() override;
 
-    static const QStringList &toneNames();
-    static QString noTextMessage();
-
-    State state() const { return m_state; }
-    QString errorMessage() const { return m_state == State::Error ? m_message : QString(); }
+    State state() const;
+    QString errorMessage() const;
     bool offersSettings() const;
-    QString message() const { return m_message; }
-    QString resultText() const { return m_resultText; }
-    QString selectedTone() const { return m_selectedTone; }
-    QString originalText() const { return m_originalText; }
+    QString message() const;
+    QString resultText() const;
+    QString selectedTone() const;
+    QString originalText() const;
     QString originalPreview() const;
-    QStringList tones() const { return toneNames(); }
-    bool isStalled() const { return m_stalled; }
+    QStringList tones() const;
+    bool isStalled() const;
     QString note() const;
-    bool isBusy() const { return m_state == State::Loading || m_state == State::Streaming; }
+    bool isBusy() const { return state() == State::Loading || state() == State::Streaming; }
     bool canRetry() const;
     bool canCopy() const;
-    bool canReplace() const { return canCopy() && !m_replacing; }
+    bool canReplace() const;
+    QString replaceLabel() const;
 
+    // Retry: a new request in the tone chosen last.
     Q_INVOKABLE void run();
     Q_INVOKABLE void selectTone(const QString &tone);
     Q_INVOKABLE void copy();
     Q_INVOKABLE void openSettings();
-    // Replaces with the result as it is now, after closeWindow has hidden the popup.
-    void replace(std::function<void()> closeWindow);
-    // The view's Replace: the popup's window closes on closeRequested.
+    // The popup closes on closeRequested, then the result is written back.
     Q_INVOKABLE void replace();
-    // Nothing will be rewritten here; the popup shows why.
-    void showNotice(const QString &message);
-    // The text arrived after the popup opened (what the user copied): rewrite it now.
-    void takeText(const QString &text);
-    // Stops the running request, if any, without a word: the rewrite is over.
-    void stop();
 
 Q_SIGNALS:
     void stateChanged();
@@ -104,25 +84,10 @@ Q_SIGNALS:
     void actionsChanged();
     void closeRequested();
     void noteChanged();
-    // Replace has begun writing the result back; the host hears of it until done.
-    void replaceStarted();
 
 private:
-    void setState(State state, const QString &message = {});
-    void appendFragment(const QString &fragment);
-    void setStalled(bool stalled);
-    void setReplacing(bool replacing);
+    void resultChanged();
 
-    QString m_originalText;
-    Rewriter &m_rewriter;
-    PopupHost *m_host;
-    State m_state = State::Loading;
-    QString m_message;
-    QString m_resultText;
-    QString m_selectedTone;
-    QString m_replaceNote;
-    std::shared_ptr<RewriteRequest> m_request;
-    QTimer m_stallTimer;
-    bool m_stalled = false;
-    bool m_replacing = false; // one Replace at a time: a second would write the text twice
+    RewriteSession *m_session;
+    bool m_hadResult = false;
 };

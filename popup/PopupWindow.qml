@@ -2,15 +2,15 @@ import QtQuick
 import Tessary.Ui
 import Tessary.Popup
 
-// The popup's window: frameless, above other windows, a fixed 360 × 500.
+// The popup's window: frameless, above other windows, fixed at the view's own size.
+// Its rewrite starts when its controller shows it.
 Window {
     id: window
 
     required property PopupViewModel viewModel
-    property bool started: false
 
-    width: 360
-    height: 500
+    width: view.implicitWidth
+    height: view.implicitHeight
     minimumWidth: width
     maximumWidth: width
     minimumHeight: height
@@ -18,15 +18,6 @@ Window {
     flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint
     title: qsTr("Tessary")
     color: Theme.background
-
-    // The first rewrite starts when the popup comes on screen, and only for a text.
-    onVisibleChanged: {
-        if (visible && !started) {
-            started = true;
-            if (viewModel.originalText.length > 0)
-                viewModel.run();
-        }
-    }
 
     PopupView {
         id: view

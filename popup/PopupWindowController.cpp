@@ -1,46 +1,41 @@
 #include "PopupWindowController.h"
 
+#include "OwnWindow.h"
 #include "PopupViewModel.h"
 #include "PopupWindowFactory.h"
+#include "RewriteSession.h"
 
-#include <QCursor>
-#include <QGuiApplication>
 #include <QQuickWindow>
-#include <QScreen>
-
-PopupWindowController::PopupWindowController(const QString &selectedText, Rewriter &rewriter, PopupHost *host,
-    PopupWindowFactory &windows, QObject *parent)
-    : QObject(parent)
-    , m_viewModel(new PopupViewModel(selectedText, rewriter, host, this))
-    , m_window(windows.create(m_viewModel))
-{
-}
 
 PopupWindowController::PopupWindowController(
-    const QString &selectedText, Rewriter &rewriter, PopupHost *host, QQmlEngine &engine, QObject *parent)
+    RewriteSession &session, PopupWindowFactory &windows, QObject *parent)
     : QObject(parent)
-    , m_viewModel(new PopupViewModel(selectedText, rewriter, host, this))
+    , m_session(session)
+    , m_viewModel(new PopupViewModel(&session, this))
+    , m_window(windows.create(m_viewModel))
+{
+    connect(m_viewModel, &PopupViewModel::closeRequested, this, &PopupWindowController::close);
+}
+
+PopupWindowController::PopupWindowController(RewriteSession &session, QQmlEngine &engine, QObject *parent)
+    : QObject(parent)
+    , m_session(session)
+    , m_viewModel(new PopupViewModel(&session, this))
     , m_window(PopupWindowFactory(engine).create(m_viewModel))
 {
+    connect(m_viewModel, &PopupViewModel::closeRequested, this, &PopupWindowController::close);
 }
 
 PopupWindowController::~PopupWindowController() = default;
 
-void PopupWindowController::showWindow()
+void PopupWindowController::showWindow(Workspace *workspace)
 {
-    if (!m_window)
-        return;
-    QScreen *screen = QGuiApplication::screenAt(QCursor::pos());
-    if (!screen)
-        screen = QGuiApplication::primaryScreen();
-    if (screen) {
-        const QRect area = screen->availableGeometry();
-        m_window->setScreen(screen);
-        m_window->setPosition(area.x() + (area.width() - width) / 2, area.y() + (area.height() - height) / 2);
+    if (m_window) {
+        OwnWindow::centre(m_window.get());
+        OwnWindow::bringForward(m_window.get(), workspace);
     }
-    m_window->show();
-    m_window->raise();
-    m_window->requestActivate();
+    // The first rewrite starts when the popup is on screen.
+    m_session.start();
 }
 
 void PopupWindowController::close()

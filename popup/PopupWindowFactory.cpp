@@ -1,7 +1,7 @@
 #include "PopupWindowFactory.h"
 
 #include "PopupViewModel.h"
-#include "Rewriter.h"
+#include "QmlEngine.h"
 
 #include <QLoggingCategory>
 #include <QQmlEngine>
@@ -18,22 +18,9 @@ Q_LOGGING_CATEGORY(lcPopup, "tessary.popup")
 
 namespace {
 
-// The stand-in model's rewriter: a window built ahead is not shown, and so never starts
-// a rewrite, before it has its real model.
-class NoRewriter : public Rewriter
-{
-public:
-    std::shared_ptr<RewriteRequest> humanize(const QString &, const QString &, RewriteCallbacks) override
-    {
-        return {};
-    }
-};
-
-NoRewriter noRewriter;
-
 QQmlEngine &preparedEngine(QQmlEngine &engine)
 {
-    PopupWindowFactory::prepareEngine(engine);
+    QmlEngine::prepare(engine);
     return engine;
 }
 
@@ -46,13 +33,6 @@ PopupWindowFactory::PopupWindowFactory(QQmlEngine &engine, QObject *parent)
 }
 
 PopupWindowFactory::~PopupWindowFactory() = default;
-
-void PopupWindowFactory::prepareEngine(QQmlEngine &engine)
-{
-    const QString modules = u"qrc:/qt/qml"_s;
-    if (!engine.importPathList().contains(modules))
-        engine.addImportPath(modules);
-}
 
 std::unique_ptr<QQuickWindow> PopupWindowFactory::create(PopupViewModel *model)
 {
@@ -86,7 +66,8 @@ void PopupWindowFactory::buildPrepared()
 {
     if (m_prepared)
         return;
-    auto standIn = std::make_unique<PopupViewModel>(QString(), noRewriter, nullptr);
+    // A window built ahead is never shown before it has its real model.
+    auto standIn = std::make_unique<PopupViewModel>(nullptr);
     m_prepared = build(standIn.get());
     if (m_prepared)
         m_standIn = std::move(standIn);

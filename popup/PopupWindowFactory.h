@@ -35,10 +35,6 @@ public:
 
     bool hasPreparedWindow() const { return bool(m_prepared); }
 
-    // Makes the engine find our QML modules; done by the constructor, and by whoever
-    // loads Tessary.Ui or Tessary.Popup into an engine of their own.
-    static void prepareEngine(QQmlEngine &engine);
-
 private:
     std::unique_ptr<QQuickWindow> build(PopupViewModel *model);
     void buildPrepared();

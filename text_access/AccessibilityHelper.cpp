@@ -1,12 +1,12 @@
 #include "AccessibilityHelper.h"
 
+#include "Characters.h"
 #include "Log.h"
 #include "Terminals.h"
 
 #include <QLoggingCategory>
 #include <QMimeData>
 #include <QPointer>
-#include <QTextBoundaryFinder>
 #include <QTimer>
 
 #include <limits>
@@ -32,26 +32,6 @@ void logStep(Log::Message message)
 void logStep(Log::Part message)
 {
     Log::write(u"🔧", tag, std::move(message));
-}
-
-// The first characters as the user sees them: an emoji or an accented letter made of
-// several code points is never cut in half.
-QString firstCharacters(const QString &text, int count)
-{
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype end = 0;
-    for (int i = 0; i < count; ++i) {
-        const qsizetype next = finder.toNextBoundary();
-        if (next < 0)
-            break;
-        end = next;
-    }
-    return text.left(end);
-}
-
-QString nameOrUnknown(const std::optional<RunningApplication> &app)
-{
-    return app && !app->name.isEmpty() ? app->name : u"Unknown"_s;
 }
 
 bool sameWindow(const RunningApplication &a, const RunningApplication &b)
@@ -269,8 +249,8 @@ void AccessibilityHelper::isStillSelected(
 void AccessibilityHelper::replaceSelectedText(
     const QString &text, const CaptureTarget &target, ReplaceCallback done)
 {
-    logStep({ u"replaceSelectedText called with: ", Log::Private(firstCharacters(text, logPrefixCharacters)),
-        u"..." });
+    logStep({ u"replaceSelectedText called with: ",
+        Log::Private(Characters::first(text, logPrefixCharacters)), u"..." });
     if (target.method == CaptureTarget::Method::Primary) {
         Log::write(u"❌", tag,
             { u"Not replacing: ", Log::Public(nameOrUnknown(target.application)), u" is a terminal" });
@@ -446,7 +426,7 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
     logStep(u"Clipboard restored");
 }
 
-void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
+void AccessibilityHelper::copyToClipboard(const QString &text)
 {
     // The text is the user's to paste now: plain, so a clipboard manager keeps it, and
     // no pending restore may take it away again.
@@ -456,5 +436,10 @@ void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &m
     auto contents = std::make_shared<QMimeData>();
     contents->setText(text);
     m_pasteboard.restore(contents);
+}
+
+void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
+{
+    copyToClipboard(text);
     Log::write(u"❌", tag, { Log::Public(message), u", the text is on the clipboard" });
 }

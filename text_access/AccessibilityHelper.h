@@ -68,6 +68,10 @@ public:
     // goes; true where it cannot be known yet (Replace looks again in any case).
     void isStillSelected(const CaptureTarget &target, std::function<void(bool selected)> done);
 
+    // Puts text on the clipboard as the user's own copy (plain, for clipboard managers to
+    // keep); a restore still pending from a paste no longer takes it away.
+    void copyToClipboard(const QString &text);
+
 private:
     void selectedTextViaAX(const RunningApplication &app);
     void selectedTextViaPrimary(const RunningApplication &app);

@@ -32,3 +32,9 @@ struct Capture
     std::optional<QString> text; // never empty when present
     CaptureTarget target;
 };
+
+// The window's application as log lines and messages name it.
+inline QString nameOrUnknown(const std::optional<RunningApplication> &app)
+{
+    return app && !app->name.isEmpty() ? app->name : QStringLiteral("Unknown");
+}

@@ -2,10 +2,10 @@
 //     popup-demo OUTPUT_DIR
 // The service is played by a scripted rewriter, so every picture shows the same moment.
 
-#include "FakeRewriter.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "SceneGraph.h"
+#include "SessionDesk.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -97,8 +97,10 @@ int main(int argc, char *argv[])
         QGuiApplication::setPalette(dark ? darkPalette() : light);
         QQmlEngine engine;
         for (const Scene &scene : scenes) {
-            FakeRewriter rewriter;
-            PopupWindowController popup(scene.text, rewriter, nullptr, engine);
+            SessionDesk desk;
+            const auto session = desk.session(scene.text);
+            FakeRewriter &rewriter = desk.rewriter;
+            PopupWindowController popup(*session, engine);
             popup.showWindow();
             if (!QTest::qWaitForWindowExposed(popup.window())) {
                 std::fprintf(stderr, "popup-demo: %s never came on screen\n", qPrintable(scene.name));

@@ -12,6 +12,7 @@
 #include "PopupWindowController.h"
 #include "QuickItems.h"
 #include "SceneGraph.h"
+#include "SessionDesk.h"
 #include "StorageManager.h"
 
 #include <QElapsedTimer>
@@ -96,7 +97,11 @@ int main(int argc, char *argv[])
     storage.setApiKey(u"bench"_s);
     HumanizeService service(storage);
     QQmlEngine engine;
-    PopupWindowController popup(u"Rewrite this, please."_s, service, nullptr, engine);
+    // The real service behind a session on a fake desktop: nothing is captured or replaced here.
+    SessionDesk desk;
+    RewriteSession session({ desk.textAccess, &desk.workspace, desk.pasteboard, service });
+    session.takeCapture({ u"Rewrite this, please."_s, {} });
+    PopupWindowController popup(session, engine);
     QQuickWindow *window = popup.window();
     QQuickItem *result = QuickItems::all(window->contentItem(), u"resultText"_s).value(0);
 

@@ -12,6 +12,7 @@
 #include "MakePlatform.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "QmlEngine.h"
 #include "RewriteSessions.h"
 #include "SceneGraph.h"
 #include "Selection.h"
@@ -102,7 +103,8 @@ int main(int argc, char *argv[])
     StorageManager storage(config.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:9/api/v1"_s);
     HumanizeService rewriter(storage);
     AccessibilityHelper textAccess(platform);
-    RewriteSessions delegate(textAccess, platform.workspace.get(), rewriter);
+    QmlEngine qml;
+    RewriteSessions delegate({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
     DBusService bus;
     if (!bus.registerService()) {
         std::fprintf(stderr, "trigger_latency: cannot own the bus name\n");

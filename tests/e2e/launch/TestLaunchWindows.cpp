@@ -7,6 +7,7 @@
 #include "MakePlatform.h"
 #include "OnboardingModel.h"
 #include "Presence.h"
+#include "QmlEngine.h"
 #include "RewriteSessions.h"
 #include "Shortcut.h"
 #include "StorageManager.h"
@@ -29,6 +30,7 @@ class TestLaunchWindows : public QObject
 
 private:
     QTemporaryDir m_dir;
+    QmlEngine m_qml; // outlives every window made in it
     int m_stores = 0;
 
     std::unique_ptr<StorageManager> newStore(const QString &apiKey, const QString &serverToken = {})
@@ -60,7 +62,7 @@ private Q_SLOTS:
         auto storage = newStore(u"k"_s);
         Platform platform = makePlatform();
         UpdateService updates(*storage, {});
-        AppWindows windows(*storage, updates, platform.workspace.get());
+        AppWindows windows(*storage, updates, platform.workspace.get(), m_qml);
 
         windows.showSettings();
         QQuickWindow *settings = windows.settingsWindow();
@@ -109,11 +111,12 @@ private Q_SLOTS:
             storage->setOnboardingFinished();
         Platform platform = makePlatform();
         UpdateService updates(*storage, {});
-        AppWindows windows(*storage, updates, platform.workspace.get());
+        AppWindows windows(*storage, updates, platform.workspace.get(), m_qml);
         Shortcut shortcut(nullptr, nullptr, std::chrono::seconds(1));
         AccessibilityHelper textAccess(platform);
         HumanizeService rewriter(*storage);
-        RewriteSessions sessions(textAccess, platform.workspace.get(), rewriter);
+        RewriteSessions sessions(
+            { textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, m_qml);
         AppDelegate({ windows, shortcut, sessions, updates, *storage, nullptr })
             .applicationDidFinishLaunching();
         QTEST(windows.onboardingWindow() != nullptr, "welcome");
@@ -133,7 +136,7 @@ private Q_SLOTS:
         auto storage = newStore(apiKey);
         Platform platform = makePlatform();
         UpdateService updates(*storage, {});
-        AppWindows windows(*storage, updates, platform.workspace.get());
+        AppWindows windows(*storage, updates, platform.workspace.get(), m_qml);
 
         windows.showOnboarding();
         QQuickWindow *onboarding = windows.onboardingWindow();

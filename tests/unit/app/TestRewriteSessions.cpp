@@ -1,20 +1,13 @@
 // Faults: a burst of presses making several popups, an old rewrite leaking into a new one,
 // an over-long text reaching the service, Replace writing where the text did not come from.
-#include "AccessibilityHelper.h"
-#include "FakeAccessibility.h"
-#include "FakeKeySynth.h"
-#include "FakePasteboard.h"
-#include "FakePrimarySelection.h"
-#include "FakeRewriter.h"
-#include "FakeWorkspace.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
+#include "QmlEngine.h"
 #include "RewriteSession.h"
 #include "RewriteSessions.h"
+#include "SessionDesk.h"
 #include "StdoutCapture.h"
 
-#include <QClipboard>
-#include <QGuiApplication>
 #include <QQuickWindow>
 #include <QTest>
 
@@ -23,34 +16,20 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const RunningApplication editor { 42, u"Mousepad"_s, 7, { u"mousepad"_s, u"Mousepad"_s } };
-const RunningApplication terminal { 43, u"xterm"_s, 8, { u"xterm"_s, u"XTerm"_s } };
+const RunningApplication terminal = SessionDesk::terminal;
 
 // A desktop of fakes around the real capture, sessions and popups.
-struct Desk
+struct Desk : SessionDesk
 {
-    FakeWorkspace workspace;
-    FakeAccessibility accessibility;
-    FakeKeySynth keys;
-    FakePasteboard pasteboard;
-    FakePrimarySelection primary;
-    AccessibilityHelper textAccess { workspace, accessibility, keys, pasteboard, &primary,
-        TextAccessTimings { .clipboardPolls = 2,
-            .pollPause = 5ms,
-            .pasteDelay = 5ms,
-            .restoreDelay = 5ms,
-            .answerDeadline = 200ms,
-            .writeDeadline = 200ms } };
-    FakeRewriter rewriter;
-    RewriteSessions sessions { textAccess, &workspace, rewriter };
+    QmlEngine qml;
+    RewriteSessions sessions { services(), qml };
 
-    explicit Desk(const QString &selection = u"one"_s)
+    explicit Desk(const QString &selection = u"one"_s) { accessibility.selection = selection; }
+
+    PopupViewModel *model() const
     {
-        workspace.frontmost = editor;
-        accessibility.selection = selection;
+        return sessions.popupWindowController() ? sessions.popupWindowController()->viewModel() : nullptr;
     }
-
-    PopupViewModel *model() const { return sessions.session() ? sessions.session()->viewModel() : nullptr; }
 };
 
 } // namespace
@@ -147,20 +126,19 @@ private Q_SLOTS:
     {
         Desk desk { QString() };
         desk.keys.typing = false;
-        QGuiApplication::clipboard()->clear();
         desk.sessions.triggerHumanize();
         QTRY_VERIFY(desk.model());
         QCOMPARE(desk.model()->state(), PopupViewModel::State::Notice);
         QVERIFY(desk.model()->message().contains(u"Ctrl+C"_s));
         QVERIFY(desk.keys.keys.isEmpty());
 
-        QGuiApplication::clipboard()->setText(u"copied words"_s);
+        desk.pasteboard.setContents({ { u"text/plain"_s, "copied words" } });
         QTRY_COMPARE(desk.rewriter.requests.size(), 1);
         QCOMPARE(desk.rewriter.last().text, u"copied words"_s);
         desk.rewriter.token(u"Hi there"_s);
         desk.rewriter.complete();
         desk.model()->replace();
-        QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
+        QTRY_COMPARE(desk.clipboardText(), u"Hi there"_s);
         QVERIFY(desk.accessibility.written.isEmpty());
         QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
         QVERIFY(desk.model()->note().contains(u"Ctrl+V"_s));
@@ -194,7 +172,6 @@ private Q_SLOTS:
             desk.primary.owner = terminal.window;
             desk.primary.selection = u"hello"_s;
         }
-        QGuiApplication::clipboard()->clear();
         if (handed)
             desk.sessions.humanizeSelectedText(u"hello"_s);
         else
@@ -210,7 +187,7 @@ private Q_SLOTS:
             QTRY_COMPARE(desk.accessibility.written, QStringList { u"Hi there"_s });
             return;
         }
-        QTRY_COMPARE(QGuiApplication::clipboard()->text(), u"Hi there"_s);
+        QTRY_COMPARE(desk.clipboardText(), u"Hi there"_s);
         QVERIFY(desk.accessibility.written.isEmpty());
         // The popup stays to say where the rewrite went.
         QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());

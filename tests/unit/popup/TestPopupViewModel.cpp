@@ -1,8 +1,7 @@
 // Faults: a wrong state, text or button after a service event, a late event of an old request
-// reaching the popup, a stall never shown, Replace writing the wrong text or too soon.
-#include "FakePopupHost.h"
-#include "FakeRewriter.h"
+// reaching the popup, a stall never shown, Replace named wrongly for a terminal.
 #include "PopupViewModel.h"
+#include "SessionDesk.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>
@@ -111,13 +110,16 @@ private Q_SLOTS:
         QFETCH(QString, result);
         QFETCH(QString, offers);
 
-        FakeRewriter rewriter;
-        FakePopupHost host;
-        PopupViewModel vm(u"original"_s, rewriter, &host);
-        // The view starts the first rewrite, in the default tone.
+        SessionDesk desk;
+        FakeRewriter &rewriter = desk.rewriter;
+        const auto session = desk.session(u"original"_s);
+        PopupViewModel vm(session.get());
+        QSignalSpy settings(session.get(), &RewriteSession::settingsRequested);
+        // The popup on screen starts the first rewrite, in the default tone; once.
         QCOMPARE(vm.state(), State::Loading);
         QVERIFY(rewriter.requests.isEmpty());
-        vm.run();
+        session->start();
+        session->start();
         QSignalSpy resultChanges(&vm, &PopupViewModel::resultTextChanged);
         QSignalSpy actions(&vm, &PopupViewModel::actionsChanged);
         play(rewriter, vm, script);
@@ -145,8 +147,10 @@ private Q_SLOTS:
         if (vm.canRetry() || vm.canCopy())
             QVERIFY(!actions.isEmpty());
         if (vm.offersSettings()) {
+            QSignalSpy closing(&vm, &PopupViewModel::closeRequested);
             vm.openSettings();
-            QCOMPARE(host.calls, QStringList { u"settings"_s });
+            QCOMPARE(settings.size(), 1);
+            QCOMPARE(closing.size(), 1);
         }
     }
 
@@ -156,7 +160,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("refusal"); // what the controller says instead, if anything
         QTest::addColumn<QString>("message");
 
-        QTest::newRow("no text selected") << QString() << QString() << PopupViewModel::noTextMessage();
+        QTest::newRow("no text selected") << QString() << QString() << RewriteSession::noTextMessage();
         QTest::newRow("a text refused") << u"text"_s << u"Too long"_s << u"Too long"_s;
     }
 
@@ -166,10 +170,13 @@ private Q_SLOTS:
         QFETCH(QString, original);
         QFETCH(QString, refusal);
 
-        FakeRewriter rewriter;
-        PopupViewModel vm(original, rewriter, nullptr);
+        SessionDesk desk;
+        FakeRewriter &rewriter = desk.rewriter;
+        const auto session = desk.session(original);
+        PopupViewModel vm(session.get());
         if (!refusal.isEmpty())
-            vm.showNotice(refusal);
+            session->refuse(refusal);
+        session->start();
         vm.run();
         vm.selectTone(u"warm"_s);
 
@@ -197,9 +204,11 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, before);
 
-        FakeRewriter rewriter;
-        PopupViewModel vm(u"text"_s, rewriter, nullptr, std::chrono::milliseconds(20));
-        vm.run();
+        SessionDesk desk;
+        FakeRewriter &rewriter = desk.rewriter;
+        const auto session = desk.session(u"text"_s, { .stallDelay = std::chrono::milliseconds(20) });
+        PopupViewModel vm(session.get());
+        session->start();
         play(rewriter, vm, before);
         QVERIFY(!vm.canRetry());
         QTRY_VERIFY(vm.isStalled());
@@ -221,56 +230,29 @@ private Q_SLOTS:
         QCOMPARE(vm.resultText(), u"new"_s);
     }
 
-    void afterTheRewrite_data()
+    void replaceLabel_data()
     {
-        QTest::addColumn<QString>("action");
-        QTest::addColumn<bool>("returnSucceeds");
-        QTest::addColumn<QStringList>("calls");
+        QTest::addColumn<CaptureTarget::Method>("method");
+        QTest::addColumn<QString>("label");
 
-        QTest::newRow("copy") << u"copy"_s << true << QStringList { u"copy 👍🏽 done"_s };
-        // Back in the window the text came from, and only then written over it.
-        QTest::newRow("replace") << u"replace"_s << true
-                                 << QStringList { u"return"_s, u"replace 👍🏽 done"_s };
-        // A double click, or an impatient second press, writes the text once.
-        QTest::newRow("replace pressed twice")
-            << u"replace twice"_s << true << QStringList { u"return"_s, u"replace 👍🏽 done"_s };
-        QTest::newRow("replace, the window does not come back")
-            << u"replace"_s << false << QStringList { u"return"_s, u"copy 👍🏽 done"_s };
+        QTest::newRow("accessibility") << CaptureTarget::Method::Accessibility << u"Replace"_s;
+        QTest::newRow("synthesized copy") << CaptureTarget::Method::Clipboard << u"Replace"_s;
+        QTest::newRow("handed over D-Bus") << CaptureTarget::Method::Handed << u"Replace"_s;
+        // A terminal gets no synthesized paste: the button says what it does there.
+        QTest::newRow("terminal") << CaptureTarget::Method::Primary << u"Copy"_s;
     }
 
-    void afterTheRewrite()
+    void replaceLabel()
     {
-        QFETCH(QString, action);
-        QFETCH(bool, returnSucceeds);
-        QFETCH(QStringList, calls);
+        QFETCH(CaptureTarget::Method, method);
 
-        FakeRewriter rewriter;
-        FakePopupHost host;
-        host.returnSucceeds = returnSucceeds;
-        auto vm = std::make_unique<PopupViewModel>(u"text"_s, rewriter, &host);
-        vm->run();
-        rewriter.finish(u"👍🏽 done"_s);
-
-        bool closed = false;
-        if (action == u"copy"_s) {
-            vm->copy();
-        } else {
-            vm->replace([&closed] { closed = true; });
-            if (action == u"replace twice"_s)
-                vm->replace();
-            QVERIFY(closed);
-            QVERIFY(host.calls.isEmpty()); // the popup first gets out of the way
-        }
-        // Neither a later change nor the model's end changes what is written, and the
-        // callbacks of a gone model do nothing.
-        vm->run();
-        rewriter.token(u"other"_s);
-        vm.reset();
-        rewriter.token(u"late"_s);
-        rewriter.error(u"late"_s);
-        rewriter.complete();
-
-        QTRY_COMPARE(host.calls, calls);
+        SessionDesk desk;
+        RewriteSession session(desk.services());
+        PopupViewModel vm(&session);
+        QSignalSpy changes(&vm, &PopupViewModel::originalTextChanged);
+        session.takeCapture({ u"text"_s, { method, SessionDesk::editor, std::nullopt, u"text"_s } });
+        QVERIFY(!changes.isEmpty());
+        QTEST(vm.replaceLabel(), "label");
     }
 };
 

@@ -1,10 +1,9 @@
 // Faults: a button usable in the wrong state, a lost or stale result, dead keys or chips, a wrong layer.
-#include "FakePopupHost.h"
-#include "FakeRewriter.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
 #include "QuickItems.h"
+#include "SessionDesk.h"
 #include "StreamedText.h"
 
 #include <QClipboard>
@@ -31,12 +30,16 @@ class TestPopupView : public QObject
 private Q_SLOTS:
     void init()
     {
-        m_rewriter.requests.clear();
-        m_host = FakePopupHost();
+        m_desk = std::make_unique<SessionDesk>();
         if (!m_engine)
             m_engine = new QQmlEngine(this);
     }
-    void cleanup() { m_popup.reset(); }
+    void cleanup()
+    {
+        m_popup.reset();
+        m_session.reset();
+        m_desk.reset();
+    }
     void buttons_data()
     {
         QTest::addColumn<QString>("original");
@@ -69,11 +72,11 @@ private Q_SLOTS:
         open(original);
         for (const QString &step : script) {
             if (step == u"token")
-                m_rewriter.token(u"Please send the report by Friday."_s);
+                m_desk->rewriter.token(u"Please send the report by Friday."_s);
             else if (step == u"complete")
-                m_rewriter.complete();
+                m_desk->rewriter.complete();
             else
-                m_rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
+                m_desk->rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
         }
         QVERIFY(item(qPrintable(shown))->isVisible());
         if (shown == u"errorLayer"_s && !original.isEmpty()) {
@@ -93,9 +96,9 @@ private Q_SLOTS:
         }
 
         // A disabled button ignores the click; an enabled Retry starts a new request.
-        const qsizetype before = m_rewriter.requests.size();
+        const qsizetype before = m_desk->rewriter.requests.size();
         click(item("retryButton"));
-        QCOMPARE(m_rewriter.requests.size(), before + (retry ? 1 : 0));
+        QCOMPARE(m_desk->rewriter.requests.size(), before + (retry ? 1 : 0));
     }
     void chipsSendTheirToneInLowerCase()
     {
@@ -121,11 +124,11 @@ private Q_SLOTS:
                 QCoreApplication::sendEvent(m_popup->window(), &wheel);
             }
             QVERIFY2(chipInView(), qPrintable(tone));
-            m_rewriter.token(u"half"_s); // chips react while streaming too
-            const qsizetype before = m_rewriter.requests.size();
+            m_desk->rewriter.token(u"half"_s); // chips react while streaming too
+            const qsizetype before = m_desk->rewriter.requests.size();
             click(chip);
-            QCOMPARE(m_rewriter.requests.size(), before + 1);
-            QCOMPARE(m_rewriter.last().tone, tone);
+            QCOMPARE(m_desk->rewriter.requests.size(), before + 1);
+            QCOMPARE(m_desk->rewriter.last().tone, tone);
             QTRY_VERIFY(chip->property("selected").toBool());
         }
     }
@@ -140,7 +143,7 @@ private Q_SLOTS:
         QVERIFY(original->property("truncated").toBool());
 
         // The result is never cut: it grows and the page scrolls.
-        m_rewriter.finish(longText);
+        m_desk->rewriter.finish(longText);
         QTRY_VERIFY(item("resultText")->height() > 12 * 13);
     }
     void streamedTextReachesTheScreen()
@@ -150,15 +153,15 @@ private Q_SLOTS:
         for (int i = 0; i < 200; ++i) {
             const QString fragment = (i % 17 == 0) ? u"\n"_s : u"word%1 "_s.arg(i);
             expected += fragment;
-            m_rewriter.token(fragment);
+            m_desk->rewriter.token(fragment);
         }
         QQuickItem *result = item("resultText");
         QTRY_COMPARE(result->property("text").toString(), expected);
 
         // Retry starts over with an empty text, not with the old one and the new appended.
-        m_rewriter.complete();
+        m_desk->rewriter.complete();
         click(item("retryButton"));
-        m_rewriter.token(u"fresh"_s);
+        m_desk->rewriter.token(u"fresh"_s);
         QTRY_COMPARE(result->property("text").toString(), u"fresh"_s);
     }
     void keyboard()
@@ -170,10 +173,11 @@ private Q_SLOTS:
         QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
         QVERIFY(window->isVisible());
         // ... and replaces once there is a result.
-        m_rewriter.finish(u"Result"_s);
+        m_desk->rewriter.finish(u"Result"_s);
         QTest::keyClick(window, Qt::Key_Return, Qt::ControlModifier);
         QTRY_VERIFY(!window->isVisible());
-        QTRY_COMPARE(m_host.calls, (QStringList { u"return"_s, u"replace Result"_s }));
+        QTRY_COMPARE(m_desk->accessibility.written, QStringList { u"Result"_s });
+        QCOMPARE(m_desk->workspace.activated, QList<qint64> { SessionDesk::editor.pid });
 
         open(sample, true);
         QTest::keyClick(m_popup->window(), Qt::Key_Escape);
@@ -184,7 +188,7 @@ private Q_SLOTS:
     void copying()
     {
         open(sample, true);
-        m_rewriter.finish(u"Please send the report by Friday."_s);
+        m_desk->rewriter.finish(u"Please send the report by Friday."_s);
         QQuickItem *result = item("resultText");
         QTRY_COMPARE(result->property("text").toString(), u"Please send the report by Friday."_s);
         result->forceActiveFocus();
@@ -200,15 +204,16 @@ private Q_SLOTS:
         QVERIFY(view);
         QCOMPARE(view->property("copiedFor").toInt(), 1800);
         view->setProperty("copiedFor", 200);
+        m_desk->pasteboard.clear();
         click(copy);
-        QCOMPARE(m_host.calls, QStringList { u"copy Please send the report by Friday."_s });
+        QCOMPARE(m_desk->clipboardText(), u"Please send the report by Friday."_s);
         QCOMPARE(copy->property("text").toString(), u"Copied!"_s);
         QTRY_COMPARE(copy->property("text").toString(), u"Copy"_s);
 
         // The result keeps the keyboard after a copy; Ctrl+Enter still replaces.
         result->forceActiveFocus();
         QTest::keyClick(m_popup->window(), Qt::Key_Return, Qt::ControlModifier);
-        QTRY_COMPARE(m_host.calls.last(), u"replace Please send the report by Friday."_s);
+        QTRY_COMPARE(m_desk->accessibility.written, QStringList { u"Please send the report by Friday."_s });
     }
     // A window built ahead is handed the model of the popup it becomes before it is shown:
     // what it shows and what it asks for are that popup's, never its stand-in's.
@@ -217,29 +222,32 @@ private Q_SLOTS:
         PopupWindowFactory windows(*m_engine);
         windows.prepareNext();
         QTRY_VERIFY(windows.hasPreparedWindow());
-        QVERIFY(m_rewriter.requests.isEmpty());
+        QVERIFY(m_desk->rewriter.requests.isEmpty());
 
-        m_popup = std::make_unique<PopupWindowController>(sample, m_rewriter, &m_host, windows);
+        m_session = m_desk->session(sample);
+        m_popup = std::make_unique<PopupWindowController>(*m_session, windows);
         QVERIFY(!windows.hasPreparedWindow());
         m_popup->showWindow();
         QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
         QCOMPARE(item("originalText")->property("text").toString(), sample);
-        QCOMPARE(m_rewriter.requests.size(), 1);
-        QCOMPARE(m_rewriter.last().text, sample);
+        QCOMPARE(m_desk->rewriter.requests.size(), 1);
+        QCOMPARE(m_desk->rewriter.last().text, sample);
 
-        m_rewriter.token(u"Please send the report."_s);
+        m_desk->rewriter.token(u"Please send the report."_s);
         QTRY_COMPARE(item("resultText")->property("text").toString(), u"Please send the report."_s);
-        m_rewriter.complete();
+        m_desk->rewriter.complete();
         click(item("tone-casual"));
         QTRY_VERIFY(item("tone-casual")->property("selected").toBool());
-        QCOMPARE(m_rewriter.requests.size(), 2);
-        QCOMPARE(m_rewriter.last().tone, u"casual"_s);
+        QCOMPARE(m_desk->rewriter.requests.size(), 2);
+        QCOMPARE(m_desk->rewriter.last().tone, u"casual"_s);
     }
 
 private:
     void open(const QString &text, bool active = false)
     {
-        m_popup = std::make_unique<PopupWindowController>(text, m_rewriter, &m_host, *m_engine);
+        m_popup.reset();
+        m_session = m_desk->session(text);
+        m_popup = std::make_unique<PopupWindowController>(*m_session, *m_engine);
         QVERIFY(m_popup->window());
         m_popup->showWindow();
         QVERIFY(QTest::qWaitForWindowExposed(m_popup->window()));
@@ -264,8 +272,8 @@ private:
     }
 
     QQmlEngine *m_engine = nullptr;
-    FakeRewriter m_rewriter;
-    FakePopupHost m_host;
+    std::unique_ptr<SessionDesk> m_desk;
+    std::unique_ptr<RewriteSession> m_session;
     std::unique_ptr<PopupWindowController> m_popup;
 };
 
