@@ -1,5 +1,6 @@
 #include "HumanizeService.h"
 
+#include "Characters.h"
 #include "FailureAdvice.h"
 #include "Log.h"
 #include "ModelClient.h"
@@ -11,23 +12,12 @@
 #include <QJsonObject>
 #include <QNetworkRequest>
 #include <QPointer>
-#include <QTextBoundaryFinder>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr Log::Literal tag = u"HumanizeService";
-
-// What the user sees as characters: "é" typed as e + combining accent counts once.
-qsizetype graphemeCount(const QString &text)
-{
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype count = 0;
-    while (finder.toNextBoundary() > 0)
-        ++count;
-    return count;
-}
 
 } // namespace
 
@@ -47,7 +37,7 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
 {
     auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
     Log::write(u"🚀", tag, u"Starting humanize request...");
-    Log::write(u"📝", tag, { u"Text length: ", graphemeCount(text), u", Tone: ", Log::Public(tone) });
+    Log::write(u"📝", tag, { u"Text length: ", Characters::count(text), u", Tone: ", Log::Public(tone) });
     if (const auto running = std::exchange(m_currentTask, {}).lock())
         running->cancel();
 

@@ -1,5 +1,6 @@
 #include "StreamDelegate.h"
 
+#include "Characters.h"
 #include "Log.h"
 #include "StreamParser.h"
 
@@ -25,13 +26,6 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
     return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError)
         || error == QNetworkReply::ProtocolInvalidOperationError
         || (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
-}
-
-QString firstCharacters(const QString &text, qsizetype count)
-{
-    if (text.size() > count && text.at(count - 1).isHighSurrogate())
-        ++count;
-    return text.left(count);
 }
 
 // One event, one log line: line breaks inside a piece or a fragment are shown escaped.
@@ -124,7 +118,7 @@ private:
         m_receivedData = true;
         m_bytesReceived += piece.size();
         const QString text = m_decoder.decode(piece);
-        log(u"📦", { u"Received chunk: ", Log::Private(oneLine(firstCharacters(text, 100))), u"..." });
+        log(u"📦", { u"Received chunk: ", Log::Private(oneLine(Characters::upTo(text, 100))), u"..." });
         m_parser.feed(piece);
         flushLog();
         postFound();

@@ -8,6 +8,7 @@
 #include "SessionDesk.h"
 #include "StdoutCapture.h"
 
+#include <QLocale>
 #include <QQuickWindow>
 #include <QTest>
 
@@ -39,6 +40,9 @@ class TestRewriteSessions : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Numbers in messages follow the user's locale; these rows are written for English.
+    void initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+
     // Triggers arriving while a capture is under way join it: one capture, one popup, however
     // many arrive (the D-Bus entry may be called a thousand times in a row). A later press
     // ends that rewrite cleanly: its request is cancelled and nothing of it reaches the new popup.
@@ -74,13 +78,14 @@ private Q_SLOTS:
     {
         QTest::addColumn<bool>("handed"); // over D-Bus, else captured
         QTest::addColumn<qsizetype>("length");
-        QTest::addColumn<bool>("refused");
+        QTest::addColumn<QString>("refusal"); // empty: rewritten
 
-        const qsizetype limit = RewriteSessions::maxTextLength;
-        QTest::newRow("handed, at the limit") << true << limit << false;
-        QTest::newRow("handed, over the limit") << true << limit + 1 << true;
-        QTest::newRow("captured, at the limit") << false << limit << false;
-        QTest::newRow("captured, over the limit") << false << limit + 1 << true;
+        const QString over = u"This text is too long to rewrite: 100,001 characters, where 100,000 is the "
+                             "most. Select a shorter part."_s;
+        QTest::newRow("handed, at the limit") << true << qsizetype(100000) << QString();
+        QTest::newRow("handed, over the limit") << true << qsizetype(100001) << over;
+        QTest::newRow("captured, at the limit") << false << qsizetype(100000) << QString();
+        QTest::newRow("captured, over the limit") << false << qsizetype(100001) << over;
     }
 
     // Too long a text is refused with a message before any of it reaches the popup, the
@@ -89,7 +94,8 @@ private Q_SLOTS:
     {
         QFETCH(bool, handed);
         QFETCH(qsizetype, length);
-        QFETCH(bool, refused);
+        QFETCH(QString, refusal);
+        const bool refused = !refusal.isEmpty();
 
         const QString text(length, u'x');
         Desk desk(text);
@@ -108,14 +114,14 @@ private Q_SLOTS:
         PopupViewModel *model = desk.model();
         if (refused) {
             QCOMPARE(model->state(), PopupViewModel::State::Notice);
-            QCOMPARE(model->message(), RewriteSessions::tooLongMessage(length));
-            QCOMPARE(model->originalText().size(), PopupViewModel::previewLength);
+            QCOMPARE(model->message(), refusal);
+            QCOMPARE(model->originalText().size(), 280);
             QVERIFY(desk.rewriter.requests.isEmpty());
             QCOMPARE(lines.filter(u"🔧 [Service] Got text from service: "_s).size(), 0);
         } else {
             QCOMPARE(desk.rewriter.requests.size(), 1);
             QCOMPARE(desk.rewriter.last().text.size(), length);
-            QCOMPARE(model->originalPreview().size(), PopupViewModel::previewLength + 1);
+            QCOMPARE(model->originalPreview().size(), 281);
             QCOMPARE(lines.filter(u"🔧 [Service] Got text from service: "_s).size(), handed ? 1 : 0);
         }
     }
