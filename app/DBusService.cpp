@@ -1,5 +1,7 @@
 #include "DBusService.h"
 
+#include "RewriteSessions.h"
+
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -65,6 +67,8 @@ bool DBusService::triggerRunningInstance()
 
 void DBusService::HumanizeSelectedText(const QString &text)
 {
+    if (text.size() > RewriteSessions::maxTextLength && calledFromDBus())
+        sendErrorReply(QDBusError::InvalidArgs, RewriteSessions::tooLongMessage(text.size()));
     Q_EMIT humanizeRequested(text);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDBusContext>
 #include <QObject>
 #include <QString>
 
@@ -7,7 +8,7 @@
 // other programs (a desktop shortcut running `tessary --trigger`, a file manager
 // action) can ask for a rewrite. Owning the name also keeps the program to one
 // instance per session.
-class DBusService : public QObject
+class DBusService : public QObject, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "app.tessary.Tessary")
@@ -25,7 +26,8 @@ public:
     static bool triggerRunningInstance();
 
 public Q_SLOTS:
-    // Opens the popup for this text, as the hotkey does after capturing it.
+    // Opens the popup for this text, as the hotkey does after capturing it. A text over
+    // the limit gets an error reply, besides the popup that says so.
     Q_SCRIPTABLE void HumanizeSelectedText(const QString &text);
     // Captures the selection of the window in front and opens the popup.
     Q_SCRIPTABLE void Trigger();

@@ -20,6 +20,7 @@
 #include <QApplication>
 
 #include <cstdio>
+#include <malloc.h>
 
 using namespace std::chrono_literals;
 
@@ -28,6 +29,10 @@ int main(int argc, char *argv[])
     if (const std::optional<int> exitCode = CommandLine::runWithoutWindow(argc, argv))
         return *exitCode;
 
+    // Large blocks (a text handed over D-Bus, a long reply) are mapped on their own and go
+    // back to the system when freed. Left to itself the allocator raises this bound after
+    // the first such block, and a flood of large texts would stay resident for good.
+    mallopt(M_MMAP_THRESHOLD, 1024 * 1024);
     SceneGraph::chooseRenderer();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tessary"));

@@ -11,6 +11,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 using namespace Desktop;
@@ -225,6 +226,22 @@ private Q_SLOTS:
             QVERIFY2(!log().contains(u"Werkstatt"_s), qPrintable(log()));
             QVERIFY2(!log().contains(u"e2e-key"_s.left(8)), qPrintable(log()));
         }
+
+        // Over the limit: the caller hears it too, not only the one who looks at the popup.
+        QDBusMessage tooLong = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
+        tooLong << QString(100001, u'x');
+        const QDBusMessage refused = QDBusConnection::sessionBus().call(tooLong, QDBus::Block, 10000);
+        QCOMPARE(refused.type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(refused.errorName(), u"org.freedesktop.DBus.Error.InvalidArgs"_s);
+        QVERIFY2(
+            QRegularExpression(u"^This text is too long to rewrite: 100.?001 characters, where 100.?000 is "
+                               "the most\\. Select a shorter part\\.$"_s)
+                .match(refused.errorMessage())
+                .hasMatch(),
+            qPrintable(refused.errorMessage()));
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"❌ [Service] Text too long: 100001 characters"_s), 10000);
+        QCOMPARE(rewrites().size(), 1);
     }
 
 private:
