@@ -36,6 +36,7 @@ std::unique_ptr<RewriteSession> RewriteSessions::newSession()
     connect(created, &RewriteSession::captured, this, [this, created] { showPopup(created); });
     connect(created, &RewriteSession::settingsRequested, this, &RewriteSessions::settingsRequested,
         Qt::QueuedConnection);
+    connect(created, &RewriteSession::finished, this, &RewriteSessions::rewriteFinished);
     return session;
 }
 

@@ -37,6 +37,9 @@ public:
 Q_SIGNALS:
     // A popup's error is fixed in Settings, and the user asked to go there.
     void settingsRequested();
+    // A rewrite ended with a text (every session's RewriteSession::finished).
+    void rewriteFinished(
+        const QString &original, const QString &result, const QString &tone, const QString &application);
 
 private:
     std::unique_ptr<RewriteSession> newSession();

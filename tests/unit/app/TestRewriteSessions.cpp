@@ -10,6 +10,7 @@
 
 #include <QLocale>
 #include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -64,8 +65,13 @@ private Q_SLOTS:
         QCOMPARE(desk.rewriter.last().text, u"two"_s);
         QCOMPARE(desk.model()->originalText(), u"two"_s);
 
+        QSignalSpy finished(&desk.sessions, &RewriteSessions::rewriteFinished);
         desk.rewriter.requests.first().handle->token(u"stale"_s);
+        desk.rewriter.requests.first().handle->complete();
         desk.rewriter.finish(u"new"_s);
+        // Only the rewrite that ended is announced, once.
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(finished.first(), (QVariantList { u"two"_s, u"new"_s, u"natural"_s, u"Mousepad"_s }));
         QCOMPARE(desk.model()->resultText(), u"new"_s);
         QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
         const QStringList lines = capture.lines();
