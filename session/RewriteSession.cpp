@@ -278,7 +278,7 @@ QString RewriteSession::note() const
 
 void RewriteSession::copy()
 {
-    m_services.textAccess.copyToClipboard(m_result);
+    m_services.textAccess.copy(m_result, m_target);
 }
 
 void RewriteSession::openSettings()
@@ -360,7 +360,7 @@ void RewriteSession::returnAndReplace(const QString &text)
         if (!self || !pending->delayOver || !pending->returned)
             return;
         if (!*pending->returned) {
-            self->m_services.textAccess.copyToClipboard(text);
+            self->m_services.textAccess.copy(text, self->m_target);
             Log::write(u"❌", u"PopupView",
                 u"Not replacing: the previous window is not in front, the text is on the clipboard");
             logReplaceResult(false);
@@ -373,7 +373,7 @@ void RewriteSession::returnAndReplace(const QString &text)
             // Where the text may not be written (the selection there has changed, the
             // window is gone), the rewrite is not lost: it waits on the clipboard.
             if (!replaced)
-                self->m_services.textAccess.copyToClipboard(text);
+                self->m_services.textAccess.copy(text, self->m_target);
             logReplaceResult(replaced);
             self->finishReplace(replaced);
         });

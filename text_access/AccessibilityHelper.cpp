@@ -426,7 +426,7 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
     logStep(u"Clipboard restored");
 }
 
-void AccessibilityHelper::copyToClipboard(const QString &text)
+void AccessibilityHelper::copy(const QString &text, const CaptureTarget &)
 {
     // The text is the user's to paste now: plain, so a clipboard manager keeps it, and
     // no pending restore may take it away again.
@@ -440,6 +440,6 @@ void AccessibilityHelper::copyToClipboard(const QString &text)
 
 void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
 {
-    copyToClipboard(text);
+    copy(text, {});
     Log::write(u"❌", tag, { Log::Public(message), u", the text is on the clipboard" });
 }

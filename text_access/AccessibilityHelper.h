@@ -68,9 +68,10 @@ public:
     // goes; true where it cannot be known yet (Replace looks again in any case).
     void isStillSelected(const CaptureTarget &target, std::function<void(bool selected)> done);
 
-    // Puts text on the clipboard as the user's own copy (plain, for clipboard managers to
-    // keep); a restore still pending from a paste no longer takes it away.
-    void copyToClipboard(const QString &text);
+    // Leaves text for the user to paste: on the clipboard as plain text (a clipboard
+    // manager may keep it); a restore still pending from a paste no longer takes it away.
+    // target: where the text was for.
+    void copy(const QString &text, const CaptureTarget &target);
 
 private:
     void selectedTextViaAX(const RunningApplication &app);
