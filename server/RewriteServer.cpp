@@ -2,12 +2,18 @@
 
 #include "EventStream.h"
 #include "HttpMessageReader.h"
+#include "Limits.h"
+#include "Metrics.h"
+#include "ModelListProbe.h"
 #include "Prompt.h"
 #include "RewriteRequest.h"
 #include "ServerLog.h"
+#include "TokenStore.h"
 #include "Upstream.h"
+#include "UpstreamPool.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -27,6 +33,8 @@
 #include <list>
 #include <map>
 #include <optional>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -43,6 +51,14 @@ constexpr std::string_view completionsPath = "/api/v1/chat/completions";
 constexpr std::string_view versionPath = "/api/v1/version";
 // The model that answers, for a client's connection test: costs no tokens, needs the token.
 constexpr std::string_view modelsPath = "/api/v1/models";
+// For monitoring and load balancers: no token needed (unless metrics_token is set).
+constexpr std::string_view healthPath = "/healthz";
+constexpr std::string_view readyPath = "/readyz";
+constexpr std::string_view metricsPath = "/metrics";
+// A model list that takes longer than this counts as no answer.
+constexpr auto probeDeadline = 5s;
+// Past the drain, what still runs is cut this long after its error event was sent.
+constexpr auto afterDrainGrace = 3s;
 constexpr int maxRequestsPerConnection = 100;
 // A client that stops reading its stream must not make us keep what we would send it.
 constexpr size_t maxUnsentBytes = 256 * 1024;
@@ -128,15 +144,40 @@ struct RewriteServer::Shared
     explicit Shared(ServerConfig config)
         : config(std::move(config))
         , token(this->config.clientToken.toStdString())
+        , tokens(this->config.tokensFile)
+        , limits({ this->config.maxStreams, this->config.maxStreamsPerToken,
+              this->config.requestsPerMinutePerToken,
+              std::chrono::milliseconds(this->config.rateWindowMilliseconds) })
+        , pool(QStringList { this->config.upstreamUrl } + this->config.fallbackUrls,
+              std::chrono::milliseconds(this->config.upstreamCoolDownMilliseconds))
     {
     }
 
     void accept();
     QByteArray versionReply() const;
     QByteArray modelsReply() const;
+    // The name of the person a token belongs to; empty when it lets nobody in.
+    QString nameOf(std::string_view bearer) const;
+    void watchTokens();
+    void reloadTokensIfChanged();
+    void probeUpstreams();
+    void beginShutdown(std::chrono::milliseconds drain);
+    std::vector<std::shared_ptr<Session>> openSessions() const;
+    // Makes room for a newcomer by closing the oldest connection that has shown no valid
+    // token; with `from`, only among those from that address. False when there is none.
+    bool evictUnproven(const Session *newcomer, const std::optional<asio::ip::address> &from);
 
     ServerConfig config;
     std::string token;
+    TokenStore tokens;
+    // What identifies the tokens file's version on disk: changed, it is read again.
+    std::tuple<bool, qint64, qint64, quint64> tokensStamp { false, 0, 0, 0 };
+    Limits limits;
+    Metrics metrics;
+    UpstreamPool pool;
+    std::vector<std::function<void()>> probesRunning; // each drops its probe
+    int probesPending = 0;
+    bool draining = false;
     std::atomic<int> activeStreams { 0 };
     quint64 nextRequestId = 1;
     int connections = 0;
@@ -149,6 +190,9 @@ struct RewriteServer::Shared
     asio::io_context io { 1 };
     tcp::acceptor acceptor { io };
     asio::steady_timer acceptPause { io };
+    asio::steady_timer tokensPoll { io };
+    asio::steady_timer probeTimer { io };
+    asio::steady_timer drainTimer { io };
     std::thread thread;
 };
 
@@ -166,6 +210,14 @@ public:
 
     void begin();
     void shutdown();
+    // The server is stopping: an idle connection closes now, a running stream goes on.
+    void drainStarted();
+    // The drain is over: a running stream ends with an error event and a proper end.
+    void cutShort();
+    bool proven() const { return m_proven; }
+    bool counted() const { return m_counted; }
+    const asio::ip::address &address() const { return m_address; }
+    void uncount();
 
 private:
     const ServerConfig &config() const { return m_shared.config; }
@@ -173,10 +225,15 @@ private:
     void onHead(const beast::error_code &error);
     void readBody();
     void onBody(const beast::error_code &error);
-    bool authorized() const;
+    QString authorized() const; // the token's name, empty without a valid one
     void refuse(int status, const QString &type, const QString &message, std::string_view extra = {});
+    void refuseRewrite(const QString &outcome, int status, const QString &type, const QString &message,
+        std::string_view extra = {});
     void sendWhole(std::string bytes, bool keepAlive);
+    void serveMonitoring(std::string_view path, bool keepAlive);
     void startStream(const RewriteRequest &rewrite);
+    void callUpstream(int index);
+    void endStream();
     bool queue(std::string bytes);
     bool queueEvent(QByteArrayView event);
     void writeNext();
@@ -186,7 +243,6 @@ private:
     void afterResponse();
     void closeGracefully();
     void drain();
-    void uncount();
 
     Shared &m_shared;
     beast::tcp_stream m_stream;
@@ -194,6 +250,8 @@ private:
     std::list<std::weak_ptr<Session>>::iterator m_entry;
     bool m_registered = false;
     bool m_counted = false; // in the connection counts
+    bool m_proven = false; // has presented a valid token: never closed to make room
+    bool m_awaitingHead = false;
     std::chrono::milliseconds m_drainTime = drainTime;
     beast::flat_buffer m_buffer;
     std::optional<HttpMessageReader<true>> m_reader;
@@ -202,11 +260,18 @@ private:
     bool m_keepAlive = false;
 
     quint64 m_id = 0;
+    QString m_name; // the token's
     QElapsedTimer m_timer;
     std::shared_ptr<UpstreamCall> m_upstream;
+    QByteArray m_upstreamBody; // kept until text arrives, for a second upstream
+    int m_upstreamIndex = -1;
+    bool m_triedAnother = false;
+    bool m_sentText = false;
+    bool m_cutShort = false;
+    QElapsedTimer m_upstreamTimer;
     asio::steady_timer m_heartbeat;
     std::chrono::steady_clock::time_point m_lastWrite;
-    bool m_streaming = false; // counted in activeStreams
+    bool m_streaming = false; // counted in activeStreams and in the limits
     bool m_chunked = true;
 
     std::deque<std::string> m_outbox;
@@ -220,12 +285,15 @@ private:
 RewriteServer::Session::~Session()
 {
     if (m_streaming)
-        --m_shared.activeStreams;
+        endStream();
     if (!m_registered)
         return;
     m_shared.sessions.erase(m_entry);
     if (m_counted)
         uncount();
+    // The last connection gone: nothing is left to wait for.
+    if (m_shared.draining && m_shared.sessions.empty())
+        m_shared.drainTimer.cancel();
 }
 
 void RewriteServer::Session::uncount()
@@ -251,7 +319,15 @@ void RewriteServer::Session::begin()
     // Refused at once, not queued: a client learns it should come back later. Not counted
     // while the refusal goes out, or a flood of refused clients would hold the door shut
     // for everybody else.
-    if (m_shared.connections > config().maxConnections || fromAddress > config().maxConnectionsPerAddress) {
+    // Connections that have shown no valid token give way first, so a flood of slow heads
+    // cannot keep out someone who has one.
+    bool full = m_shared.connections > config().maxConnections;
+    if (full && m_shared.evictUnproven(this, std::nullopt))
+        full = false;
+    bool fullHere = fromAddress > config().maxConnectionsPerAddress;
+    if (fullHere && m_shared.evictUnproven(this, m_address))
+        fullHere = false;
+    if (full || fullHere) {
         uncount();
         m_drainTime = turnedAwayDrainTime;
         return refuse(503, u"server_busy"_s,
@@ -270,8 +346,23 @@ void RewriteServer::Session::shutdown()
     m_stream.socket().close(ignored);
 }
 
+void RewriteServer::Session::drainStarted()
+{
+    if (m_awaitingHead && m_buffer.size() == 0)
+        shutdown();
+}
+
+void RewriteServer::Session::cutShort()
+{
+    if (!m_upstream)
+        return shutdown();
+    m_cutShort = true;
+    m_upstream->cancel(); // its report ends the stream with an error event
+}
+
 void RewriteServer::Session::readHead()
 {
+    m_awaitingHead = true;
     m_reader.emplace(config().maxHeaderFields);
     m_reader->header_limit(std::uint32_t(config().maxHeaderBytes));
     // The length a client announces is judged after its token, not while reading the head.
@@ -284,6 +375,7 @@ void RewriteServer::Session::readHead()
 
 void RewriteServer::Session::onHead(const beast::error_code &error)
 {
+    m_awaitingHead = false;
     if (error == http::error::header_limit || error == http::error::buffer_overflow)
         return refuse(431, u"invalid_request_error"_s,
             u"The request headers are larger than tessary-server accepts (%1 bytes, %2 fields)."_s
@@ -296,22 +388,26 @@ void RewriteServer::Session::onHead(const beast::error_code &error)
         return refuse(
             400, u"invalid_request_error"_s, u"tessary-server could not read the request (HTTP 400)."_s);
 
-    m_keepAlive = m_reader->keep_alive() && ++m_requests < maxRequestsPerConnection;
+    m_keepAlive = m_reader->keep_alive() && ++m_requests < maxRequestsPerConnection && !m_shared.draining;
     const std::string_view target = m_reader->target();
     const std::string_view path = target.substr(0, target.find('?'));
     const std::string_view method = m_reader->method();
     const bool hasBody = m_reader->chunked() || m_reader->content_length().value_or(0) > 0;
+    const bool keepAlive = m_keepAlive && !hasBody;
+    const QString name = authorized();
+    if (!name.isEmpty())
+        m_proven = true;
     if (path == versionPath && method == "GET")
-        return sendWhole(
-            wholeReply(200, m_shared.versionReply(), m_keepAlive && !hasBody), m_keepAlive && !hasBody);
+        return sendWhole(wholeReply(200, m_shared.versionReply(), keepAlive), keepAlive);
+    if ((path == healthPath || path == readyPath || path == metricsPath) && method == "GET")
+        return serveMonitoring(path, keepAlive);
     if (path == modelsPath && method == "GET") {
-        if (!authorized())
+        if (name.isEmpty())
             return refuse(401, u"invalid_request_error"_s,
                 u"Invalid API key: enter the client token of tessary-server (kept in "
                 "~/.config/tessary-server/client-token) in Tessary's Settings."_s,
                 "WWW-Authenticate: Bearer\r\n");
-        return sendWhole(
-            wholeReply(200, m_shared.modelsReply(), m_keepAlive && !hasBody), m_keepAlive && !hasBody);
+        return sendWhole(wholeReply(200, m_shared.modelsReply(), keepAlive), keepAlive);
     }
     if (path != completionsPath || method != "POST")
         return refuse(path == completionsPath || path == versionPath ? 405 : 404, u"invalid_request_error"_s,
@@ -320,17 +416,23 @@ void RewriteServer::Session::onHead(const beast::error_code &error)
 
     m_id = m_shared.nextRequestId++;
     // Before a byte of the body is read: without the token, a client gets nothing more from us.
-    if (!authorized()) {
+    if (name.isEmpty()) {
         serverLog(u"#%1 refused: missing or wrong client token"_s.arg(m_id));
+        m_shared.metrics.request(u"-"_s, u"unauthorized"_s);
         return refuse(401, u"invalid_request_error"_s,
             u"Invalid API key: enter the client token of tessary-server (kept in "
             "~/.config/tessary-server/client-token) in Tessary's Settings."_s,
             "WWW-Authenticate: Bearer\r\n");
     }
+    m_name = name;
+    if (m_shared.draining)
+        return refuseRewrite(u"refused_stopping"_s, 503, u"server_busy"_s,
+            u"tessary-server is restarting. Try again in a moment."_s, "Retry-After: 1\r\n");
     if (m_reader->content_length().value_or(0) > std::uint64_t(config().maxBodyBytes))
         return onBody(http::error::body_limit);
-    // Whatever the framing: a chunked body stops at the same size.
+    // Whatever the framing: a chunked body stops at the same size, its framing included.
     m_reader->body_limit(std::uint64_t(config().maxBodyBytes));
+    m_reader->wireBodyLimit(std::uint64_t(config().maxBodyBytes));
     m_body.clear();
     m_reader->onBody([this](std::string_view bytes) {
         m_body.append(bytes);
@@ -358,44 +460,47 @@ void RewriteServer::Session::readBody()
 void RewriteServer::Session::onBody(const beast::error_code &error)
 {
     if (error == http::error::body_limit)
-        return refuse(413, u"invalid_request_error"_s,
+        return refuseRewrite(u"too_large"_s, 413, u"invalid_request_error"_s,
             u"The request is larger than tessary-server accepts (%1 bytes). Shorten the text or the "
             "writing samples."_s.arg(config().maxBodyBytes));
     // A body the parser cannot read is answered; a client that went away or stalled is not.
     const bool unreadable = &error.category() == &http::make_error_code(http::error::bad_chunk).category()
         && error != http::error::end_of_stream && error != http::error::partial_message;
     if (unreadable)
-        return refuse(
-            400, u"invalid_request_error"_s, u"tessary-server could not read the request (HTTP 400)."_s);
-    if (error)
+        return refuseRewrite(u"bad_request"_s, 400, u"invalid_request_error"_s,
+            u"tessary-server could not read the request (HTTP 400)."_s);
+    if (error) {
+        m_shared.metrics.request(m_name, u"client_gone"_s);
         return shutdown();
+    }
 
     const RequestParse parse = parseRewriteRequest(QByteArray::fromStdString(m_body));
     m_body = {};
     if (!parse.request) {
         serverLog(u"#%1 refused: %2"_s.arg(m_id).arg(parse.error));
-        return refuse(400, u"invalid_request_error"_s, parse.error);
+        return refuseRewrite(u"bad_request"_s, 400, u"invalid_request_error"_s, parse.error);
     }
-    if (++m_shared.activeStreams > config().maxStreams) {
-        --m_shared.activeStreams;
-        serverLog(u"#%1 refused: %2 rewrites already running"_s.arg(m_id).arg(config().maxStreams));
-        return refuse(503, u"server_busy"_s,
-            u"tessary-server is busy with %1 rewrites. Try again in a moment."_s.arg(config().maxStreams));
+    if (const auto refusal = m_shared.limits.admit(m_name)) {
+        serverLog(u"#%1 refused: %2 reached"_s.arg(m_id).arg(refusal->limit));
+        m_shared.metrics.limitRefused(refusal->limit);
+        return refuseRewrite(u"rate_limited"_s, 429, u"rate_limit_error"_s, refusal->message,
+            "Retry-After: " + std::to_string(refusal->retryAfterSeconds) + "\r\n");
     }
+    ++m_shared.activeStreams;
     m_streaming = true;
     startStream(*parse.request);
 }
 
-bool RewriteServer::Session::authorized() const
+QString RewriteServer::Session::authorized() const
 {
     // Asked for explicitly, and only ever on a loopback address (the config refuses others).
     if (m_shared.config.noClientToken)
-        return true;
+        return u"default"_s;
     constexpr std::string_view prefix = "Bearer ";
     const std::string_view header = m_reader->authorization();
     if (!header.starts_with(prefix))
-        return false;
-    return sameSecret(header.substr(prefix.size()), m_shared.token);
+        return {};
+    return m_shared.nameOf(header.substr(prefix.size()));
 }
 
 void RewriteServer::Session::refuse(
@@ -403,6 +508,43 @@ void RewriteServer::Session::refuse(
 {
     // The rest of the request is never read, so the connection cannot carry another.
     sendWhole(wholeReply(status, errorBody(type, message), false, extra), false);
+}
+
+void RewriteServer::Session::refuseRewrite(
+    const QString &outcome, int status, const QString &type, const QString &message, std::string_view extra)
+{
+    m_shared.metrics.request(m_name.isEmpty() ? u"-"_s : m_name, outcome);
+    refuse(status, type, message, extra);
+}
+
+void RewriteServer::Session::serveMonitoring(std::string_view path, bool keepAlive)
+{
+    if (path == healthPath)
+        return sendWhole(wholeReply(200, R"({"status":"ok"})", keepAlive), keepAlive);
+    if (path == readyPath) {
+        QString reason;
+        if (m_shared.draining)
+            reason = u"tessary-server is stopping"_s;
+        else
+            m_shared.pool.ready(std::chrono::steady_clock::now(),
+                std::chrono::milliseconds(config().readyWindowMilliseconds), &reason);
+        if (reason.isEmpty())
+            return sendWhole(wholeReply(200, R"({"status":"ready"})", keepAlive), keepAlive);
+        return sendWhole(
+            wholeReply(503,
+                QJsonDocument(QJsonObject { { "status"_L1, "not ready"_L1 }, { "reason"_L1, reason } })
+                    .toJson(QJsonDocument::Compact),
+                keepAlive, "Retry-After: 1\r\n"),
+            keepAlive);
+    }
+    if (!config().metricsToken.isEmpty()
+        && !sameSecret(m_reader->authorization(), "Bearer " + config().metricsToken.toStdString()))
+        return refuse(401, u"invalid_request_error"_s, u"/metrics wants the metrics_token."_s,
+            "WWW-Authenticate: Bearer\r\n");
+    const QByteArray text = m_shared.metrics.text(m_shared.limits.openStreams());
+    sendWhole(replyHead(200, "text/plain; version=0.0.4; charset=utf-8", keepAlive)
+            + "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" + text.toStdString(),
+        keepAlive);
 }
 
 void RewriteServer::Session::sendWhole(std::string bytes, bool keepAlive)
@@ -434,15 +576,41 @@ void RewriteServer::Session::startStream(const RewriteRequest &rewrite)
         m_chunked ? "Cache-Control: no-cache\r\nX-Accel-Buffering: no\r\nTransfer-Encoding: chunked\r\n\r\n"
                   : "Cache-Control: no-cache\r\nX-Accel-Buffering: no\r\n\r\n"));
 
+    m_upstreamBody = chatCompletionBody(
+        promptMessages(rewrite.examples, rewrite.tone, rewrite.text, config().sampleBudget), config().model);
+    callUpstream(m_shared.pool.pick(std::chrono::steady_clock::now()));
+    beat();
+}
+
+void RewriteServer::Session::callUpstream(int index)
+{
+    m_upstreamIndex = index;
+    m_upstreamTimer.start();
     auto self = shared_from_this();
     m_upstream = UpstreamCall::start(
-        m_shared.io, { config().upstreamUrl, config().upstreamKey, config().upstreamTimeoutSeconds },
-        chatCompletionBody(
-            promptMessages(rewrite.examples, rewrite.tone, rewrite.text, config().sampleBudget),
-            config().model),
-        [self](const QString &fragment) { return self->queueEvent(fragmentEvent(fragment)); },
+        m_shared.io,
+        { m_shared.pool.urls().value(index), config().upstreamKey, config().upstreamTimeoutSeconds },
+        m_upstreamBody,
+        [self](const QString &fragment) {
+            if (!self->m_sentText) {
+                self->m_sentText = true;
+                self->m_upstreamBody = {}; // no other upstream will be asked now
+                self->m_shared.metrics.firstFragment(self->m_timer.nsecsElapsed() / 1e9);
+                self->m_shared.metrics.upstreamAnswered(
+                    shownUpstreamUrl(self->m_shared.pool.urls().value(self->m_upstreamIndex)),
+                    self->m_upstreamTimer.nsecsElapsed() / 1e9);
+            }
+            self->m_shared.metrics.fragmentRelayed();
+            return self->queueEvent(fragmentEvent(fragment));
+        },
         [self](const UpstreamOutcome &outcome) { self->upstreamDone(outcome); });
-    beat();
+}
+
+void RewriteServer::Session::endStream()
+{
+    m_streaming = false;
+    --m_shared.activeStreams;
+    m_shared.limits.release(m_name);
 }
 
 bool RewriteServer::Session::queueEvent(QByteArrayView event)
@@ -523,19 +691,44 @@ void RewriteServer::Session::clientGone()
 void RewriteServer::Session::upstreamDone(const UpstreamOutcome &outcome)
 {
     m_upstream.reset();
+    const auto now = std::chrono::steady_clock::now();
+    const QString upstream = shownUpstreamUrl(m_shared.pool.urls().value(m_upstreamIndex));
+    if (!m_sentText && outcome.result == UpstreamOutcome::Result::Failed)
+        m_shared.metrics.upstreamAnswered(upstream, m_upstreamTimer.nsecsElapsed() / 1e9);
+    // A model server that is down or failing gets a rest; the request moves on, once, and
+    // only while the client has seen no text.
+    if (outcome.tryAnother && !m_sentText && !m_gone && !m_cutShort) {
+        m_shared.pool.failed(m_upstreamIndex, now);
+        const int next = m_triedAnother ? -1 : m_shared.pool.pick(now, m_upstreamIndex);
+        if (next >= 0) {
+            serverLog(u"#%1 %2 failed before any text; trying %3"_s.arg(m_id).arg(
+                upstream, shownUpstreamUrl(m_shared.pool.urls().value(next))));
+            m_triedAnother = true;
+            return callUpstream(next);
+        }
+    }
+    m_upstreamBody = {};
     m_heartbeat.cancel();
-    m_streaming = false;
-    --m_shared.activeStreams;
-    if (m_gone || outcome.result == UpstreamOutcome::Result::Cancelled) {
+    endStream();
+    m_shared.metrics.streamEnded(m_timer.nsecsElapsed() / 1e9);
+    if (m_cutShort && !m_gone && outcome.result == UpstreamOutcome::Result::Cancelled) {
+        m_shared.metrics.request(m_name, u"cut_short"_s);
+        queueEvent(errorEvent(u"server_busy"_s,
+            u"tessary-server is restarting and ended this rewrite. Try again in a moment."_s));
+        serverLog(u"#%1 cut short by the restart after %2 fragments"_s.arg(m_id).arg(outcome.fragments));
+        m_keepAlive = false;
+    } else if (m_gone || outcome.result == UpstreamOutcome::Result::Cancelled) {
+        m_shared.metrics.request(m_name, u"client_gone"_s);
         serverLog(u"#%1 client went away after %2 fragments; upstream request dropped"_s.arg(m_id).arg(
             outcome.fragments));
         return shutdown();
-    }
-    if (outcome.result == UpstreamOutcome::Result::Finished) {
+    } else if (outcome.result == UpstreamOutcome::Result::Finished) {
+        m_shared.metrics.request(m_name, u"finished"_s);
         queueEvent(doneEvent);
         serverLog(
             u"#%1 done: %2 fragments in %3 ms"_s.arg(m_id).arg(outcome.fragments).arg(m_timer.elapsed()));
     } else {
+        m_shared.metrics.request(m_name, u"upstream_error"_s);
         queueEvent(errorEvent(u"upstream_error"_s, outcome.message));
         serverLog(
             u"#%1 failed after %2 ms: %3"_s.arg(m_id).arg(m_timer.elapsed()).arg(logSafe(outcome.message)));
@@ -552,7 +745,7 @@ void RewriteServer::Session::afterResponse()
     m_finishing = false;
     if (m_gone)
         return;
-    if (m_keepAlive)
+    if (m_keepAlive && !m_shared.draining)
         return readHead();
     closeGracefully();
 }
@@ -597,6 +790,135 @@ void RewriteServer::Shared::accept()
     });
 }
 
+QString RewriteServer::Shared::nameOf(std::string_view bearer) const
+{
+    if (sameSecret(bearer, token))
+        return u"default"_s;
+    return tokens.nameOf(QByteArrayView(bearer.data(), qsizetype(bearer.size())));
+}
+
+void RewriteServer::Shared::watchTokens()
+{
+    tokensPoll.expires_after(std::chrono::milliseconds(config.tokensPollMilliseconds));
+    tokensPoll.async_wait([this](const beast::error_code &error) {
+        if (error)
+            return;
+        reloadTokensIfChanged();
+        watchTokens();
+    });
+}
+
+void RewriteServer::Shared::reloadTokensIfChanged()
+{
+    // A stat on a small local file: cheap enough for the event loop once a second. The
+    // file is replaced whole, so a new inode or time says it changed.
+    struct stat info = {};
+    const bool exists = ::stat(QFile::encodeName(config.tokensFile).constData(), &info) == 0;
+    const auto stamp = exists
+        ? std::tuple(true, qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec,
+            qint64(info.st_size), quint64(info.st_ino))
+        : std::tuple(false, qint64(0), qint64(0), quint64(0));
+    if (stamp == tokensStamp)
+        return;
+    TokenStore next(config.tokensFile);
+    if (!next.load()) {
+        // The tokens in force stay until the file can be read again.
+        serverLog(u"tokens not reloaded: %1"_s.arg(next.error()));
+        tokensStamp = stamp;
+        return;
+    }
+    const bool first
+        = !std::get<0>(tokensStamp) && std::get<1>(tokensStamp) == 0 && tokens.entries().isEmpty();
+    tokensStamp = stamp;
+    tokens = std::move(next);
+    if (exists || !first)
+        serverLog(u"tokens: %1 in force from %2"_s.arg(tokens.entries().size()).arg(config.tokensFile));
+}
+
+void RewriteServer::Shared::probeUpstreams()
+{
+    probesRunning.clear();
+    probesPending = int(pool.urls().size());
+    for (int i = 0; i < pool.urls().size(); ++i) {
+        probesRunning.push_back(ModelListProbe::start(
+            io, pool.urls()[i], config.upstreamKey, probeDeadline, [this, i](bool answered, const QString &) {
+                const auto now = std::chrono::steady_clock::now();
+                if (answered)
+                    pool.answered(i, now);
+                else
+                    pool.failed(i, now);
+                if (--probesPending > 0 || draining)
+                    return;
+                probesRunning.clear();
+                probeTimer.expires_after(std::chrono::milliseconds(config.readinessProbeMilliseconds));
+                probeTimer.async_wait([this](const beast::error_code &error) {
+                    if (!error)
+                        probeUpstreams();
+                });
+            }));
+    }
+}
+
+std::vector<std::shared_ptr<RewriteServer::Session>> RewriteServer::Shared::openSessions() const
+{
+    std::vector<std::shared_ptr<Session>> open;
+    for (const std::weak_ptr<Session> &entry : sessions) {
+        if (auto session = entry.lock())
+            open.push_back(std::move(session));
+    }
+    return open;
+}
+
+bool RewriteServer::Shared::evictUnproven(
+    const Session *newcomer, const std::optional<asio::ip::address> &from)
+{
+    // Oldest first: the newest is the one asking for room.
+    for (const std::weak_ptr<Session> &entry : sessions) {
+        auto session = entry.lock();
+        if (!session || session.get() == newcomer || session->proven() || !session->counted()
+            || (from && session->address() != *from))
+            continue;
+        session->uncount();
+        session->shutdown();
+        return true;
+    }
+    return false;
+}
+
+void RewriteServer::Shared::beginShutdown(std::chrono::milliseconds drain)
+{
+    if (draining)
+        return;
+    draining = true;
+    beast::error_code ignored;
+    acceptor.close(ignored);
+    acceptPause.cancel();
+    tokensPoll.cancel();
+    probeTimer.cancel();
+    for (const auto &dropProbe : probesRunning)
+        dropProbe();
+    probesRunning.clear();
+    for (const auto &session : openSessions())
+        session->drainStarted();
+    drainTimer.expires_after(drain);
+    drainTimer.async_wait([this](const beast::error_code &error) {
+        if (error || sessions.empty())
+            return; // every connection closed before the drain was over
+        for (const auto &session : openSessions())
+            session->cutShort();
+        // A client that does not read its error event is not waited for.
+        drainTimer.expires_after(afterDrainGrace);
+        drainTimer.async_wait([this](const beast::error_code &error) {
+            if (error)
+                return;
+            for (const auto &session : openSessions())
+                session->shutdown();
+        });
+    });
+    if (sessions.empty())
+        drainTimer.cancel();
+}
+
 QByteArray RewriteServer::Shared::modelsReply() const
 {
     QJsonArray models;
@@ -625,11 +947,12 @@ RewriteServer::RewriteServer(ServerConfig config)
 {
     // A client that hangs up mid-write must cost us that connection, not the process.
     std::signal(SIGPIPE, SIG_IGN);
+    d->reloadTokensIfChanged();
 }
 
 RewriteServer::~RewriteServer()
 {
-    stop();
+    stop(std::chrono::milliseconds(0));
 }
 
 bool RewriteServer::bind()
@@ -666,6 +989,26 @@ bool RewriteServer::bind()
     return true;
 }
 
+bool RewriteServer::adopt(int descriptor)
+{
+    sockaddr_storage address = {};
+    socklen_t length = sizeof address;
+    beast::error_code error;
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &length) != 0
+        || (address.ss_family != AF_INET && address.ss_family != AF_INET6)) {
+        d->error = u"the socket handed over is not a TCP socket"_s;
+        return false;
+    }
+    d->acceptor.assign(address.ss_family == AF_INET ? tcp::v4() : tcp::v6(), descriptor, error);
+    if (error) {
+        d->error
+            = u"cannot take over the socket handed over: %1"_s.arg(QString::fromStdString(error.message()));
+        return false;
+    }
+    d->port = d->acceptor.local_endpoint(error).port();
+    return true;
+}
+
 int RewriteServer::port() const
 {
     return d->port;
@@ -684,6 +1027,9 @@ int RewriteServer::activeStreams() const
 void RewriteServer::run()
 {
     d->accept();
+    d->watchTokens();
+    d->probeUpstreams();
+    // Returns once the shutdown has let every connection and timer go.
     d->io.run();
 }
 
@@ -695,21 +1041,10 @@ bool RewriteServer::start()
     return true;
 }
 
-void RewriteServer::stop()
+void RewriteServer::stop(std::chrono::milliseconds drain)
 {
-    asio::post(d->io, [shared = d.get()] {
-        beast::error_code ignored;
-        shared->acceptor.close(ignored);
-        shared->acceptPause.cancel();
-        std::vector<std::shared_ptr<Session>> open;
-        for (const std::weak_ptr<Session> &entry : shared->sessions) {
-            if (auto session = entry.lock())
-                open.push_back(std::move(session));
-        }
-        for (const auto &session : open)
-            session->shutdown();
-        shared->io.stop();
-    });
-    if (d->thread.joinable())
-        d->thread.join();
+    if (!d->thread.joinable())
+        return;
+    asio::post(d->io, [shared = d.get(), drain] { shared->beginShutdown(drain); });
+    d->thread.join();
 }

@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <chrono>
 #include <memory>
 
 // tessary-server's HTTP side: POST /api/v1/chat/completions streams a rewrite from the
@@ -22,13 +23,16 @@ public:
 
     // Binds to the configured address; port 0 picks a free one. On failure error() says why.
     bool bind();
+    // Listens on a socket opened for us (by systemd's socket activation) instead.
+    bool adopt(int descriptor);
     int port() const;
     QString error() const;
 
-    // Serves until stop(); run() blocks, start() serves on a thread of its own.
-    void run();
+    // Serves until stop(); start() serves on a thread of its own.
     bool start();
-    void stop();
+    // Stops accepting, lets running streams go on for `drain`, ends the rest with an error
+    // event, and returns when every connection has closed.
+    void stop(std::chrono::milliseconds drain = std::chrono::milliseconds(0));
 
     int activeStreams() const;
 
@@ -36,5 +40,6 @@ public:
     struct Shared;
 
 private:
+    void run();
     std::unique_ptr<Shared> d;
 };

@@ -102,6 +102,24 @@ const QList<Option> &options()
             Kind::Number, number(&ServerConfig::maxHeaderBytes, 1024, 1024 * 1024) },
         { u"max_streams"_s, u"count"_s, u"Rewrites streamed at the same time (default 256)"_s, Kind::Number,
             number(&ServerConfig::maxStreams, 1, 4096) },
+        { u"max_streams_per_token"_s, u"count"_s,
+            u"Rewrites one token may stream at the same time (default 0: no limit)"_s, Kind::Number,
+            number(&ServerConfig::maxStreamsPerToken, 0, 4096) },
+        { u"requests_per_minute_per_token"_s, u"count"_s,
+            u"Rewrites one token may start per minute (default 0: no limit)"_s, Kind::Number,
+            number(&ServerConfig::requestsPerMinutePerToken, 0, 1000000) },
+        { u"tokens_file"_s, u"file"_s,
+            u"Tokens per person, hashed (default $XDG_CONFIG_HOME/tessary-server/tokens)"_s, Kind::Text,
+            text(&ServerConfig::tokensFile) },
+        { u"metrics_token"_s, u"token"_s, u"Token /metrics asks for (default: none needed)"_s, Kind::Text,
+            text(&ServerConfig::metricsToken) },
+        { u"drain_seconds"_s, u"seconds"_s,
+            u"On SIGTERM, how long running rewrites may finish (default 30)"_s, Kind::Number,
+            number(&ServerConfig::drainSeconds, 0, 3600) },
+        { u"tls_cert"_s, u"file"_s, u"Certificate chain (PEM) to serve HTTPS with, beside tls_key"_s,
+            Kind::Text, text(&ServerConfig::tlsCert) },
+        { u"tls_key"_s, u"file"_s, u"Private key (PEM) of tls_cert"_s, Kind::Text,
+            text(&ServerConfig::tlsKey) },
         { u"idle_timeout"_s, u"seconds"_s, u"Close client connections idle this long (default 60)"_s,
             Kind::Number, number(&ServerConfig::idleTimeoutSeconds, 1, 3600) },
         { u"upstream_timeout"_s, u"seconds"_s, u"Give up on an upstream silent this long (default 300)"_s,
@@ -208,6 +226,21 @@ QString readConfigText(QByteArrayView text, const QString &source, ServerConfig 
         const Option *option = optionNamed(name);
         if (!option)
             return at(key.source()) + u"unknown setting \"%1\""_s.arg(name);
+        // Several model servers, the first healthy one taken.
+        if (const auto *list = node.as_array(); list && name == "upstream_url"_L1) {
+            QStringList urls;
+            for (const toml::node &item : *list) {
+                if (!item.is_string())
+                    return at(item.source()) + u"upstream_url: expected addresses in quotes"_s;
+                urls << QString::fromStdString(item.as_string()->get());
+            }
+            if (urls.isEmpty())
+                return at(node.source()) + u"upstream_url: expected at least one address"_s;
+            config.upstreamUrl = urls.takeFirst();
+            config.fallbackUrls = urls;
+            found.insert(name);
+            continue;
+        }
         const std::optional<QString> value = entryValue(node, option->kind);
         if (!value)
             return at(node.source()) + u"%1: %2"_s.arg(name, expectedEntry(*option));
@@ -240,6 +273,9 @@ ConfigResult loadServerConfig(const QStringList &arguments, const QStringList &e
     parser.addOption(versionOption);
     parser.addOption(configOption);
     parser.addOption(verboseOption);
+    parser.addPositionalArgument(u"token"_s,
+        u"token add NAME | token list | token revoke NAME: tokens per person"_s,
+        u"[token add NAME | token list | token revoke NAME]"_s);
     for (const Option &option : options())
         parser.addOption(QCommandLineOption(flagName(option.key), option.description, option.valueName));
 
@@ -327,12 +363,20 @@ ConfigResult loadServerConfig(const QStringList &arguments, const QStringList &e
         return result;
     }
 
+    if (config.tokensFile.isEmpty())
+        config.tokensFile = directory + u"/tokens"_s;
+    if (config.tlsCert.isEmpty() != config.tlsKey.isEmpty()) {
+        result.error = u"tls_cert and tls_key go together: set both, or neither"_s;
+        return result;
+    }
+
     if (config.releaseVersion.isEmpty())
         config.releaseVersion = QString::fromLatin1(TESSARY_SERVER_VERSION);
     if (config.releaseMinimumVersion.isEmpty())
         config.releaseMinimumVersion = config.releaseVersion;
 
     result.config = config;
+    result.positional = parser.positionalArguments();
     return result;
 }
 

@@ -12,6 +12,7 @@
 struct ServerConfig
 {
     QString upstreamUrl; // OpenAI-compatible base, e.g. http://localhost:11434/v1
+    QStringList fallbackUrls; // tried in order when the one before refuses or fails before any text
     QString model; // empty: the upstream's own default, where it has one
     QString upstreamKey; // sent to the upstream as a bearer token when not empty
     QString listenAddress = QStringLiteral("127.0.0.1");
@@ -22,6 +23,13 @@ struct ServerConfig
     qint64 maxBodyBytes = 512 * 1024;
     int maxHeaderBytes = 16 * 1024;
     int maxStreams = 256; // rewrites streamed at the same time
+    int maxStreamsPerToken = 0; // by one token at the same time; 0: no limit
+    int requestsPerMinutePerToken = 0; // rewrites one token may start per minute; 0: no limit
+    QString tokensFile; // a token per person, hashed; empty: <config dir>/tokens
+    QString metricsToken; // when set, /metrics wants it as a bearer token
+    int drainSeconds = 30; // on SIGTERM, how long running streams may go on
+    QString tlsCert; // PEM files: with both set, clients speak HTTPS
+    QString tlsKey;
     int idleTimeoutSeconds = 60; // a client connection with nothing moving is closed
     int requestHeadSeconds = 10; // a request's line and headers must arrive whole within this
     int maxHeaderFields = 100;
@@ -35,6 +43,13 @@ struct ServerConfig
     bool releaseForceUpdate = false;
     bool verbose = false;
     QString configFile; // where the settings were read from
+
+    // Not settings an administrator needs; each holds its production value.
+    int tokensPollMilliseconds = 1000; // how often the tokens file is looked at
+    int rateWindowMilliseconds = 60 * 1000; // the minute of requests_per_minute_per_token
+    int readinessProbeMilliseconds = 10 * 1000; // how often the model servers list their models
+    int readyWindowMilliseconds = 30 * 1000; // a model list older than this means not ready
+    int upstreamCoolDownMilliseconds = 30 * 1000; // a failed model server is skipped this long
 };
 
 struct ConfigResult
@@ -42,6 +57,7 @@ struct ConfigResult
     std::optional<ServerConfig> config;
     QString error; // for the user when config is absent
     bool exitEarly = false; // --help or --version was answered
+    QStringList positional; // a command and its words, e.g. token add NAME
 };
 
 // Defaults, then the config file, then TESSARY_SERVER_* environment variables, then

@@ -284,6 +284,7 @@ void UpstreamCall::State::failTransport(Stage stage, const beast::error_code &er
     QString message;
     switch (stage) {
     case Stage::Connecting:
+        outcome.tryAnother = true;
         message = u"tessary-server cannot reach the language model server at %1. Start the model server, "
                   "or correct upstream_url in tessary-server's config."_s.arg(shownUrl);
         break;
@@ -316,6 +317,7 @@ void UpstreamCall::State::conclude()
     const int status = reader->status();
     if (status >= 400) {
         const QString detail = upstreamErrorText(errorReply);
+        outcome.tryAnother = status >= 500;
         return finish(UpstreamOutcome::Result::Failed,
             u"The language model server at %1 answered HTTP %2%3.%4"_s.arg(shownUrl)
                 .arg(status)

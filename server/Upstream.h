@@ -16,6 +16,8 @@ struct UpstreamOutcome
     Result result = Result::Failed;
     QString message; // for the user, when Failed
     int fragments = 0;
+    // Refused the connection or answered 5xx, before any text: another upstream may answer.
+    bool tryAnother = false;
 };
 
 // One streamed /chat/completions request to the OpenAI-compatible upstream, run on the

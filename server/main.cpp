@@ -2,6 +2,7 @@
 #include "RewriteServer.h"
 #include "ServerConfig.h"
 #include "ServerLog.h"
+#include "TokenStore.h"
 #include "Upstream.h"
 
 #include <QCoreApplication>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <pthread.h>
+#include <systemd/sd-daemon.h>
 
 using namespace Qt::StringLiterals;
 
@@ -47,6 +49,44 @@ void adoptLocalModelServer(ServerConfig &config)
         config.model));
 }
 
+// `tessary-server token add NAME | list | revoke NAME`: the tokens file, edited while
+// the server runs; it notices within a second or two.
+int tokenCommand(const ServerConfig &config, const QStringList &words)
+{
+    const QString verb = words.value(1);
+    TokenStore store(config.tokensFile);
+    if (!store.load()) {
+        std::fprintf(stderr, "tessary-server: %s\n", qPrintable(store.error()));
+        return 1;
+    }
+    if (verb == "list"_L1 && words.size() == 2) {
+        for (const TokenStore::Entry &entry : store.entries())
+            std::printf("%s\t%s\n", qPrintable(entry.name), qPrintable(entry.created.toString(Qt::ISODate)));
+        return 0;
+    }
+    if (verb == "add"_L1 && words.size() == 3) {
+        const QString token = store.add(words[2]);
+        if (token.isEmpty()) {
+            std::fprintf(stderr, "tessary-server: %s\n", qPrintable(store.error()));
+            return 1;
+        }
+        // Shown this once and never stored: only its hash is in the file.
+        std::printf("token for %s (shown only now; give it to them as Tessary's API key):\n%s\n",
+            qPrintable(words[2]), qPrintable(token));
+        return 0;
+    }
+    if (verb == "revoke"_L1 && words.size() == 3) {
+        if (!store.revoke(words[2])) {
+            std::fprintf(stderr, "tessary-server: %s\n", qPrintable(store.error()));
+            return 1;
+        }
+        std::printf("revoked the token of %s\n", qPrintable(words[2]));
+        return 0;
+    }
+    std::fprintf(stderr, "usage: tessary-server token add NAME | token list | token revoke NAME\n");
+    return 2;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -64,6 +104,13 @@ int main(int argc, char *argv[])
         return 2;
     }
     ServerConfig config = *loaded.config;
+    if (const QStringList words = loaded.positional; !words.isEmpty()) {
+        if (words.first() == "token"_L1)
+            return tokenCommand(config, words);
+        std::fprintf(
+            stderr, "tessary-server: unknown command \"%s\" (try --help)\n", qPrintable(words.first()));
+        return 2;
+    }
 
     const QString tokenPath = defaultConfigDirectory(environment) + u"/client-token"_s;
     const TokenResult token = settleClientToken(config, tokenPath);
@@ -93,7 +140,14 @@ int main(int argc, char *argv[])
     if (config.upstreamUrl.isEmpty())
         adoptLocalModelServer(config);
     RewriteServer server(config);
-    if (!server.bind()) {
+    // Started by a systemd socket unit: the socket is already listening, and stays open
+    // across restarts, so no connection is refused in between.
+    const int handedOver = sd_listen_fds(1);
+    if (handedOver > 1) {
+        std::fprintf(stderr, "tessary-server: expected one socket from systemd, got %d\n", handedOver);
+        return 1;
+    }
+    if (handedOver == 1 ? !server.adopt(SD_LISTEN_FDS_START) : !server.bind()) {
         std::fprintf(stderr, "tessary-server: %s\n", qPrintable(server.error()));
         return 1;
     }
@@ -113,9 +167,13 @@ int main(int argc, char *argv[])
         serverLog(u"verbose: request texts and samples will be logged"_s);
 
     server.start();
+    sd_notify(0, "READY=1");
     int received = 0;
     sigwait(&stopSignals, &received);
-    server.stop();
+    sd_notify(0, "STOPPING=1");
+    serverLog(
+        u"stopping: no new connections; running rewrites have %1 s to finish"_s.arg(config.drainSeconds));
+    server.stop(std::chrono::seconds(config.drainSeconds));
     serverLog(u"tessary-server stopped"_s);
     return 0;
 }

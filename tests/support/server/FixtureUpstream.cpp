@@ -28,6 +28,11 @@ FixtureUpstream::FixtureUpstream(int threads)
     std::signal(SIGPIPE, SIG_IGN);
     m_server->new_task_queue = [threads] { return new httplib::ThreadPool(size_t(threads)); };
     m_server->set_tcp_nodelay(true);
+    // Readiness is whether the model server lists its models.
+    m_server->Get("/v1/models", [](const httplib::Request &, httplib::Response &response) {
+        response.set_content(
+            R"({"object":"list","data":[{"id":"tiny-model","object":"model"}]})", "application/json");
+    });
     m_server->Post(
         "/v1/chat/completions", [this](const httplib::Request &request, httplib::Response &response) {
             UpstreamScript script;

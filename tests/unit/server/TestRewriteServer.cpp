@@ -214,8 +214,8 @@ private Q_SLOTS:
         QCOMPARE(m_server->activeStreams(), 1);
         StreamReader *refused = post(rewriteBody(u"second"_s));
         QTRY_VERIFY(refused->finished);
-        QCOMPARE(refused->status(), 503);
-        QVERIFY(refused->body.contains("server_busy"));
+        QCOMPARE(refused->status(), 429);
+        QVERIFY(refused->body.contains("rate_limit_error"));
         if (hangUp) {
             reply->reply->abort();
             QTRY_COMPARE(m_upstream.abandonedReplies(), abandonedBefore + 1);
@@ -384,37 +384,59 @@ private Q_SLOTS:
         QCOMPARE(m_upstream.requests().size(), upstreamRequestsBefore);
     }
 
-    // Connections beyond the caps are answered at once, not left waiting for a turn.
-    void connectionsBeyondTheCapsAreRefused_data()
+    // At the caps, a connection that has shown no valid token gives way to a newcomer, the
+    // oldest first, so slow heads cannot lock out a client with a token, even from its own
+    // address. Connections that have shown one are never closed for room: beyond them, a
+    // newcomer is answered 503 at once instead of waiting for a turn.
+    void connectionsBeyondTheCaps_data()
     {
         QTest::addColumn<int>("maxConnections");
         QTest::addColumn<int>("maxPerAddress");
-        QTest::addColumn<QString>("thirdFrom");
-        QTest::addColumn<int>("status");
-        QTest::newRow("beyond the cap per address") << 100 << 2 << u"127.0.0.1"_s << 503;
-        QTest::newRow("beyond the cap in total") << 2 << 100 << u"127.0.0.2"_s << 503;
-        QTest::newRow("another address is not held back") << 100 << 2 << u"127.0.0.2"_s << 200;
+        QTest::addColumn<QString>("secondFrom");
+        QTest::addColumn<bool>("firstTwoProven"); // they fetched the models with the token
+        QTest::addColumn<int>("status"); // of the third, a rewrite with the token from 127.0.0.1
+        QTest::addColumn<bool>("firstClosed");
+        QTest::newRow("silent heads from the client's own address give way")
+            << 100 << 2 << u"127.0.0.1"_s << false << 200 << true;
+        QTest::newRow("silent heads give way in total") << 2 << 100 << u"127.0.0.2"_s << false << 200 << true;
+        QTest::newRow("a silent head from another address is kept")
+            << 100 << 2 << u"127.0.0.2"_s << false << 200 << false;
+        QTest::newRow("connections with a token are kept, the newcomer refused")
+            << 2 << 100 << u"127.0.0.1"_s << true << 503 << false;
+        QTest::newRow("connections with a token from one address are kept")
+            << 100 << 2 << u"127.0.0.1"_s << true << 503 << false;
     }
-    void connectionsBeyondTheCapsAreRefused()
+    void connectionsBeyondTheCaps()
     {
         QFETCH(int, maxConnections);
         QFETCH(int, maxPerAddress);
-        QFETCH(QString, thirdFrom);
+        QFETCH(QString, secondFrom);
+        QFETCH(bool, firstTwoProven);
+        m_upstream.setScript({ .fragments = { u"Hey"_s } });
         ServerConfig capped = config();
         capped.maxConnections = maxConnections;
         capped.maxConnectionsPerAddress = maxPerAddress;
         QVERIFY(serve(capped));
 
-        // Two that connect and say nothing, accepted before the third in the order they came.
         RawClient first(m_server->port());
-        RawClient second(m_server->port());
-        QTRY_VERIFY(first.connected() && second.connected());
+        QTRY_VERIFY(first.connected());
+        RawClient second(m_server->port(), secondFrom);
+        QTRY_VERIFY(second.connected());
+        if (firstTwoProven) {
+            for (RawClient *client : { &first, &second })
+                client->socket.write(
+                    "GET /api/v1/models HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer "
+                    + token.toUtf8() + "\r\n\r\n");
+            QTRY_VERIFY(first.status() == 200 && second.status() == 200);
+        }
         // Written while connecting: a refusal may come, and the connection end, at once.
-        RawClient third(m_server->port(), thirdFrom);
-        third.socket.write("GET /api/v1/version HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+        RawClient third(m_server->port());
+        third.socket.write(rawPost("Authorization: Bearer " + token.toUtf8() + "\r\n"));
         QTRY_VERIFY(third.closed());
         QTEST(third.status(), "status");
-        QVERIFY(!first.closed() && !second.closed());
+        QFETCH(bool, firstClosed);
+        QTRY_COMPARE(first.closed(), firstClosed);
+        QVERIFY(!second.closed());
     }
 
     void versionNeedsNoTokenAndServesTheConfiguredRelease()
