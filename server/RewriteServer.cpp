@@ -576,6 +576,9 @@ void RewriteServer::Session::startStream(const RewriteRequest &rewrite)
         m_chunked ? "Cache-Control: no-cache\r\nX-Accel-Buffering: no\r\nTransfer-Encoding: chunked\r\n\r\n"
                   : "Cache-Control: no-cache\r\nX-Accel-Buffering: no\r\n\r\n"));
 
+    // A keep-alive connection carries one request after another: each starts afresh.
+    m_sentText = false;
+    m_triedAnother = false;
     m_upstreamBody = chatCompletionBody(
         promptMessages(rewrite.examples, rewrite.tone, rewrite.text, config().sampleBudget), config().model);
     callUpstream(m_shared.pool.pick(std::chrono::steady_clock::now()));
@@ -774,13 +777,13 @@ void RewriteServer::Session::drain()
 void RewriteServer::Shared::accept()
 {
     acceptor.async_accept([this](const beast::error_code &error, tcp::socket socket) {
-        if (error == asio::error::operation_aborted)
+        if (error == asio::error::operation_aborted || draining)
             return;
         if (error) {
             // Out of descriptors, most likely: give the connections being closed a moment.
             acceptPause.expires_after(100ms);
             acceptPause.async_wait([this](const beast::error_code &error) {
-                if (!error)
+                if (!error && !draining)
                     accept();
             });
             return;
@@ -800,8 +803,9 @@ QString RewriteServer::Shared::nameOf(std::string_view bearer) const
 void RewriteServer::Shared::watchTokens()
 {
     tokensPoll.expires_after(std::chrono::milliseconds(config.tokensPollMilliseconds));
+    // A wait that completed just before the shutdown cancelled it must not start another.
     tokensPoll.async_wait([this](const beast::error_code &error) {
-        if (error)
+        if (error || draining)
             return;
         reloadTokensIfChanged();
         watchTokens();
@@ -843,16 +847,15 @@ void RewriteServer::Shared::probeUpstreams()
         probesRunning.push_back(ModelListProbe::start(
             io, pool.urls()[i], config.upstreamKey, probeDeadline, [this, i](bool answered, const QString &) {
                 const auto now = std::chrono::steady_clock::now();
+                // Only readiness follows the probes: requests alone decide the cool-downs.
                 if (answered)
                     pool.answered(i, now);
-                else
-                    pool.failed(i, now);
                 if (--probesPending > 0 || draining)
                     return;
                 probesRunning.clear();
                 probeTimer.expires_after(std::chrono::milliseconds(config.readinessProbeMilliseconds));
                 probeTimer.async_wait([this](const beast::error_code &error) {
-                    if (!error)
+                    if (!error && !draining)
                         probeUpstreams();
                 });
             }));

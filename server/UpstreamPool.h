@@ -22,7 +22,7 @@ public:
     int pick(Clock::time_point now, int except = -1) const;
     // It refused a connection or answered 5xx before any text: skipped for the cool-down.
     void failed(int index, Clock::time_point now);
-    // It answered its model list (or with text): ready, and no longer cooling down.
+    // It answered its model list: ready, and no longer cooling down.
     void answered(int index, Clock::time_point now);
 
     // Some upstream answered its model list within `window`; otherwise `reason` says why not.
