@@ -17,8 +17,11 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -232,6 +235,106 @@ private Q_SLOTS:
             QCOMPARE(QJsonDocument::fromJson(local.requests().last().body)["model"_L1].toString(), model);
         }
         stop(server);
+    }
+
+    // `token add | list | revoke` edit the tokens file; the token is printed once, as the
+    // last line, and only its hash is kept.
+    void tokenCommands_data()
+    {
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("output"); // in stdout (or stderr when failing)
+        QTest::addColumn<QStringList>("names"); // listed afterwards
+        const QStringList token { u"token"_s };
+        QTest::newRow("add") << QStringList { u"add"_s, u"carol"_s } << 0 << u"token for carol"_s
+                             << QStringList { u"alice"_s, u"carol"_s };
+        QTest::newRow("add a name taken") << QStringList { u"add"_s, u"alice"_s } << 1
+                                          << u"already has a token"_s << QStringList { u"alice"_s };
+        QTest::newRow("add a name with a space") << QStringList { u"add"_s, u"a b"_s } << 1
+                                                 << u"is not a token name"_s << QStringList { u"alice"_s };
+        QTest::newRow("revoke") << QStringList { u"revoke"_s, u"alice"_s } << 0 << u"revoked"_s
+                                << QStringList();
+        QTest::newRow("revoke someone unknown")
+            << QStringList { u"revoke"_s, u"dave"_s } << 1 << u"has no token"_s << QStringList { u"alice"_s };
+        QTest::newRow("unknown verb")
+            << QStringList { u"drop"_s } << 2 << u"usage"_s << QStringList { u"alice"_s };
+    }
+    void tokenCommands()
+    {
+        QFETCH(QStringList, command);
+        QTemporaryDir home;
+        const auto run = [&home](const QStringList &words) {
+            auto *process = new QProcess;
+            process->setProcessEnvironment(environmentFor(home.path()));
+            process->start(QString::fromLatin1(TESSARY_SERVER_PATH), QStringList { u"token"_s } + words);
+            process->waitForFinished(10000);
+            return std::unique_ptr<QProcess>(process);
+        };
+        const auto first = run({ u"add"_s, u"alice"_s });
+        QCOMPARE(first->exitCode(), 0);
+        const QByteArray aliceToken = first->readAllStandardOutput().trimmed().split('\n').last();
+        const QString file = home.filePath(u"tessary-server/tokens"_s);
+        struct stat info = {};
+        QCOMPARE(::stat(QFile::encodeName(file).constData(), &info), 0);
+        QCOMPARE(info.st_mode & 0777, 0600u);
+        QVERIFY(!ScratchFiles::read(file).contains(aliceToken));
+
+        const auto done = run(command);
+        QTEST(done->exitCode(), "exitCode");
+        QFETCH(QString, output);
+        const QByteArray said = done->readAllStandardOutput() + done->readAllStandardError();
+        QVERIFY2(said.contains(output.toUtf8()), said.constData());
+        const auto listed = run({ u"list"_s });
+        QStringList names;
+        for (const QByteArray &line : listed->readAllStandardOutput().split('\n')) {
+            if (!line.isEmpty())
+                names << QString::fromUtf8(line.split('\t').first());
+        }
+        QTEST(names, "names");
+        QVERIFY(!ScratchFiles::read(file).contains(aliceToken));
+    }
+
+    // SIGTERM: the server stops taking connections, lets a running stream end, and exits 0;
+    // or, past drain_seconds, ends it with an error event and a proper end.
+    void sigtermDrainsRunningStreams_data()
+    {
+        QTest::addColumn<QString>("drainSeconds");
+        QTest::addColumn<bool>("upstreamGoesOn");
+        QTest::addColumn<QByteArray>("end"); // the last event of the running stream
+        QTest::newRow("stream finishes") << u"30"_s << true << QByteArray("data: [DONE]");
+        QTest::newRow("stream past the drain")
+            << u"0"_s << false << QByteArray("tessary-server is restarting");
+    }
+    void sigtermDrainsRunningStreams()
+    {
+        QFETCH(QString, drainSeconds);
+        QFETCH(bool, upstreamGoesOn);
+        m_upstream.setScript({ .fragments = { u"one"_s, u"two"_s }, .stallAfter = 1 });
+        QProcess server;
+        const int port = start(server, { u"--drain-seconds="_s + drainSeconds });
+        QVERIFY(port > 0);
+        QNetworkReply *running = rewrite(port, tokenIn(m_home.path()));
+        QByteArray received;
+        connect(running, &QNetworkReply::readyRead, this, [&] { received += running->readAll(); });
+        QTRY_VERIFY(received.contains(R"("content":"one")"));
+
+        server.terminate();
+        QTRY_VERIFY([port] {
+            QTcpSocket probe;
+            probe.connectToHost(QHostAddress::LocalHost, quint16(port));
+            return !probe.waitForConnected(2000);
+        }());
+        if (upstreamGoesOn)
+            m_upstream.release();
+        QCOMPARE(statusOf(running), 200);
+        received += running->readAll();
+        QCOMPARE(running->error(), QNetworkReply::NoError);
+        QFETCH(QByteArray, end);
+        QVERIFY2(received.trimmed().split('\n').last().contains(end), received.constData());
+        QVERIFY(server.waitForFinished(10000));
+        QCOMPARE(server.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(server.exitCode(), 0);
+        m_upstream.setScript({ .fragments = { u"Hey"_s } });
     }
 };
 
