@@ -22,12 +22,14 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/status.hpp>
+#include <boost/beast/ssl/ssl_stream.hpp>
 #include <csignal>
 #include <deque>
 #include <list>
@@ -36,6 +38,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
+#include <variant>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -185,6 +188,7 @@ struct RewriteServer::Shared
     std::list<std::weak_ptr<Session>> sessions;
     int port = -1;
     QString error;
+    std::optional<asio::ssl::context> tls; // with tls_cert and tls_key
     // Declared after everything a session touches: destroying the event loop destroys
     // the sessions its pending operations still hold.
     asio::io_context io { 1 };
@@ -201,7 +205,7 @@ class RewriteServer::Session : public std::enable_shared_from_this<Session>
 public:
     Session(Shared &shared, tcp::socket socket)
         : m_shared(shared)
-        , m_stream(std::move(socket))
+        , m_stream(plainOrSecure(shared, std::move(socket)))
         , m_buffer(size_t(shared.config.maxHeaderBytes) + 4096)
         , m_heartbeat(shared.io)
     {
@@ -245,7 +249,23 @@ private:
     void drain();
 
     Shared &m_shared;
-    beast::tcp_stream m_stream;
+    using PlainStream = beast::tcp_stream;
+    using SecureStream = beast::ssl_stream<beast::tcp_stream>;
+    using Stream = std::variant<PlainStream, SecureStream>;
+    static Stream plainOrSecure(Shared &shared, tcp::socket socket)
+    {
+        if (shared.tls)
+            return Stream(std::in_place_type<SecureStream>, std::move(socket), *shared.tls);
+        return Stream(std::in_place_type<PlainStream>, std::move(socket));
+    }
+    // The TCP connection under TLS or not: for deadlines, options and closing.
+    beast::tcp_stream &tcp()
+    {
+        return std::visit(
+            [](auto &stream) -> beast::tcp_stream & { return beast::get_lowest_layer(stream); }, m_stream);
+    }
+    void handshake();
+    Stream m_stream;
     asio::ip::address m_address;
     std::list<std::weak_ptr<Session>>::iterator m_entry;
     bool m_registered = false;
@@ -307,10 +327,10 @@ void RewriteServer::Session::uncount()
 void RewriteServer::Session::begin()
 {
     beast::error_code error;
-    m_address = m_stream.socket().remote_endpoint(error).address();
+    m_address = tcp().socket().remote_endpoint(error).address();
     if (error)
         return; // gone before we looked
-    m_stream.socket().set_option(tcp::no_delay(true), error);
+    tcp().socket().set_option(tcp::no_delay(true), error);
     m_entry = m_shared.sessions.insert(m_shared.sessions.end(), weak_from_this());
     m_registered = true;
     m_counted = true;
@@ -329,11 +349,14 @@ void RewriteServer::Session::begin()
         fullHere = false;
     if (full || fullHere) {
         uncount();
+        if (std::holds_alternative<SecureStream>(m_stream))
+            return shutdown(); // an answer would cost a handshake first
+
         m_drainTime = turnedAwayDrainTime;
         return refuse(503, u"server_busy"_s,
             u"tessary-server has too many open connections. Try again in a moment."_s, "Retry-After: 1\r\n");
     }
-    readHead();
+    handshake();
 }
 
 void RewriteServer::Session::shutdown()
@@ -343,7 +366,23 @@ void RewriteServer::Session::shutdown()
     if (m_upstream)
         m_upstream->cancel();
     beast::error_code ignored;
-    m_stream.socket().close(ignored);
+    tcp().socket().close(ignored);
+}
+
+void RewriteServer::Session::handshake()
+{
+    auto *secure = std::get_if<SecureStream>(&m_stream);
+    if (!secure)
+        return readHead();
+    m_awaitingHead = true;
+    // The handshake is part of the head: it must be over within the same time.
+    tcp().expires_after(std::chrono::seconds(config().requestHeadSeconds));
+    secure->async_handshake(
+        asio::ssl::stream_base::server, [self = shared_from_this()](const beast::error_code &error) {
+            if (error)
+                return self->shutdown();
+            self->readHead();
+        });
 }
 
 void RewriteServer::Session::drainStarted()
@@ -368,9 +407,13 @@ void RewriteServer::Session::readHead()
     // The length a client announces is judged after its token, not while reading the head.
     m_reader->body_limit(boost::none);
     // The whole head must arrive by then, however slowly its bytes trickle in.
-    m_stream.expires_after(std::chrono::seconds(config().requestHeadSeconds));
-    http::async_read_header(m_stream, m_buffer, *m_reader,
-        [self = shared_from_this()](const beast::error_code &error, size_t) { self->onHead(error); });
+    tcp().expires_after(std::chrono::seconds(config().requestHeadSeconds));
+    std::visit(
+        [this](auto &stream) {
+            http::async_read_header(stream, m_buffer, *m_reader,
+                [self = shared_from_this()](const beast::error_code &error, size_t) { self->onHead(error); });
+        },
+        m_stream);
 }
 
 void RewriteServer::Session::onHead(const beast::error_code &error)
@@ -441,20 +484,28 @@ void RewriteServer::Session::onHead(const beast::error_code &error)
     if (!m_reader->expectsContinue())
         return readBody();
     static constexpr std::string_view goOn = "HTTP/1.1 100 Continue\r\n\r\n";
-    m_stream.expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
-    asio::async_write(
-        m_stream, asio::buffer(goOn), [self = shared_from_this()](const beast::error_code &error, size_t) {
-            if (error)
-                return self->shutdown();
-            self->readBody();
-        });
+    tcp().expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
+    std::visit(
+        [this](auto &stream) {
+            asio::async_write(stream, asio::buffer(goOn),
+                [self = shared_from_this()](const beast::error_code &error, size_t) {
+                    if (error)
+                        return self->shutdown();
+                    self->readBody();
+                });
+        },
+        m_stream);
 }
 
 void RewriteServer::Session::readBody()
 {
-    m_stream.expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
-    http::async_read(m_stream, m_buffer, *m_reader,
-        [self = shared_from_this()](const beast::error_code &error, size_t) { self->onBody(error); });
+    tcp().expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
+    std::visit(
+        [this](auto &stream) {
+            http::async_read(stream, m_buffer, *m_reader,
+                [self = shared_from_this()](const beast::error_code &error, size_t) { self->onBody(error); });
+        },
+        m_stream);
 }
 
 void RewriteServer::Session::onBody(const beast::error_code &error)
@@ -651,19 +702,23 @@ void RewriteServer::Session::writeNext()
         return;
     }
     m_writing = true;
-    m_stream.expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
-    m_stream.async_write_some(asio::buffer(m_outbox.front()),
-        [self = shared_from_this()](const beast::error_code &error, size_t written) {
-            if (error)
-                return self->clientGone();
-            self->m_unsentBytes -= written;
-            std::string &front = self->m_outbox.front();
-            if (written < front.size())
-                front.erase(0, written);
-            else
-                self->m_outbox.pop_front();
-            self->writeNext();
-        });
+    tcp().expires_after(std::chrono::seconds(config().idleTimeoutSeconds));
+    std::visit(
+        [this](auto &stream) {
+            stream.async_write_some(asio::buffer(m_outbox.front()),
+                [self = shared_from_this()](const beast::error_code &error, size_t written) {
+                    if (error)
+                        return self->clientGone();
+                    self->m_unsentBytes -= written;
+                    std::string &front = self->m_outbox.front();
+                    if (written < front.size())
+                        front.erase(0, written);
+                    else
+                        self->m_outbox.pop_front();
+                    self->writeNext();
+                });
+        },
+        m_stream);
 }
 
 void RewriteServer::Session::beat()
@@ -688,7 +743,7 @@ void RewriteServer::Session::clientGone()
     if (m_upstream)
         m_upstream->cancel();
     beast::error_code ignored;
-    m_stream.socket().close(ignored);
+    tcp().socket().close(ignored);
 }
 
 void RewriteServer::Session::upstreamDone(const UpstreamOutcome &outcome)
@@ -756,8 +811,8 @@ void RewriteServer::Session::afterResponse()
 void RewriteServer::Session::closeGracefully()
 {
     beast::error_code ignored;
-    m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
-    m_stream.expires_after(m_drainTime);
+    tcp().socket().shutdown(tcp::socket::shutdown_send, ignored);
+    tcp().expires_after(m_drainTime);
     drain();
 }
 
@@ -765,13 +820,17 @@ void RewriteServer::Session::drain()
 {
     // Only ever read into and never looked at; the one event-loop thread makes sharing it safe.
     static char discard[16 * 1024];
-    m_stream.async_read_some(
-        asio::buffer(discard), [self = shared_from_this()](const beast::error_code &error, size_t read) {
-            self->m_drained += read;
-            if (error || self->m_drained > maxDrainBytes)
-                return self->shutdown();
-            self->drain();
-        });
+    std::visit(
+        [this](auto &stream) {
+            stream.async_read_some(asio::buffer(discard),
+                [self = shared_from_this()](const beast::error_code &error, size_t read) {
+                    self->m_drained += read;
+                    if (error || self->m_drained > maxDrainBytes)
+                        return self->shutdown();
+                    self->drain();
+                });
+        },
+        m_stream);
 }
 
 void RewriteServer::Shared::accept()
@@ -958,8 +1017,33 @@ RewriteServer::~RewriteServer()
     stop(std::chrono::milliseconds(0));
 }
 
+bool RewriteServer::loadTls()
+{
+    if (d->config.tlsCert.isEmpty())
+        return true;
+    beast::error_code error;
+    d->tls.emplace(asio::ssl::context::tls_server);
+    d->tls->set_options(asio::ssl::context::default_workarounds | asio::ssl::context::no_sslv2
+        | asio::ssl::context::no_sslv3 | asio::ssl::context::no_tlsv1 | asio::ssl::context::no_tlsv1_1);
+    d->tls->use_certificate_chain_file(d->config.tlsCert.toStdString(), error);
+    if (error) {
+        d->error
+            = u"cannot use tls_cert %1: %2"_s.arg(d->config.tlsCert, QString::fromStdString(error.message()));
+        return false;
+    }
+    d->tls->use_private_key_file(d->config.tlsKey.toStdString(), asio::ssl::context::pem, error);
+    if (error) {
+        d->error
+            = u"cannot use tls_key %1: %2"_s.arg(d->config.tlsKey, QString::fromStdString(error.message()));
+        return false;
+    }
+    return true;
+}
+
 bool RewriteServer::bind()
 {
+    if (!loadTls())
+        return false;
     beast::error_code error;
     const std::string host = d->config.listenAddress.toStdString();
     asio::ip::address address = asio::ip::make_address(host, error);
@@ -994,6 +1078,8 @@ bool RewriteServer::bind()
 
 bool RewriteServer::adopt(int descriptor)
 {
+    if (!loadTls())
+        return false;
     sockaddr_storage address = {};
     socklen_t length = sizeof address;
     beast::error_code error;

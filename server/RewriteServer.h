@@ -41,5 +41,6 @@ public:
 
 private:
     void run();
+    bool loadTls();
     std::unique_ptr<Shared> d;
 };

@@ -152,11 +152,12 @@ int main(int argc, char *argv[])
         return 1;
     }
     const QHostAddress address(config.listenAddress);
-    if (!address.isLoopback() && config.listenAddress != "localhost"_L1)
+    if (!address.isLoopback() && config.listenAddress != "localhost"_L1 && config.tlsCert.isEmpty())
         serverLog(u"warning: listening on %1, reachable from other machines; put TLS in front of it"_s.arg(
             config.listenAddress));
-    serverLog(u"tessary-server %1 listening on http://%2:%3/api/v1"_s
-                  .arg(QString::fromLatin1(TESSARY_SERVER_VERSION), config.listenAddress)
+    serverLog(u"tessary-server %1 listening on %2://%3:%4/api/v1"_s
+                  .arg(QString::fromLatin1(TESSARY_SERVER_VERSION),
+                      config.tlsCert.isEmpty() ? u"http"_s : u"https"_s, config.listenAddress)
                   .arg(server.port()));
     if (const QString problem = upstreamUrlProblem(config.upstreamUrl); !problem.isEmpty())
         serverLog(u"warning: "_s + problem);

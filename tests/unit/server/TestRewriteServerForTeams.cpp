@@ -13,6 +13,9 @@
 #include <QJsonArray>
 #include <QNetworkAccessManager>
 #include <QProcess>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -413,6 +416,52 @@ private Q_SLOTS:
         QFETCH(QString, last);
         QCOMPARE(running->events().last(), last);
         QCOMPARE(running->events().first(), u"one"_s);
+    }
+
+    // With tls_cert and tls_key the server speaks HTTPS itself; plain HTTP gets nothing.
+    void tlsWithACertificateOfItsOwn_data()
+    {
+        QTest::addColumn<QString>("scheme");
+        QTest::addColumn<bool>("trusted"); // the client knows the server's certificate
+        QTest::addColumn<QStringList>("events"); // empty: no reply
+        QTest::newRow("https, certificate trusted")
+            << u"https"_s << true << QStringList({ u"Hey"_s, u"done"_s });
+        QTest::newRow("https, certificate unknown") << u"https"_s << false << QStringList();
+        QTest::newRow("plain http to the TLS port") << u"http"_s << false << QStringList();
+    }
+    void tlsWithACertificateOfItsOwn()
+    {
+        QFETCH(QString, scheme);
+        QFETCH(bool, trusted);
+        if (!QSslSocket::supportsSsl())
+            QSKIP("Qt was built without TLS");
+        const QString cert = m_dir.filePath(u"cert.pem"_s);
+        const QString key = m_dir.filePath(u"key.pem"_s);
+        QProcess openssl;
+        openssl.start(u"openssl"_s,
+            { u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s, u"ec_paramgen_curve:prime256v1"_s,
+                u"-nodes"_s, u"-days"_s, u"1"_s, u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
+                u"subjectAltName=IP:127.0.0.1"_s, u"-keyout"_s, key, u"-out"_s, cert });
+        QVERIFY(openssl.waitForFinished(20000));
+        QCOMPARE(openssl.exitCode(), 0);
+        ServerConfig secure = config();
+        secure.tlsCert = cert;
+        secure.tlsKey = key;
+        QVERIFY(serve(secure));
+
+        QNetworkRequest request(
+            QUrl(u"%1://127.0.0.1:%2/api/v1/chat/completions"_s.arg(scheme).arg(m_server->port())));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+        request.setRawHeader("Authorization", "Bearer " + legacyToken.toUtf8());
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        if (trusted)
+            tls.setCaCertificates(QSslCertificate::fromPath(cert));
+        request.setSslConfiguration(tls);
+        auto *reply = new StreamReader(m_network.post(request, rewriteBody(u"text"_s)));
+        reply->setParent(this);
+        QTRY_VERIFY(reply->finished);
+        QTEST(reply->events(), "events");
+        QCOMPARE(reply->reply->error() == QNetworkReply::NoError, trusted);
     }
 };
 
