@@ -132,7 +132,7 @@ private Q_SLOTS:
             QTRY_VERIFY(!stream->events().isEmpty());
 
         one.terminate();
-        QVERIFY(one.waitForFinished(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(one.state(), QProcess::NotRunning, 10000);
         QCOMPARE(one.exitCode(), 0);
         m_upstream.release();
         int cut = 0;
@@ -157,9 +157,9 @@ private Q_SLOTS:
             QCOMPARE(reply->events(), QStringList({ u"Hey"_s, u"done"_s }));
         }
         proxy.terminate();
-        QVERIFY(proxy.waitForFinished(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(proxy.state(), QProcess::NotRunning, 10000);
         two.terminate();
-        QVERIFY(two.waitForFinished(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(two.state(), QProcess::NotRunning, 10000);
         QCOMPARE(two.exitCode(), 0);
     }
 };
