@@ -1,7 +1,8 @@
 // Load on tessary-server, loopback only and bounded: 200 rewrites streamed at once, each
-// 50 fragments from the stand-in model server. Every fragment carries the time it was
-// written upstream, so the client sees how long it took to arrive. The same load sent
-// straight to the stand-in gives the baseline; the difference is what the server adds.
+// 50 fragments from the stand-in model server; then 1,000 at once through HAProxy to two
+// instances, as a team would run them. Every fragment carries the time it was written
+// upstream, so the client sees how long it took to arrive. The same load sent straight to
+// the stand-in gives the baseline; the difference is what the server (and proxy) adds.
 
 #include "server/FixtureUpstream.h"
 
@@ -43,6 +44,8 @@ constexpr auto fragmentInterval = 20ms;
 constexpr int warmUpFragments = 5;
 constexpr double p99TargetMs = 2.0;
 constexpr double rssTargetMb = 60.0;
+constexpr int proxiedStreams = 1000;
+constexpr double proxiedP99TargetMs = 5.0;
 
 qint64 nowNs()
 {
@@ -90,7 +93,7 @@ void readLines(Connection &connection, qint64 arrived)
 
 // All clients on one thread with epoll, so the load generator itself needs few context
 // switches and what is measured is mostly the servers'.
-Phase runPhase(int port, const std::string &path, const std::string &token)
+Phase runPhase(int port, const std::string &path, const std::string &token, int streams = ::streams)
 {
     const std::string body
         = QJsonDocument(QJsonObject {
@@ -129,10 +132,10 @@ Phase runPhase(int port, const std::string &path, const std::string &token)
 
     int open = streams;
     const auto deadline = began + 60s;
-    epoll_event events[256];
+    epoll_event events[1024];
     char buffer[16384];
     while (open > 0 && std::chrono::steady_clock::now() < deadline) {
-        const int count = epoll_wait(epoll, events, 256, 100);
+        const int count = epoll_wait(epoll, events, 1024, 100);
         for (int e = 0; e < count; ++e) {
             Connection &connection = connections[events[e].data.u32];
             if (connection.socket < 0)
@@ -215,38 +218,19 @@ double cpuSeconds(qint64 pid)
     return (fields[11].toDouble() + fields[12].toDouble()) / double(sysconf(_SC_CLK_TCK));
 }
 
-const char *verdict(bool met)
+// Starts a tessary-server relaying to `upstreamUrl`: its port, or 0 when it did not come up.
+int startServer(QProcess &server, const QTemporaryDir &home, const QString &upstreamUrl, const QString &name,
+    int maxStreams)
 {
-    return met ? "ok" : "MISSED";
-}
-
-} // namespace
-
-int main(int argc, char *argv[])
-{
-    QCoreApplication app(argc, argv);
-
-    FixtureUpstream upstream(streams + 16);
-    if (!upstream.start()) {
-        std::fprintf(stderr, "server_load: cannot start the stand-in model server\n");
-        return 1;
-    }
-    UpstreamScript script;
-    script.stampFragments = true;
-    script.fragmentCount = fragmentsPerStream;
-    script.interval = fragmentInterval;
-    upstream.setScript(script);
-
-    QTemporaryDir home;
-    QProcess server;
     server.setProgram(QString::fromLatin1(TESSARY_SERVER_PATH));
-    server.setArguments({ u"--port=0"_s, u"--client-token=bench"_s, u"--upstream-url="_s + upstream.baseUrl(),
-        u"--max-streams=%1"_s.arg(streams + 8) });
+    server.setArguments({ u"--port=0"_s, u"--client-token=bench"_s, u"--upstream-url="_s + upstreamUrl,
+        u"--max-streams=%1"_s.arg(maxStreams), u"--max-connections=%1"_s.arg(2 * maxStreams),
+        u"--max-connections-per-address=%1"_s.arg(2 * maxStreams) });
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"XDG_CONFIG_HOME"_s, home.path());
     server.setProcessEnvironment(environment);
     // The log goes to a file: a pipe nobody reads during the run would fill and stall the server.
-    const QString logPath = home.filePath(u"server.log"_s);
+    const QString logPath = home.filePath(name + u".log"_s);
     server.setStandardErrorFile(logPath);
     server.start();
     int port = 0;
@@ -263,8 +247,71 @@ int main(int argc, char *argv[])
     if (port == 0) {
         log.seek(0);
         std::fprintf(stderr, "server_load: tessary-server did not start\n%s\n", log.readAll().constData());
+    }
+    return port;
+}
+
+int freePort()
+{
+    const int probe = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    bind(probe, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    getsockname(probe, reinterpret_cast<sockaddr *>(&address), &length);
+    close(probe);
+    return ntohs(address.sin_port);
+}
+
+// The status HAProxy answers for /readyz: 200 once it has a healthy instance behind it.
+bool proxyReady(int port)
+{
+    const int client = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(uint16_t(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bool ready = false;
+    if (connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
+        constexpr std::string_view ask
+            = "GET /readyz HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+        char reply[64] = {};
+        if (send(client, ask.data(), ask.size(), MSG_NOSIGNAL) == ssize_t(ask.size())
+            && recv(client, reply, sizeof reply - 1, MSG_WAITALL) > 12)
+            ready = std::string_view(reply).starts_with("HTTP/1.1 200");
+    }
+    close(client);
+    return ready;
+}
+
+const char *verdict(bool met)
+{
+    return met ? "ok" : "MISSED";
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+
+    FixtureUpstream upstream(proxiedStreams + 16);
+    if (!upstream.start()) {
+        std::fprintf(stderr, "server_load: cannot start the stand-in model server\n");
         return 1;
     }
+    UpstreamScript script;
+    script.stampFragments = true;
+    script.fragmentCount = fragmentsPerStream;
+    script.interval = fragmentInterval;
+    upstream.setScript(script);
+
+    QTemporaryDir home;
+    QProcess server;
+    const int port = startServer(server, home, upstream.baseUrl(), u"server"_s, streams + 8);
+    if (port == 0)
+        return 1;
     const double idleRss = statusMb(server.processId(), "VmRSS");
 
     const Phase direct = runPhase(upstream.port(), "/v1/chat/completions", "unused");
@@ -306,7 +353,56 @@ int main(int argc, char *argv[])
         serverCpu * 1e6 / double(std::max<size_t>(1, through.latencies.size())));
     std::printf("  server RSS             %.1f MB idle, %.1f MB peak   (target < %.0f MB: %s)\n", idleRss,
         peakRss, rssTargetMb, verdict(peakRss < rssTargetMb));
-    const bool met = addedP99 >= 0 && addedP99 < p99TargetMs && through.errors == 0 && direct.errors == 0
+    bool met = addedP99 >= 0 && addedP99 < p99TargetMs && through.errors == 0 && direct.errors == 0
         && peakRss < rssTargetMb;
+
+    // Two instances behind HAProxy, 1,000 streams at once.
+    QProcess one;
+    QProcess two;
+    const int portOne = startServer(one, home, upstream.baseUrl(), u"one"_s, proxiedStreams);
+    const int portTwo = startServer(two, home, upstream.baseUrl(), u"two"_s, proxiedStreams);
+    const int front = freePort();
+    QFile config(home.filePath(u"haproxy.cfg"_s));
+    if (portOne == 0 || portTwo == 0 || !config.open(QIODevice::WriteOnly))
+        return 1;
+    config.write(QStringLiteral("global\n    maxconn 8192\ndefaults\n    mode http\n    maxconn 8192\n"
+                                "    timeout connect 5s\n    timeout client 120s\n    timeout server 120s\n"
+                                "frontend bench\n    bind 127.0.0.1:%1\n    default_backend servers\n"
+                                "backend servers\n    balance leastconn\n    option httpchk GET /readyz\n"
+                                "    default-server inter 500ms rise 1 fall 2\n"
+                                "    server one 127.0.0.1:%2 check\n    server two 127.0.0.1:%3 check\n")
+                     .arg(front)
+                     .arg(portOne)
+                     .arg(portTwo)
+                     .toUtf8());
+    config.close();
+    QProcess proxy;
+    proxy.setStandardErrorFile(home.filePath(u"haproxy.log"_s));
+    proxy.start(u"haproxy"_s, { u"-db"_s, u"-f"_s, config.fileName() });
+    for (int attempt = 0; attempt < 100 && !proxyReady(front); ++attempt)
+        std::this_thread::sleep_for(100ms);
+    const Phase directMany = runPhase(upstream.port(), "/v1/chat/completions", "unused", proxiedStreams);
+    const Phase proxied = runPhase(front, "/api/v1/chat/completions", "bench", proxiedStreams);
+    const double rssOne = statusMb(one.processId(), "VmHWM");
+    const double rssTwo = statusMb(two.processId(), "VmHWM");
+    for (QProcess *process : { &proxy, &one, &two }) {
+        process->terminate();
+        process->waitForFinished(10000);
+    }
+    const double proxiedP99 = added(proxied.steady, directMany.steady, 0.99);
+    std::printf("two instances behind HAProxy: %d concurrent streams x %d fragments\n", proxiedStreams,
+        fragmentsPerStream);
+    latencyLine("direct, steady", directMany, &Phase::steady);
+    latencyLine("through proxy, steady", proxied, &Phase::steady);
+    std::printf("  added by proxy+server  steady: p50 %.3f ms, p99 %.3f ms   (target p99 < %.1f ms: %s)\n",
+        added(proxied.steady, directMany.steady, 0.50), proxiedP99, proxiedP99TargetMs,
+        proxiedP99 < 0 ? "INCONCLUSIVE, the direct run was slower: run again"
+                       : verdict(proxiedP99 < proxiedP99TargetMs));
+    std::printf("  errors                 %d direct, %d through proxy   (target 0: %s)\n", directMany.errors,
+        proxied.errors, verdict(proxied.errors == 0));
+    std::printf("  instance RSS peak      %.1f MB and %.1f MB   (target < %.0f MB each: %s)\n", rssOne,
+        rssTwo, rssTargetMb, verdict(rssOne < rssTargetMb && rssTwo < rssTargetMb));
+    met = met && proxiedP99 >= 0 && proxiedP99 < proxiedP99TargetMs && proxied.errors == 0
+        && rssOne < rssTargetMb && rssTwo < rssTargetMb;
     return met ? 0 : 1;
 }
