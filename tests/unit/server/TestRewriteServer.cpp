@@ -263,6 +263,23 @@ private Q_SLOTS:
         row("body over the limit", rawPost(bearer, large), 413, tooLarge);
         row("chunked body over the limit", rawPost(bearer + "Transfer-Encoding: chunked\r\n", chunked(large)),
             413, tooLarge);
+        // Just under the limit as data, over it with the framing around that data.
+        const QByteArray nearly = rewriteBody(QString(60 * 1024, u'a'));
+        QByteArray extended;
+        for (qsizetype at = 0; at < nearly.size(); at += 1000) {
+            const QByteArray piece = nearly.mid(at, 1000);
+            extended += QByteArray::number(piece.size(), 16) + ";note=" + QByteArray(200, 'x') + "\r\n"
+                + piece + "\r\n";
+        }
+        row("chunk extensions beyond the limit",
+            rawPost(bearer + "Transfer-Encoding: chunked\r\n", extended + "0\r\n\r\n"), 413, tooLarge);
+        QByteArray trailers;
+        for (int i = 0; i < 8; ++i)
+            trailers += "X-Trailer-" + QByteArray::number(i) + ": " + QByteArray(1000, 't') + "\r\n";
+        row("trailers beyond the limit",
+            rawPost(
+                bearer + "Transfer-Encoding: chunked\r\n", chunked(nearly).chopped(2) + trailers + "\r\n"),
+            413, tooLarge);
         row("ten gigabytes announced, none sent", rawPost(bearer + "Content-Length: 10000000000\r\n", {}),
             413, tooLarge);
         row("request head never finished", "POST /api/v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1\r\n", 0,
