@@ -294,6 +294,41 @@ private Q_SLOTS:
         QVERIFY(!ScratchFiles::read(file).contains(aliceToken));
     }
 
+    // Under systemd's socket activation the listening socket is handed over already open:
+    // the server serves on it instead of binding its own port.
+    void listeningSocket_data()
+    {
+        QTest::addColumn<bool>("handedOver");
+        QTest::newRow("bound by the server") << false;
+        QTest::newRow("handed over by systemd") << true;
+    }
+    void listeningSocket()
+    {
+        QFETCH(bool, handedOver);
+        const quint16 port = closedPort();
+        QProcess server;
+        server.setProcessEnvironment(environmentFor(m_home.path()));
+        server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        const QStringList arguments { QString::fromLatin1(TESSARY_SERVER_PATH),
+            u"--port=%1"_s.arg(handedOver ? 1 : port) };
+        if (handedOver)
+            server.start(u"systemd-socket-activate"_s,
+                QStringList { u"-l"_s, u"127.0.0.1:%1"_s.arg(port), u"-E"_s, u"XDG_CONFIG_HOME"_s }
+                    + arguments);
+        else
+            server.start(arguments.first(), arguments.mid(1));
+        QVERIFY(server.waitForStarted());
+        QNetworkReply *reply = nullptr;
+        // Asked until it listens: the program announces nothing to wait on here.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (reply = rewrite(port, tokenIn(m_home.path())), statusOf(reply) == 200), 10000);
+        QVERIFY(reply->readAll().contains(R"("content":"Hey")"));
+        server.terminate();
+        QTRY_COMPARE_WITH_TIMEOUT(server.state(), QProcess::NotRunning, 10000);
+        QCOMPARE(server.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(server.exitCode(), 0);
+    }
+
     // SIGTERM: the server stops taking connections, lets a running stream end, and exits 0;
     // or, past drain_seconds, ends it with an error event and a proper end.
     void sigtermDrainsRunningStreams_data()
