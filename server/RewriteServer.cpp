@@ -387,7 +387,9 @@ void RewriteServer::Session::handshake()
 
 void RewriteServer::Session::drainStarted()
 {
-    if (m_awaitingHead && m_buffer.size() == 0)
+    // Idle only when nothing of a next request has come, read or still in the socket.
+    beast::error_code error;
+    if (m_awaitingHead && m_buffer.size() == 0 && tcp().socket().available(error) == 0)
         shutdown();
 }
 

@@ -395,6 +395,15 @@ private Q_SLOTS:
         StreamReader *running = post(legacyToken);
         QTRY_COMPARE(running->events(), QStringList { u"one"_s });
 
+        // A health check whose head was on its way when the stop came is answered: not ready.
+        // (A first answer on the same connection shows the server has taken it in.)
+        RawClient checker(port);
+        checker.socket.write("GET /healthz HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+        QTRY_VERIFY(checker.received.contains("\"ok\""));
+        checker.received.clear();
+        checker.socket.write("GET /readyz HTTP/1.1\r\nHost: 127.0.0.1\r\n");
+        QTRY_COMPARE(checker.socket.bytesToWrite(), 0);
+
         std::atomic<bool> stopped = false;
         std::thread stopping([&] {
             m_server->stop(std::chrono::milliseconds(drainMs));
@@ -407,6 +416,12 @@ private Q_SLOTS:
             return !probe.waitForConnected(2000);
         }());
         QVERIFY(!stopped || !upstreamGoesOn);
+        if (upstreamGoesOn) { // within the drain; after it, every other connection is closed
+            checker.socket.write("\r\n");
+            QTRY_VERIFY(checker.closed());
+            QCOMPARE(checker.status(), 503);
+            QVERIFY2(checker.received.contains("tessary-server is stopping"), checker.received.constData());
+        }
         if (upstreamGoesOn)
             m_upstream.release();
         QTRY_VERIFY(running->finished);
