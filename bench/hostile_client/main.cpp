@@ -1,7 +1,8 @@
 // Hostile clients against tessary-server, on loopback only, each attack bounded in
 // connections, bytes and time. For each, a fresh server runs with the stand-in model
 // server behind it, and a well-behaved client beside the attack (from 127.0.0.2, as a
-// different machine would be) asks for /api/v1/version every 20 ms. Printed per attack:
+// different machine would be) asks for /api/v1/version every 20 ms; against slow heads
+// from its own address, a client with the token asks for /api/v1/models. Printed per attack:
 // the server's peak memory and the longest the well-behaved client waited.
 
 #include "server/FixtureUpstream.h"
@@ -154,18 +155,49 @@ struct Attack
     const char *size; // what it sends, for the table
     std::function<void(int port)> run;
     UpstreamScript upstream; // what the stand-in model server answers meanwhile
+    const char *clientFrom = "127.0.0.2"; // the well-behaved client's address
+    bool clientHasToken = false; // it asks for the models with the token instead
 };
 
-// The well-behaved client: one version request after another, from another address.
-double longestWaitMs(int port, const std::atomic<bool> &stop)
+// Slow heads from `from`, a byte every 200 ms each, reopened as soon as the server closes
+// one: the connection caps stay full for the length of the attack.
+void holdReopening(int port, const char *from, int clients)
 {
-    const std::string request
-        = "GET /api/v1/version HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+    std::vector<int> sockets;
+    for (int i = 0; i < clients; ++i)
+        sockets.push_back(connectFrom(port, from));
+    const auto end = Clock::now() + attackTime;
+    const std::string start = "POST /api/v1/chat/completions HTTP/1.1\r\n";
+    while (Clock::now() < end) {
+        for (int &fd : sockets) {
+            if (fd >= 0 && ::send(fd, "X", 1, MSG_NOSIGNAL | MSG_DONTWAIT) == 1)
+                continue;
+            if (fd >= 0)
+                ::close(fd);
+            fd = connectFrom(port, from);
+            if (fd >= 0)
+                ::send(fd, start.data(), start.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        }
+        std::this_thread::sleep_for(200ms);
+    }
+    for (const int fd : sockets) {
+        if (fd >= 0)
+            ::close(fd);
+    }
+}
+
+// The well-behaved client: one version request after another, from another address.
+double longestWaitMs(int port, const std::atomic<bool> &stop, const char *from, bool withToken)
+{
+    const std::string request = withToken
+        ? "GET /api/v1/models HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + token
+            + "\r\nConnection: close\r\n\r\n"
+        : "GET /api/v1/version HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
     double longest = 0;
     char buffer[4096];
     while (!stop) {
         const auto began = Clock::now();
-        const int fd = connectFrom(port, "127.0.0.2");
+        const int fd = connectFrom(port, from);
         std::string reply;
         if (fd >= 0 && sendAll(fd, request)) {
             ssize_t n;
@@ -275,6 +307,14 @@ int main(int argc, char *argv[])
         { "idle connections", "2000 connections", [&](int port) { hold(port, 2000, {}); }, quiet },
         { "upstream line without end", "4 x 32 MB", [&](int port) { rewrites(port, 4); }, endlessLine },
         { "upstream reply head", "4 x 100,000 fields", [&](int port) { rewrites(port, 4); }, heavyHead },
+        // The caps full of slow heads, one address being the token holder's own.
+        { "slow heads, own address", "2 x 300 reopened",
+            [&](int port) {
+                std::thread other(holdReopening, port, "127.0.0.3", 300);
+                holdReopening(port, "127.0.0.1", 300);
+                other.join();
+            },
+            quiet, "127.0.0.1", true },
     };
 
     std::printf("tessary-server against hostile clients (loopback, %lld s each; targets: peak RSS < %.0f MB, "
@@ -293,7 +333,8 @@ int main(int argc, char *argv[])
         }
         std::atomic<bool> stop { false };
         double waited = 0;
-        std::thread wellBehaved([&] { waited = longestWaitMs(port, stop); });
+        std::thread wellBehaved(
+            [&] { waited = longestWaitMs(port, stop, attack.clientFrom, attack.clientHasToken); });
         attack.run(port);
         stop = true;
         wellBehaved.join();
