@@ -17,16 +17,17 @@ std::optional<Limits::Refusal> Limits::admit(const QString &name, Clock::time_po
             const auto wait
                 = std::chrono::ceil<std::chrono::seconds>(started.front() + m_settings.window - now);
             return Refusal { u"requests_per_minute_per_token"_s,
-                u"Rate limit reached: at most %1 rewrites per minute for each token. Try again in %2 s."_s
-                    .arg(m_settings.requestsPerWindowPerToken)
+                u"Rate limit reached (requests_per_minute_per_token): at most %1 rewrites per minute for "
+                u"each "
+                "token. Try again in %2 s."_s.arg(m_settings.requestsPerWindowPerToken)
                     .arg(std::max<qint64>(1, wait.count())),
                 int(std::max<qint64>(1, wait.count())) };
         }
     }
     if (m_settings.maxStreamsPerToken > 0 && m_openByName.value(name) >= m_settings.maxStreamsPerToken)
         return Refusal { u"max_streams_per_token"_s,
-            u"Rate limit reached: at most %1 rewrites at a time for each token. Try again when one has "
-            "finished."_s.arg(m_settings.maxStreamsPerToken),
+            u"Rate limit reached (max_streams_per_token): at most %1 rewrites at a time for each token. "
+            "Try again when one has finished."_s.arg(m_settings.maxStreamsPerToken),
             1 };
     if (m_open >= m_settings.maxStreams)
         return Refusal { u"max_streams"_s,
