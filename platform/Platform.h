@@ -75,13 +75,24 @@ public:
     virtual void activateSelf(QWindow *window) = 0;
 };
 
+// The desktop's accessibility switch, as the accessibility bus reports it.
+struct AccessibilityStatus
+{
+    // Applications put their text on the bus: Replace can write in place.
+    bool on = false;
+    // The desktop has a switch that Accessibility::turnOn can flip.
+    bool switchable = false;
+};
+
 class Accessibility
 {
 public:
     virtual ~Accessibility() = default;
-    // Whether other applications' text can be read and written at all; with prompt,
-    // tells the user how to enable it when it cannot.
-    virtual bool isTrusted(bool prompt) = 0;
+    // Whether the switch is on; asks the bus each time (the user may flip it any time).
+    virtual void status(std::function<void(AccessibilityStatus)> done) = 0;
+    // Turns the switch on, as the desktop's own accessibility settings would; on is what
+    // the bus says afterwards.
+    virtual void turnOn(std::function<void(bool on)> done) = 0;
     // The element with the keyboard focus inside app's window in front.
     virtual void focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done) = 0;
     // nullopt when the element has no text to read; empty when nothing is selected.
@@ -141,6 +152,8 @@ public:
     virtual ~PrimarySelection() = default;
     // The selection's text while app's window holds it; nullopt when another one does.
     virtual void text(const RunningApplication &app, std::function<void(std::optional<QString>)> done) = 0;
+    // Takes the selection with text, for a middle click or Shift+Insert to paste.
+    virtual void setText(const QString &text) = 0;
 };
 
 // Where Tessary cannot hold Ctrl+Alt+H itself, the desktop runs `tessary --trigger` for

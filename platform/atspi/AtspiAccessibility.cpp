@@ -11,6 +11,7 @@
 #include <QLoggingCategory>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +34,8 @@ constexpr int stateShowing = 25;
 
 // Long enough for a busy editor, short enough that the user barely notices a hung one.
 constexpr int callTimeoutMs = 250;
+// The bus's launcher may be started for the question; it answers in milliseconds once up.
+constexpr int busLookupTimeoutMs = 1000;
 constexpr int stateDefunct = 6;
 // Bounds the fallback search of an application's tree (large documents, long lists).
 constexpr int treeWalkBudget = 600;
@@ -65,30 +68,48 @@ QList<ObjectReference> readReferences(const QVariant &value)
 AtspiAccessibility::AtspiAccessibility(QObject *parent)
     : QObject(parent)
 {
-    // Asked once and waited for while the program starts, before any window is up, so
-    // that the launch knows at once whether to wait for the bus. Later questions are
-    // answered from what the last check in the background found.
-    QDBusMessage request = QDBusMessage::createMethodCall(
-        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
-    const QDBusMessage address = QDBusConnection::sessionBus().call(request, QDBus::Block, 1000);
-    if (address.type() == QDBusMessage::ReplyMessage && !address.arguments().isEmpty())
-        attach(address.arguments().constFirst().toString());
-    else
-        qCDebug(lcAtspi) << "no accessibility bus:" << address.errorMessage();
-    m_trusted = isEnabled(QDBusConnection::sessionBus().call(statusRequest(), QDBus::Block, 1000));
-    if (!m_trusted && m_bus) {
-        const QDBusMessage apps = m_bus->call(
-            QDBusMessage::createMethodCall(registryService, rootPath, accessibleInterface, u"GetChildren"_s),
-            QDBus::Block, callTimeoutMs);
-        m_trusted = apps.type() == QDBusMessage::ReplyMessage
-            && !readReferences(apps.arguments().value(0)).isEmpty();
-    }
+    // Found in the background: neither the launch nor the shortcut waits for the bus, and
+    // the first capture that needs it waits only for this answer.
+    lookUpBus();
 }
 
 AtspiAccessibility::~AtspiAccessibility()
 {
     if (m_bus)
         QDBusConnection::disconnectFromBus(m_bus->name());
+}
+
+void AtspiAccessibility::lookUpBus()
+{
+    if (m_lookingUp)
+        return;
+    m_lookingUp = true;
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
+    auto *watcher = new QDBusPendingCallWatcher(
+        QDBusConnection::sessionBus().asyncCall(request, busLookupTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        m_lookingUp = false;
+        const QDBusMessage reply = watcher->reply();
+        if (reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty())
+            attach(reply.arguments().constFirst().toString());
+        else
+            qCDebug(lcAtspi) << "no accessibility bus:" << reply.errorMessage();
+        for (const auto &next : std::exchange(m_waitingForBus, {}))
+            next();
+    });
+}
+
+void AtspiAccessibility::whenBusKnown(std::function<void()> next)
+{
+    if (m_bus) {
+        next();
+        return;
+    }
+    // Not found yet, or not there at the last look: the user may have turned it on since.
+    m_waitingForBus.append(std::move(next));
+    lookUpBus();
 }
 
 void AtspiAccessibility::attach(const QString &address)
@@ -114,72 +135,43 @@ void AtspiAccessibility::attach(const QString &address)
         });
 }
 
-QDBusMessage AtspiAccessibility::statusRequest()
-{
-    QDBusMessage request = QDBusMessage::createMethodCall(
-        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-    request << u"org.a11y.Status"_s << u"IsEnabled"_s;
-    return request;
-}
-
 bool AtspiAccessibility::isEnabled(const QDBusMessage &reply)
 {
     return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty()
         && reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
 }
 
-bool AtspiAccessibility::isTrusted(bool prompt)
+void AtspiAccessibility::status(std::function<void(AccessibilityStatus)> done)
 {
-    refreshTrust();
-    if (!m_trusted && prompt)
-        qCWarning(lcAtspi) << "The accessibility bus is off: turn on assistive technologies in the desktop's "
-                              "accessibility settings (see README), then restart the applications to use.";
-    return m_trusted;
-}
-
-void AtspiAccessibility::refreshTrust()
-{
-    if (m_checkingTrust)
-        return;
-    m_checkingTrust = true;
-    const auto finish = [this](bool trusted) {
-        m_trusted = trusted;
-        m_checkingTrust = false;
-    };
-    const auto askStatus = [this, finish] {
-        auto *watcher = new QDBusPendingCallWatcher(
-            QDBusConnection::sessionBus().asyncCall(statusRequest(), 1000), this);
-        connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, finish] {
-            watcher->deleteLater();
-            if (isEnabled(watcher->reply())) {
-                finish(true);
-                return;
-            }
-            // GTK applications join the bus even when the desktop's switch is off; if any
-            // did, reading and writing their text works.
-            call({ registryService, rootPath }, accessibleInterface, u"GetChildren"_s, {},
-                [finish](const std::optional<QDBusMessage> &apps) {
-                    finish(apps && !readReferences(apps->arguments().value(0)).isEmpty());
-                });
-        });
-    };
-    if (m_bus) {
-        askStatus();
-        return;
-    }
-    // The bus may have been started since: the user turned assistive technologies on.
     QDBusMessage request = QDBusMessage::createMethodCall(
-        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.a11y.Bus"_s, u"GetAddress"_s);
-    auto *watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(request, 1000), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, askStatus, finish] {
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    request << u"org.a11y.Status"_s << u"IsEnabled"_s;
+    auto *watcher = new QDBusPendingCallWatcher(
+        QDBusConnection::sessionBus().asyncCall(request, busLookupTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, done = std::move(done)] {
         watcher->deleteLater();
         const QDBusMessage reply = watcher->reply();
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
-            finish(false);
-            return;
-        }
-        attach(reply.arguments().constFirst().toString());
-        askStatus();
+        const AccessibilityStatus status { isEnabled(reply), reply.type() == QDBusMessage::ReplyMessage };
+        if (status.on && !m_bus)
+            lookUpBus();
+        done(status);
+    });
+}
+
+void AtspiAccessibility::turnOn(std::function<void(bool on)> done)
+{
+    // The bus's launcher keeps GNOME's own switch (toolkit-accessibility) in step with
+    // this property, so no GSettings code is needed here.
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        u"org.a11y.Bus"_s, u"/org/a11y/bus"_s, u"org.freedesktop.DBus.Properties"_s, u"Set"_s);
+    request << u"org.a11y.Status"_s << u"IsEnabled"_s << QVariant::fromValue(QDBusVariant(true));
+    auto *watcher = new QDBusPendingCallWatcher(
+        QDBusConnection::sessionBus().asyncCall(request, busLookupTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, done = std::move(done)] {
+        watcher->deleteLater();
+        if (watcher->isError())
+            qCDebug(lcAtspi) << "cannot turn accessibility on:" << watcher->error().message();
+        status([done](AccessibilityStatus now) { done(now.on); });
     });
 }
 
@@ -240,6 +232,11 @@ void AtspiAccessibility::pidOf(const QString &busName, std::function<void(std::o
 }
 
 void AtspiAccessibility::lastFocusedApplication(std::function<void(std::optional<quint32> pid)> done)
+{
+    whenBusKnown([this, done = std::move(done)]() mutable { askFocusedApplication(std::move(done)); });
+}
+
+void AtspiAccessibility::askFocusedApplication(std::function<void(std::optional<quint32> pid)> done)
 {
     // Only a window that is active counts: an application off the bus may be in front,
     // and the one that last reported a focus must not be taken for it. Those that did
@@ -324,13 +321,15 @@ void AtspiAccessibility::states(const Element &element, std::function<void(std::
 
 void AtspiAccessibility::focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done)
 {
-    if (!m_bus) {
-        // Without the bus keys typed still reach the window: answer with the window as a
-        // whole, which has no text to read or set, so callers go on to the clipboard.
-        done({ AxError::Success, Element {} });
-        return;
-    }
-    checkRemembered(app, m_focusOrder, std::move(done));
+    whenBusKnown([this, app, done = std::move(done)]() mutable {
+        if (!m_bus) {
+            // Without the bus keys typed still reach the window: answer with the window as a
+            // whole, which has no text to read or set, so callers go on to the clipboard.
+            done({ AxError::Success, Element {} });
+            return;
+        }
+        checkRemembered(app, m_focusOrder, std::move(done));
+    });
 }
 
 void AtspiAccessibility::checkRemembered(

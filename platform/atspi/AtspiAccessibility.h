@@ -22,7 +22,8 @@ public:
     explicit AtspiAccessibility(QObject *parent = nullptr);
     ~AtspiAccessibility() override;
 
-    bool isTrusted(bool prompt) override;
+    void status(std::function<void(AccessibilityStatus)> done) override;
+    void turnOn(std::function<void(bool on)> done) override;
     void focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done) override;
     void selectedText(const Element &element, std::function<void(std::optional<QString>)> done) override;
     void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
@@ -43,10 +44,12 @@ private:
     using Reply = std::function<void(const std::optional<QDBusMessage> &reply)>;
     struct Walk;
 
+    void lookUpBus();
+    // Runs next once the bus is known to be there or not; at once when it is attached.
+    void whenBusKnown(std::function<void()> next);
     void attach(const QString &address);
-    void refreshTrust();
-    static QDBusMessage statusRequest();
     static bool isEnabled(const QDBusMessage &reply);
+    void askFocusedApplication(std::function<void(std::optional<quint32> pid)> done);
     void call(const Element &element, const QString &interface, const QString &method,
         const QVariantList &arguments, Reply answer);
     void pidOf(const QString &busName, std::function<void(std::optional<quint32>)> answer);
@@ -62,8 +65,8 @@ private:
     void insertAt(const Element &element, int start, const QString &text, std::function<void(int)> done);
 
     std::optional<QDBusConnection> m_bus;
-    bool m_trusted = false;
-    bool m_checkingTrust = false;
+    bool m_lookingUp = false;
+    QList<std::function<void()>> m_waitingForBus;
     QHash<QString, quint32> m_pids;
     // The element each application last reported as focused; the most recent first.
     QHash<QString, QString> m_focusedPaths;

@@ -2,10 +2,17 @@
 
 #include <QTimer>
 
-bool FakeAccessibility::isTrusted(bool prompt)
+void FakeAccessibility::status(std::function<void(AccessibilityStatus)> done)
 {
-    trustQueries.append(prompt);
-    return trusted;
+    ++statusQueries;
+    answer([this, done] { done(switchState); });
+}
+
+void FakeAccessibility::turnOn(std::function<void(bool)> done)
+{
+    if (switchState.switchable)
+        switchState.on = true;
+    answer([this, done] { done(switchState.on); });
 }
 
 void FakeAccessibility::answer(std::function<void()> reply)

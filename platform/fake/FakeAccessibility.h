@@ -5,13 +5,13 @@
 #include <QList>
 #include <QStringList>
 
-// Scripted trust, focused element and selection; records what was asked and written.
+// Scripted switch, focused element and selection; records what was asked and written.
 // Answers at once, after answerDelayMs on a timer, or (silent) never, like an
 // application that hangs.
 class FakeAccessibility : public Accessibility
 {
 public:
-    bool trusted = true;
+    AccessibilityStatus switchState { true, true };
     FocusResult focus { AxError::Success, Element { QStringLiteral("app"), QStringLiteral("/focused") } };
     std::optional<QString> selection;
     int setError = AxError::Success;
@@ -19,11 +19,12 @@ public:
     bool writesHang = false; // reads are answered, writes never
     int answerDelayMs = -1; // < 0: at once
 
-    QList<bool> trustQueries; // the prompt argument of every isTrusted call
+    int statusQueries = 0;
     int focusQueries = 0;
     QStringList written;
 
-    bool isTrusted(bool prompt) override;
+    void status(std::function<void(AccessibilityStatus)> done) override;
+    void turnOn(std::function<void(bool)> done) override;
     void focusedElement(const RunningApplication &, std::function<void(FocusResult)> done) override;
     void selectedText(const Element &, std::function<void(std::optional<QString>)> done) override;
     void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;

@@ -1,7 +1,9 @@
 // Faults: the focus lost during the key grab, a stale or hidden element reported, another application's focus
-// used.
+// used, the switch read or turned on wrongly, the first question blocking or lost before the bus is found.
+#include "../e2e/support/DesktopTools.h"
 #include "atspi/AtspiAccessibility.h"
 
+#include <QAtomicInt>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -28,6 +30,10 @@ class FakeDesktop : public QDBusVirtualObject
 public:
     QString service; // the application's name on the bus
 
+    // The desktop's accessibility switch, as the bus's launcher keeps it.
+    void setEnabled(bool enabled) { m_enabled.storeRelaxed(enabled); }
+    bool enabled() const { return m_enabled.loadRelaxed() != 0; }
+
     void setStates(const QString &path, quint32 states)
     {
         QMutexLocker lock(&m_mutex);
@@ -41,6 +47,10 @@ public:
         QVariantList answer;
         if (message.member() == u"GetAddress") {
             answer = { qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS") };
+        } else if (message.member() == u"Get" && message.arguments().value(1) == u"IsEnabled"_s) {
+            answer = { QVariant::fromValue(QDBusVariant(m_enabled.loadRelaxed() != 0)) };
+        } else if (message.member() == u"Set" && message.arguments().value(1) == u"IsEnabled"_s) {
+            m_enabled.storeRelaxed(message.arguments().value(2).value<QDBusVariant>().variant().toBool());
         } else if (message.member() == u"GetState") {
             QMutexLocker lock(&m_mutex);
             answer = { QVariant::fromValue(QList<quint32> { m_states.value(message.path()), 0 }) };
@@ -71,6 +81,7 @@ public Q_SLOTS:
 private:
     QMutex m_mutex;
     QHash<QString, quint32> m_states;
+    QAtomicInt m_enabled;
 };
 
 } // namespace
@@ -127,6 +138,9 @@ private Q_SLOTS:
             return result && result->element ? result->element->path : u"(none)"_s;
         };
 
+        // Asked before the backend has found the bus (it looks in the background from its
+        // start): the answer waits for that, and then it listens for focus events.
+        QCOMPARE(ask(app), QString()); // the window as a whole: no event yet, no tree to search
         for (const QString &path : events) {
             m_desktop->setStates(path, showing | focused);
             QMetaObject::invokeMethod(m_desktop, [this, path] { m_desktop->focus(path); });
@@ -138,6 +152,38 @@ private Q_SLOTS:
         RunningApplication front = app;
         front.pid += inFront ? 0 : 1; // another process's window
         QCOMPARE(ask(front), expected);
+    }
+
+    // The switch Settings shows and turns on: read from the launcher, set through it.
+    void accessibilitySwitch_data()
+    {
+        QTest::addColumn<bool>("onBefore");
+        QTest::addColumn<bool>("turnOn");
+        QTest::addColumn<bool>("onAfter");
+
+        QTest::newRow("off, left alone") << false << false << false;
+        QTest::newRow("off, turned on") << false << true << true;
+        QTest::newRow("on already") << true << false << true;
+    }
+    void accessibilitySwitch()
+    {
+        QFETCH(bool, onBefore);
+        QFETCH(bool, turnOn);
+        QFETCH(bool, onAfter);
+
+        m_desktop->setEnabled(onBefore);
+        AtspiAccessibility accessibility;
+        const auto status = [&] {
+            return Desktop::answerOf<AccessibilityStatus>([&](auto done) { accessibility.status(done); });
+        };
+        QCOMPARE(status()->on, onBefore);
+        QVERIFY(status()->switchable);
+        if (turnOn) {
+            const auto on = Desktop::answerOf<bool>([&](auto done) { accessibility.turnOn(done); });
+            QCOMPARE(on, std::optional(true));
+        }
+        QCOMPARE(m_desktop->enabled(), onAfter);
+        QCOMPARE(status()->on, onAfter);
     }
 
 private:
