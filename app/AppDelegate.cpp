@@ -11,7 +11,10 @@
 #include "UpdateService.h"
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QTimer>
+
+Q_LOGGING_CATEGORY(lcLaunch, "tessary.launch", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 
@@ -27,32 +30,32 @@ AppDelegate::AppDelegate(const Parts &parts, QObject *parent)
 
 AppDelegate::~AppDelegate() = default;
 
-void AppDelegate::applicationDidFinishLaunching()
+void AppDelegate::applicationDidFinishLaunching(bool showSettings)
 {
     Log::write(u">>> LAUNCHED");
     m_parts.windows.presence().setRegular();
     setupTray();
     // The D-Bus entry (what other programs hand over) was registered by main() before
-    // anything else, as it also keeps a second instance from starting.
-    if (m_parts.accessibility && m_parts.accessibility->isTrusted(true))
-        m_parts.shortcut.startKeyGrab();
-    else
-        m_parts.shortcut.pollAccessibilityPermission();
+    // anything else, as it also keeps a second instance from starting. A key grab needs
+    // no accessibility: the shortcut works from the first moment, whatever the bus says.
+    m_parts.shortcut.startKeyGrab();
     Log::write({ u"StorageManager.shared.examples.isEmpty ", m_parts.storage.examples().isEmpty() });
     // Onboarding comes back only while the chosen service cannot be used (a key is
     // stored, or a model server and a model are chosen); a finished one does not.
     // A user who has stored nothing yet is welcomed even where their own tessary-server
     // makes the service usable: the first sample and the shortcut are still to learn.
     // The keyring answers a moment after the start: the decision waits for the keys.
-    m_parts.storage.whenKeysLoaded(this, [this] {
+    m_parts.storage.whenKeysLoaded(this, [this, showSettings] {
         const StorageManager &storage = m_parts.storage;
         const bool firstStart
             = !storage.onboardingFinished() && storage.apiKey().isEmpty() && storage.examples().isEmpty();
         if (!storage.serviceUsable() || firstStart)
             m_parts.windows.showOnboarding();
-        else
+        else if (!showSettings)
             m_parts.windows.presence().setAccessory();
     });
+    if (showSettings)
+        m_parts.windows.showSettings();
     QTimer::singleShot(launchVersionCheckDelay, this, [this] {
         if (m_parts.updateService.shouldCheckForUpdates())
             m_parts.updateService.checkForUpdates(true);
@@ -64,6 +67,9 @@ void AppDelegate::setupTray()
     if (m_tray)
         return;
     m_tray = std::make_unique<TrayMenu>(m_parts.updateService);
+    if (!m_tray->hostFound())
+        qCInfo(lcLaunch) << "This desktop shows no tray icons: start `tessary` again, or choose Settings in"
+                         << "its menu entry, to open Settings.";
     m_tray->setShortcutAvailable(m_parts.shortcut.isRunning());
     connect(&m_parts.shortcut, &Shortcut::availabilityChanged, m_tray.get(), &TrayMenu::setShortcutAvailable);
     m_tray->setDesktopShortcut(m_parts.windows.desktopShortcut());

@@ -4,7 +4,6 @@
 
 #include <memory>
 
-class Accessibility;
 class AppWindows;
 class RewriteSessions;
 class Shortcut;
@@ -12,9 +11,9 @@ class StorageManager;
 class TrayMenu;
 class UpdateService;
 
-// The launch: the tray, the shortcut (or the wait for the accessibility bus), the
-// first-run onboarding while no API key is stored, and the silent version check 2 s
-// later. The parts it starts are made and wired by main().
+// The launch: the tray (or, where the desktop shows none, word of how Settings open), the
+// shortcut, the first-run onboarding while no API key is stored, and the silent version
+// check 2 s later. The parts it starts are made and wired by main().
 class AppDelegate : public QObject
 {
     Q_OBJECT
@@ -27,13 +26,13 @@ public:
         RewriteSessions &sessions;
         UpdateService &updateService;
         StorageManager &storage;
-        Accessibility *accessibility; // null where the desktop has no accessibility bus
     };
 
     explicit AppDelegate(const Parts &parts, QObject *parent = nullptr);
     ~AppDelegate() override;
 
-    void applicationDidFinishLaunching();
+    // showSettings: the command line asked for Settings (`tessary --settings`).
+    void applicationDidFinishLaunching(bool showSettings = false);
     // The tray icon and its menu, made once at launch.
     void setupTray();
     TrayMenu *tray() const { return m_tray.get(); }

@@ -3,7 +3,6 @@
 #include "Platform.h"
 
 #include <QLoggingCategory>
-#include <QTimer>
 
 Q_LOGGING_CATEGORY(lcHotkey, "tessary.hotkey", QtInfoMsg)
 
@@ -12,12 +11,9 @@ constexpr quint64 hotkeyFlagMask = Keys::Shift | Keys::Control | Keys::Alt | Key
 constexpr quint64 hotkeyFlags = Keys::Control | Keys::Alt;
 } // namespace
 
-Shortcut::Shortcut(KeyboardGrab *keyboardGrab, Accessibility *accessibility,
-    std::chrono::milliseconds pollInterval, QObject *parent)
+Shortcut::Shortcut(KeyboardGrab *keyboardGrab, QObject *parent)
     : QObject(parent)
     , m_keyboardGrab(keyboardGrab)
-    , m_accessibility(accessibility)
-    , m_pollInterval(pollInterval)
 {
 }
 
@@ -32,12 +28,11 @@ void Shortcut::startKeyGrab()
     m_running = m_keyboardGrab
         && m_keyboardGrab->start([this](int keyCode, quint64 flags) { return handleEvent(keyCode, flags); });
     if (!m_keyboardGrab) {
-        qCInfo(lcHotkey)
-            << "On this desktop Ctrl+Alt+H is bound in the desktop's own settings to"
-            << "`tessary --trigger`; Tessary's Settings show how. The tray menu works meanwhile.";
+        qCInfo(lcHotkey) << "On this desktop Ctrl+Alt+H is bound in the desktop's own settings to"
+                         << "`tessary --trigger`; Tessary's Settings (`tessary --settings`) show how.";
     } else if (!m_running) {
-        qCWarning(lcHotkey) << "Ctrl+Alt+H is not available: another program holds it. Use the tray menu,"
-                            << "or bind `tessary --trigger` to a shortcut in the desktop's settings.";
+        qCWarning(lcHotkey) << "Ctrl+Alt+H is not available: another program holds it. Bind"
+                            << "`tessary --trigger` to a shortcut in the desktop's settings instead.";
     }
     Q_EMIT availabilityChanged(m_running);
 }
@@ -54,14 +49,4 @@ bool Shortcut::handleEvent(int keyCode, quint64 flags)
     // Capture can keep the event loop busy for a while; the key handler returns first.
     QMetaObject::invokeMethod(this, &Shortcut::triggered, Qt::QueuedConnection);
     return true;
-}
-
-void Shortcut::pollAccessibilityPermission()
-{
-    QTimer::singleShot(m_pollInterval, this, [this] {
-        if (m_accessibility && m_accessibility->isTrusted(false))
-            startKeyGrab();
-        else
-            pollAccessibilityPermission();
-    });
 }

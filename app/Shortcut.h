@@ -2,22 +2,18 @@
 
 #include <QObject>
 
-#include <chrono>
-
-class Accessibility;
 class KeyboardGrab;
 
-// Ctrl+Alt+H for the whole desktop, through a key grab. When the grab cannot be had
+// Ctrl+Alt+H for the whole desktop, through a key grab taken at launch: a grab needs no
+// accessibility, so nothing waits for the accessibility bus. When the grab cannot be had
 // (another program holds the shortcut), the tray says so and the menu still works.
 class Shortcut : public QObject
 {
     Q_OBJECT
 
 public:
-    // Either backend may be missing: the desktop then offers no key grab, or no
-    // accessibility bus to wait for. pollInterval: how often the wait looks again.
-    Shortcut(KeyboardGrab *keyboardGrab, Accessibility *accessibility, std::chrono::milliseconds pollInterval,
-        QObject *parent = nullptr);
+    // keyboardGrab is null where the desktop offers none (it runs `tessary --trigger`).
+    explicit Shortcut(KeyboardGrab *keyboardGrab, QObject *parent = nullptr);
     ~Shortcut() override;
 
     // Takes the shortcut for the session.
@@ -26,9 +22,6 @@ public:
     // shortcut, whose rewrite is then queued (never run inside the key handler).
     bool handleEvent(int keyCode, quint64 flags);
     static bool isHotkey(int keyCode, quint64 flags);
-    // Looks again after each interval until other programs' text can be reached, then
-    // takes the shortcut. Never prompts, prints nothing.
-    void pollAccessibilityPermission();
     bool isRunning() const { return m_running; }
 
 Q_SIGNALS:
@@ -37,7 +30,5 @@ Q_SIGNALS:
 
 private:
     KeyboardGrab *m_keyboardGrab;
-    Accessibility *m_accessibility;
-    std::chrono::milliseconds m_pollInterval;
     bool m_running = false;
 };

@@ -22,11 +22,10 @@
 #include <cstdio>
 #include <malloc.h>
 
-using namespace std::chrono_literals;
-
 int main(int argc, char *argv[])
 {
-    if (const std::optional<int> exitCode = CommandLine::runWithoutWindow(argc, argv))
+    const CommandLine commandLine = CommandLine::parse(argc, argv);
+    if (const std::optional<int> exitCode = commandLine.runWithoutWindow(argc, argv))
         return *exitCode;
 
     // Large blocks (a text handed over D-Bus, a long reply) are mapped on their own and go
@@ -41,12 +40,15 @@ int main(int argc, char *argv[])
     QuitOnSignal quitOnSignal;
     Log::setDetail(Log::detailFromProcess());
 
-    // One instance per session: a second start leaves the running one in charge.
+    // One instance per session: a second start opens the running one's Settings, the way
+    // to them on desktops without a tray.
     DBusService dbus;
     if (!dbus.registerService()) {
+        if (DBusService::askRunningInstance(DBusService::Request::ShowSettings))
+            return 0;
         std::fprintf(
-            stderr, "tessary: already running (or no session bus); use `tessary --trigger` to rewrite\n");
-        return 0;
+            stderr, "tessary: cannot reach the session bus, or the running Tessary does not answer\n");
+        return 1;
     }
 
     Platform platform = makePlatform();
@@ -60,15 +62,16 @@ int main(int argc, char *argv[])
     AccessibilityHelper textAccess(platform);
     QmlEngine qml; // popups, settings and onboarding: one engine, made with the first window
     RewriteSessions sessions({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
-    Shortcut shortcut(platform.keyboardGrab.get(), platform.accessibility.get(), 2s);
+    Shortcut shortcut(platform.keyboardGrab.get());
     AppWindows windows(storage, updates, platform.workspace.get(), qml, platform.desktopShortcut.get());
-    AppDelegate delegate({ windows, shortcut, sessions, updates, storage, platform.accessibility.get() });
+    AppDelegate delegate({ windows, shortcut, sessions, updates, storage });
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);
     QObject::connect(&dbus, &DBusService::triggerRequested, &sessions, &RewriteSessions::triggerHumanize);
     QObject::connect(
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
     QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
-    delegate.applicationDidFinishLaunching();
+    QObject::connect(&dbus, &DBusService::settingsRequested, &windows, &AppWindows::showSettings);
+    delegate.applicationDidFinishLaunching(commandLine.action == CommandLine::Action::ShowSettings);
     return QApplication::exec();
 }

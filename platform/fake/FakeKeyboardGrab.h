@@ -13,6 +13,8 @@ public:
     bool start(std::function<bool(int keyCode, quint64 flags)> handler) override;
     void stop() override;
     bool running() const { return bool(m_handler); }
+    // A key press of the grabbed combination: whether the handler used it.
+    bool press(int keyCode, quint64 flags) { return m_handler && m_handler(keyCode, flags); }
 
 private:
     std::function<bool(int, quint64)> m_handler;

@@ -112,13 +112,12 @@ private Q_SLOTS:
         Platform platform = makePlatform();
         UpdateService updates(*storage, {});
         AppWindows windows(*storage, updates, platform.workspace.get(), m_qml);
-        Shortcut shortcut(nullptr, nullptr, std::chrono::seconds(1));
+        Shortcut shortcut(nullptr);
         AccessibilityHelper textAccess(platform);
         HumanizeService rewriter(*storage);
         RewriteSessions sessions(
             { textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, m_qml);
-        AppDelegate({ windows, shortcut, sessions, updates, *storage, nullptr })
-            .applicationDidFinishLaunching();
+        AppDelegate({ windows, shortcut, sessions, updates, *storage }).applicationDidFinishLaunching();
         QTEST(windows.onboardingWindow() != nullptr, "welcome");
     }
 
