@@ -4,6 +4,7 @@
 #include "Characters.h"
 #include "Log.h"
 #include "Rewriter.h"
+#include "TerminalPaste.h"
 
 #include <QLocale>
 #include <QPointer>
@@ -330,8 +331,11 @@ void RewriteSession::replace()
 void RewriteSession::checkReplace(std::function<void(const QString &refusal)> done)
 {
     if (m_target.method == CaptureTarget::Method::Primary) {
-        done(tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with "
-                "Ctrl+Shift+V."));
+        const TerminalPaste paste = m_target.application
+            ? terminalPaste(*m_target.application).value_or(TerminalPaste {})
+            : TerminalPaste {};
+        done(tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with %1.")
+                .arg(paste.howToPaste()));
         return;
     }
     if (m_target.method == CaptureTarget::Method::Copied) {

@@ -2,7 +2,7 @@
 
 #include "Characters.h"
 #include "Log.h"
-#include "Terminals.h"
+#include "TerminalPaste.h"
 
 #include <QLoggingCategory>
 #include <QMimeData>
@@ -252,8 +252,8 @@ void AccessibilityHelper::replaceSelectedText(
     logStep({ u"replaceSelectedText called with: ",
         Log::Private(Characters::first(text, logPrefixCharacters)), u"..." });
     if (target.method == CaptureTarget::Method::Primary) {
-        Log::write(u"❌", tag,
-            { u"Not replacing: ", Log::Public(nameOrUnknown(target.application)), u" is a terminal" });
+        leaveOnClipboard(
+            text, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is a terminal"_s, target);
         done(false);
         return;
     }
@@ -279,7 +279,8 @@ void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarge
         return;
     }
     if (isTerminal(*front)) {
-        leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(front) + u" is a terminal"_s);
+        leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(front) + u" is a terminal"_s,
+            { CaptureTarget::Method::Primary, front, std::nullopt, {} });
         done(false);
         return;
     }
@@ -426,7 +427,7 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
     logStep(u"Clipboard restored");
 }
 
-void AccessibilityHelper::copy(const QString &text, const CaptureTarget &)
+void AccessibilityHelper::copy(const QString &text, const CaptureTarget &target)
 {
     // The text is the user's to paste now: plain, so a clipboard manager keeps it, and
     // no pending restore may take it away again.
@@ -436,10 +437,13 @@ void AccessibilityHelper::copy(const QString &text, const CaptureTarget &)
     auto contents = std::make_shared<QMimeData>();
     contents->setText(text);
     m_pasteboard.restore(contents);
+    if (target.method == CaptureTarget::Method::Primary && m_primarySelection)
+        m_primarySelection->setText(text);
 }
 
-void AccessibilityHelper::leaveOnClipboard(const QString &text, const QString &message)
+void AccessibilityHelper::leaveOnClipboard(
+    const QString &text, const QString &message, const CaptureTarget &target)
 {
-    copy(text, {});
+    copy(text, target);
     Log::write(u"❌", tag, { Log::Public(message), u", the text is on the clipboard" });
 }

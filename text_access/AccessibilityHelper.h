@@ -64,14 +64,13 @@ public:
     // Nothing is ever written into another window: when another one is in front by the
     // time of the paste, nothing is typed and the text is left on the clipboard.
     void replaceSelectedText(const QString &text, const CaptureTarget &target, ReplaceCallback done);
+    // Leaves text for the user to paste: on the clipboard as plain text (a clipboard
+    // manager may keep it) and, where the target is a terminal's selection, on PRIMARY as
+    // well, which its Shift+Insert and middle button paste.
+    void copy(const QString &text, const CaptureTarget &target);
     // Whether a handed text is still what its element has selected, asked before the popup
     // goes; true where it cannot be known yet (Replace looks again in any case).
     void isStillSelected(const CaptureTarget &target, std::function<void(bool selected)> done);
-
-    // Leaves text for the user to paste: on the clipboard as plain text (a clipboard
-    // manager may keep it); a restore still pending from a paste no longer takes it away.
-    // target: where the text was for.
-    void copy(const QString &text, const CaptureTarget &target);
 
 private:
     void selectedTextViaAX(const RunningApplication &app);
@@ -89,7 +88,8 @@ private:
         bool pasteAllowed, ReplaceCallback done);
     void pasteFallback(const QString &text, const RunningApplication &front);
     void paste(int generation, const RunningApplication &target, const QString &text);
-    void leaveOnClipboard(const QString &text, const QString &message);
+    // target: where the text was for; a terminal's gets PRIMARY too.
+    void leaveOnClipboard(const QString &text, const QString &message, const CaptureTarget &target = {});
     void restoreAfterPaste(int generation);
 
     // Runs answer with the reply, or with fallback once the deadline passes; only once.

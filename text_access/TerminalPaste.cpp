@@ -1,25 +1,81 @@
-#include "Terminals.h"
+#include "TerminalPaste.h"
 
-#include <QSet>
+#include <QHash>
 
 using namespace Qt::StringLiterals;
 
-bool isTerminal(const RunningApplication &app)
+namespace {
+
+using Keys = TerminalPaste::Keys;
+
+// Window classes and instance names, lower case, as the terminals set them. The X
+// terminals of old bind no Ctrl+Shift+V: there it reaches the job as a control character.
+const QHash<QString, Keys> &terminals()
 {
-    // Window classes and instance names, lower case, as the terminals set them.
-    static const QSet<QString> terminals { u"xterm"_s, u"uxterm"_s, u"xfce4-terminal"_s, u"gnome-terminal"_s,
-        u"gnome-terminal-server"_s, u"konsole"_s, u"yakuake"_s, u"terminator"_s, u"tilix"_s,
-        u"com.gexperts.tilix"_s, u"guake"_s, u"mate-terminal"_s, u"lxterminal"_s, u"qterminal"_s,
-        u"terminology"_s, u"alacritty"_s, u"kitty"_s, u"urxvt"_s, u"rxvt"_s, u"urxvt-unicode"_s,
-        u"st-256color"_s, u"st"_s, u"sakura"_s, u"tilda"_s, u"wezterm"_s, u"org.wezfurlong.wezterm"_s,
-        u"foot"_s, u"footclient"_s, u"kgx"_s, u"org.gnome.console"_s, u"org.gnome.ptyxis"_s,
-        u"cool-retro-term"_s, u"deepin-terminal"_s, u"eterm"_s, u"aterm"_s, u"roxterm"_s, u"lilyterm"_s,
-        u"termite"_s, u"terminal"_s, u"blackbox"_s, u"com.raggesilver.blackbox"_s, u"contour"_s, u"ghostty"_s,
-        u"com.mitchellh.ghostty"_s };
+    static const QHash<QString, Keys> table {
+        { u"xterm"_s, Keys::ShiftInsert },
+        { u"uxterm"_s, Keys::ShiftInsert },
+        { u"urxvt"_s, Keys::ShiftInsert },
+        { u"rxvt"_s, Keys::ShiftInsert },
+        { u"urxvt-unicode"_s, Keys::ShiftInsert },
+        { u"aterm"_s, Keys::ShiftInsert },
+        { u"eterm"_s, Keys::ShiftInsert },
+        { u"gnome-terminal"_s, Keys::CtrlShiftV },
+        { u"gnome-terminal-server"_s, Keys::CtrlShiftV },
+        { u"konsole"_s, Keys::CtrlShiftV },
+        { u"yakuake"_s, Keys::CtrlShiftV },
+        { u"kitty"_s, Keys::CtrlShiftV },
+        { u"alacritty"_s, Keys::CtrlShiftV },
+        { u"foot"_s, Keys::CtrlShiftV },
+        { u"footclient"_s, Keys::CtrlShiftV },
+        { u"tilix"_s, Keys::CtrlShiftV },
+        { u"com.gexperts.tilix"_s, Keys::CtrlShiftV },
+        { u"xfce4-terminal"_s, Keys::CtrlShiftV },
+        { u"terminal"_s, Keys::CtrlShiftV }, // Xfce Terminal's class before 1.0
+        { u"terminator"_s, Keys::CtrlShiftV },
+        { u"guake"_s, Keys::CtrlShiftV },
+        { u"mate-terminal"_s, Keys::CtrlShiftV },
+        { u"lxterminal"_s, Keys::CtrlShiftV },
+        { u"qterminal"_s, Keys::CtrlShiftV },
+        { u"terminology"_s, Keys::CtrlShiftV },
+        { u"st"_s, Keys::CtrlShiftV },
+        { u"st-256color"_s, Keys::CtrlShiftV },
+        { u"sakura"_s, Keys::CtrlShiftV },
+        { u"tilda"_s, Keys::CtrlShiftV },
+        { u"wezterm"_s, Keys::CtrlShiftV },
+        { u"org.wezfurlong.wezterm"_s, Keys::CtrlShiftV },
+        { u"kgx"_s, Keys::CtrlShiftV },
+        { u"org.gnome.console"_s, Keys::CtrlShiftV },
+        { u"org.gnome.ptyxis"_s, Keys::CtrlShiftV },
+        { u"cool-retro-term"_s, Keys::CtrlShiftV },
+        { u"deepin-terminal"_s, Keys::CtrlShiftV },
+        { u"roxterm"_s, Keys::CtrlShiftV },
+        { u"lilyterm"_s, Keys::CtrlShiftV },
+        { u"termite"_s, Keys::CtrlShiftV },
+        { u"blackbox"_s, Keys::CtrlShiftV },
+        { u"com.raggesilver.blackbox"_s, Keys::CtrlShiftV },
+        { u"contour"_s, Keys::CtrlShiftV },
+        { u"ghostty"_s, Keys::CtrlShiftV },
+        { u"com.mitchellh.ghostty"_s, Keys::CtrlShiftV },
+    };
+    return table;
+}
+
+} // namespace
+
+QString TerminalPaste::howToPaste() const
+{
+    return keys == Keys::ShiftInsert ? u"Shift+Insert or the middle button"_s : u"Ctrl+Shift+V"_s;
+}
+
+std::optional<TerminalPaste> terminalPaste(const RunningApplication &app)
+{
     for (const QString &name : app.windowClass) {
-        if (terminals.contains(name.toLower()))
-            return true;
+        if (const auto found = terminals().constFind(name.toLower()); found != terminals().cend())
+            return TerminalPaste { *found };
     }
     // Windows without a class (some Wayland clients under XWayland) still have a name.
-    return terminals.contains(app.name.toLower());
+    if (const auto found = terminals().constFind(app.name.toLower()); found != terminals().cend())
+        return TerminalPaste { *found };
+    return std::nullopt;
 }

@@ -1,12 +1,19 @@
 #include "X11PrimarySelection.h"
 
+#include <QClipboard>
 #include <QLoggingCategory>
 
 Q_LOGGING_CATEGORY(lcSelection, "tessary.platform.selection", QtInfoMsg)
 
-X11PrimarySelection::X11PrimarySelection(std::shared_ptr<X11Connection> x11)
+X11PrimarySelection::X11PrimarySelection(std::shared_ptr<X11Connection> x11, QClipboard *clipboard)
     : m_x11(std::move(x11))
+    , m_clipboard(clipboard)
 {
+}
+
+void X11PrimarySelection::setText(const QString &text)
+{
+    m_clipboard->setText(text, QClipboard::Selection);
 }
 
 void X11PrimarySelection::text(

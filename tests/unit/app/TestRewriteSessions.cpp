@@ -201,9 +201,11 @@ private Q_SLOTS:
         }
         QTRY_COMPARE(desk.clipboardText(), u"Hi there"_s);
         QVERIFY(desk.accessibility.written.isEmpty());
-        // The popup stays to say where the rewrite went.
+        // The popup stays to say where the rewrite went; a terminal's Shift+Insert pastes PRIMARY.
         QVERIFY(desk.sessions.popupWindowController()->window()->isVisible());
         QVERIFY(!desk.model()->note().isEmpty());
+        QCOMPARE(desk.primary.taken, inTerminal ? QStringList { u"Hi there"_s } : QStringList());
+        QCOMPARE(desk.model()->note().contains(u"Shift+Insert"_s), inTerminal);
     }
 };
 

@@ -7,7 +7,6 @@
 #include "FakeWorkspace.h"
 #include "Log.h"
 #include "StdoutCapture.h"
-#include "Terminals.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -254,29 +253,6 @@ private Q_SLOTS:
         QCOMPARE(m_keys->keys.size(), 2);
     }
 
-    // What is no terminal, and terminals known otherwise than by their exact class (xterm itself: the
-    // capture rows).
-    void terminals_data()
-    {
-        QTest::addColumn<QStringList>("windowClass");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("terminal");
-
-        QTest::newRow("class known in capitals only")
-            << QStringList { u"Gnome-terminal"_s } << u"Gnome"_s << true;
-        QTest::newRow("no class, known by name") << QStringList() << u"Konsole"_s << true;
-        QTest::newRow("an editor named after a terminal word")
-            << QStringList { u"termpad"_s, u"Termpad"_s } << u"Termpad"_s << false;
-    }
-
-    void terminals()
-    {
-        QFETCH(QStringList, windowClass);
-        QFETCH(QString, name);
-        QFETCH(bool, terminal);
-        QCOMPARE(isTerminal({ 1, name, 2, windowClass }), terminal);
-    }
-
     void replace_data()
     {
         QTest::addColumn<QString>("text");
@@ -468,9 +444,9 @@ private Q_SLOTS:
         row("handed, still selected", Method::Handed, {}, 0, true, once, success);
         row("handed, selection changed", Method::Handed, u"selection"_s, 0, false, {}, selectionMoved);
 
-        // A terminal: Replace is a copy the caller makes; nothing is written or typed.
+        // A terminal: Replace is a copy, onto the clipboard and PRIMARY; nothing is written or typed.
         row("terminal", Method::Primary, {}, 0, false, {},
-            u"❌ [AccessibilityHelper] Not replacing: Mousepad is a terminal"_s);
+            u"❌ [AccessibilityHelper] Not replacing: Mousepad is a terminal, the text is on the clipboard"_s);
     }
 
     void replaceOnlyIntoTheTarget()
@@ -520,6 +496,8 @@ private Q_SLOTS:
         const Formats rewrite { { u"text/plain"_s, "new text" } };
         QCOMPARE(m_pasteboard->contents(),
             lastLine.endsWith(u"the text is on the clipboard"_s) ? rewrite : richUserClipboard);
+        // Only a terminal pastes PRIMARY with its Shift+Insert: nobody else's selection is taken.
+        QCOMPARE(m_primary->taken, method == Method::Primary ? QStringList { u"new text"_s } : QStringList());
     }
 };
 
