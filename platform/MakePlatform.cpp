@@ -22,6 +22,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QLoggingCategory>
+#include <QProcessEnvironment>
 
 using namespace Qt::StringLiterals;
 
@@ -46,10 +47,10 @@ public:
 namespace {
 
 // GNOME's portal offers global shortcuts from GNOME 48 on; its description file lists them.
-bool gnomePortalHasGlobalShortcuts()
+bool gnomePortalHasGlobalShortcuts(const QProcessEnvironment &env)
 {
     const QStringList dirs
-        = qEnvironmentVariable("XDG_DATA_DIRS", u"/usr/local/share:/usr/share"_s).split(u':');
+        = env.value(u"XDG_DATA_DIRS"_s, u"/usr/local/share:/usr/share"_s).split(u':', Qt::SkipEmptyParts);
     for (const QString &dir : dirs) {
         QFile file(dir + u"/xdg-desktop-portal/portals/gnome.portal"_s);
         if (file.open(QIODevice::ReadOnly))
@@ -58,61 +59,42 @@ bool gnomePortalHasGlobalShortcuts()
     return false;
 }
 
-// What each Wayland desktop's own components offer, as these desktops ship them: asking
-// the compositor and the portals would cost round trips before the first window, and a
-// backend whose service turns out to be missing says so when it is first used.
-SessionFacts sessionFacts()
-{
-    SessionFacts facts;
-    facts.qtPlatform = QGuiApplication::platformName();
-    facts.sessionType = qEnvironmentVariable("XDG_SESSION_TYPE");
-    facts.currentDesktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
-    const QStringList desktops = facts.currentDesktop.toLower().split(u':', Qt::SkipEmptyParts);
-    if (desktops.contains(u"kde"_s)) {
-        facts.globalShortcutsPortal = facts.remoteDesktopPortal = facts.dataControl = true;
-    } else if (desktops.contains(u"gnome"_s)) {
-        facts.remoteDesktopPortal = true;
-        facts.globalShortcutsPortal = gnomePortalHasGlobalShortcuts();
-    } else {
-        facts.dataControl = facts.virtualKeyboard = !desktops.isEmpty();
-    }
-    return facts;
-}
-
 } // namespace
 
 Platform makePlatform()
 {
-    const BackendPlan plan = planBackends(sessionFacts());
+    const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    SessionFacts facts = SessionFacts::fromEnvironment(env, QGuiApplication::platformName());
+    facts.gnomePortalShortcuts = gnomePortalHasGlobalShortcuts(env);
+    const BackendPlan plan = planBackends(facts);
     qCDebug(lcPlatform) << "desktop" << int(plan.desktop) << "shortcut" << int(plan.shortcut) << "keys"
                         << int(plan.keySynthesis);
     Platform platform;
     const bool x11Session = plan.desktop == BackendPlan::Desktop::X11;
     std::shared_ptr<X11Connection> x11 = x11Session ? X11Connection::open() : nullptr;
 
-    if (plan.shortcut == BackendPlan::Shortcut::KeyGrab && QGuiApplication::platformName() == u"xcb"_s)
+    if (plan.shortcut == BackendPlan::Shortcut::KeyGrab)
         platform.keyboardGrab = std::make_unique<X11KeyboardGrab>();
     else if (plan.shortcut == BackendPlan::Shortcut::Portal)
         platform.keyboardGrab = std::make_unique<PortalGlobalShortcuts>();
     else if (plan.shortcut == BackendPlan::Shortcut::GnomeKeybinding)
         platform.desktopShortcut = loadGnomeKeybinding(QCoreApplication::applicationFilePath());
     else if (plan.shortcut == BackendPlan::Shortcut::CompositorBinding)
-        platform.desktopShortcut
-            = std::make_unique<CompositorBinding>(QCoreApplication::applicationFilePath(),
-                qEnvironmentVariable("XDG_CURRENT_DESKTOP").toLower().split(u':').contains(u"sway"_s));
+        platform.desktopShortcut = std::make_unique<CompositorBinding>(
+            QCoreApplication::applicationFilePath(), plan.desktop == BackendPlan::Desktop::Sway);
 
     auto accessibility = std::make_unique<AtspiAccessibility>();
     if (x11)
         platform.workspace = std::make_unique<X11Workspace>(x11);
     else if (plan.desktop == BackendPlan::Desktop::Plasma)
         platform.workspace = std::make_unique<KWinWorkspace>();
-    else if (plan.placement == BackendPlan::Placement::Swaymsg && !qEnvironmentVariableIsEmpty("SWAYSOCK"))
-        platform.workspace = std::make_unique<SwayWorkspace>();
+    else if (plan.placement == BackendPlan::Placement::Swaymsg)
+        platform.workspace = std::make_unique<SwayWorkspace>(facts.swaySocket);
     else
         platform.workspace = std::make_unique<AtspiWorkspace>(*accessibility);
 
     if (x11)
-        platform.primarySelection = std::make_unique<X11PrimarySelection>(x11);
+        platform.primarySelection = std::make_unique<X11PrimarySelection>(x11, QGuiApplication::clipboard());
     platform.accessibility = std::move(accessibility);
     // On Wayland QClipboard sees nothing while another program has the focus; where the
     // compositor shares the clipboard with background clients, we read and set it ourselves.

@@ -2,23 +2,28 @@
 
 #include <QString>
 
-// What the session offers, gathered once at start-up.
+class QProcessEnvironment;
+
+// What the session says about itself, gathered once at start-up: the environment as it is,
+// read nowhere else.
 struct SessionFacts
 {
     QString qtPlatform; // QGuiApplication::platformName(): "xcb", "wayland", ...
     QString sessionType; // XDG_SESSION_TYPE
     QString currentDesktop; // XDG_CURRENT_DESKTOP, e.g. "KDE", "ubuntu:GNOME", "sway"
-    bool globalShortcutsPortal = false;
-    bool remoteDesktopPortal = false;
-    bool dataControl = false; // the compositor shares the clipboard with background clients
-    bool virtualKeyboard = false; // the compositor accepts keys from a client's own keyboard
+    QString swaySocket; // SWAYSOCK: sway's IPC socket, empty outside sway
+    // GNOME's portal offers global shortcuts (GNOME 48 on); its description file says so.
+    bool gnomePortalShortcuts = false;
+
+    // The variables above from env; the portal's file is for the caller to read.
+    static SessionFacts fromEnvironment(const QProcessEnvironment &env, const QString &qtPlatform);
 };
 
 // Which mechanism serves each capability on this desktop. Decided once; nothing else in
 // the program asks which session it runs in.
 struct BackendPlan
 {
-    enum class Desktop { X11, Plasma, Gnome, Wlroots, OtherWayland };
+    enum class Desktop { X11, Plasma, Gnome, Sway, Wlroots, OtherWayland };
     enum class Shortcut {
         KeyGrab, // XGrabKey on the root window
         Portal, // the GlobalShortcuts portal
@@ -29,7 +34,7 @@ struct BackendPlan
     enum class KeySynthesis { XTest, RemoteDesktop, VirtualKeyboard, None };
     enum class Clipboard {
         Selection, // the X selection through QClipboard
-        DataControl, // read, set and restored in the background
+        DataControl, // read, set and restored in the background, where the compositor lets us
         PopupOnly, // only while a Tessary window has the focus
     };
     enum class Placement { X11, KWinScript, Swaymsg, Compositor };

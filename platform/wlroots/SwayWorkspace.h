@@ -18,7 +18,7 @@ class SwayWorkspace : public QObject, public Workspace
 {
     Q_OBJECT
 public:
-    explicit SwayWorkspace(QString socketPath = qEnvironmentVariable("SWAYSOCK"), QObject *parent = nullptr);
+    explicit SwayWorkspace(QString socketPath, QObject *parent = nullptr);
     ~SwayWorkspace() override;
 
     void frontmostApplication(std::function<void(std::optional<RunningApplication>)> done) override;

@@ -58,7 +58,7 @@ Desk sway()
     const auto shortcut
         = [] { QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0); };
     return { [keys] { return keys != nullptr; }, [keys](int key) { keys->type(key, { KEY_LEFTCTRL }); },
-        shortcut, std::make_unique<SwayWorkspace>() };
+        shortcut, std::make_unique<SwayWorkspace>(qEnvironmentVariable("SWAYSOCK")) };
 }
 
 // Keys go to the window in front, as a person types once they see it there: asks, one
