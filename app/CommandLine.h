@@ -8,14 +8,15 @@
 // What the user asked for on the command line.
 struct CommandLine
 {
-    enum class Action { Run, Trigger, ShowVersion, ShowHelp, Fail };
+    enum class Action { Run, Trigger, ShowSettings, ShowVersion, ShowHelp, Fail };
 
     Action action = Action::Run;
     QString output; // what to print for ShowVersion, ShowHelp and Fail
 
     static CommandLine parse(const QStringList &arguments);
-    // Carries out what needs no window (--version, --help, --trigger, a wrong option)
-    // and returns the exit code; nullopt when the program is to run. Works before the
+    static CommandLine parse(int argc, char *argv[]);
+    // Carries out what needs no window (--version, --help, --trigger, a wrong option) and
+    // returns the exit code; nullopt when the program is to run. Works before the
     // application object exists, so without a display.
-    static std::optional<int> runWithoutWindow(int argc, char *argv[]);
+    std::optional<int> runWithoutWindow(int argc, char *argv[]) const;
 };

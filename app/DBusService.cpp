@@ -50,13 +50,14 @@ bool DBusService::registerService()
     return true;
 }
 
-bool DBusService::triggerRunningInstance()
+bool DBusService::askRunningInstance(Request request)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return false;
-    const QDBusMessage call
-        = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName, u"Trigger"_s);
+    const QString method = request == Request::Trigger ? u"Trigger"_s : u"ShowSettings"_s;
+    // Blocking is fine here: this process has nothing else to do and no window.
+    const QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName, method);
     const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
     if (reply.type() == QDBusMessage::ErrorMessage) {
         qCWarning(lcDBus).noquote() << reply.errorMessage();
@@ -75,4 +76,9 @@ void DBusService::HumanizeSelectedText(const QString &text)
 void DBusService::Trigger()
 {
     Q_EMIT triggerRequested();
+}
+
+void DBusService::ShowSettings()
+{
+    Q_EMIT settingsRequested();
 }

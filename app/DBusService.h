@@ -6,8 +6,8 @@
 
 // The program on the session bus: app.tessary.Tessary at /app/tessary/Tessary, so
 // other programs (a desktop shortcut running `tessary --trigger`, a file manager
-// action) can ask for a rewrite. Owning the name also keeps the program to one
-// instance per session.
+// action, the menu entry's Settings action) can ask for a rewrite or for Settings.
+// Owning the name also keeps the program to one instance per session.
 class DBusService : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -17,13 +17,16 @@ public:
     static const QString serviceName;
     static const QString objectPath;
 
+    // What a second start asks of the running instance.
+    enum class Request { Trigger, ShowSettings };
+
     explicit DBusService(QObject *parent = nullptr);
     ~DBusService() override;
 
     // false when the bus is unreachable or another instance owns the name.
     bool registerService();
-    // Asks the running instance to rewrite the selection; false when none answers.
-    static bool triggerRunningInstance();
+    // Asks the running instance; false when none answers.
+    static bool askRunningInstance(Request request);
 
 public Q_SLOTS:
     // Opens the popup for this text, as the hotkey does after capturing it. A text over
@@ -31,10 +34,13 @@ public Q_SLOTS:
     Q_SCRIPTABLE void HumanizeSelectedText(const QString &text);
     // Captures the selection of the window in front and opens the popup.
     Q_SCRIPTABLE void Trigger();
+    // Opens the settings window, in front: desktops without a tray have no other way there.
+    Q_SCRIPTABLE void ShowSettings();
 
 Q_SIGNALS:
     void humanizeRequested(const QString &text);
     void triggerRequested();
+    void settingsRequested();
 
 private:
     bool m_registered = false;

@@ -50,8 +50,10 @@ void TrayMenu::rebuild()
 {
     auto *menu = new QMenu;
     menu->setAccessibleName(u"Tessary"_s);
-    connect(menu->addAction(u"Rewrite as me  Ctrl+Alt+H"_s), &QAction::triggered, this,
-        &TrayMenu::rewriteRequested);
+    QAction *rewrite = menu->addAction(u"Rewrite as me"_s);
+    // Shown beside the title like the other items' keys; the key grab is what answers it.
+    rewrite->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_H));
+    connect(rewrite, &QAction::triggered, this, &TrayMenu::rewriteRequested);
     menu->addSeparator();
 
     QAction *update = menu->addAction(u"Check for Updates…"_s);
@@ -77,6 +79,12 @@ void TrayMenu::rebuild()
     if (m_menu)
         m_menu->deleteLater();
     m_menu = menu;
+}
+
+bool TrayMenu::hostFound()
+{
+    // Qt looks for a StatusNotifier watcher on the session bus, then for an XEmbed tray.
+    return QSystemTrayIcon::isSystemTrayAvailable();
 }
 
 void TrayMenu::checkForUpdates()

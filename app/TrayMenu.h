@@ -30,6 +30,9 @@ public:
     // hold it: the tooltip says whether it is set up instead. Call again once it is.
     void setDesktopShortcut(const DesktopShortcut *shortcut);
 
+    // Whether the desktop shows tray icons at all: stock GNOME and a bare sway do not.
+    static bool hostFound();
+
     QSystemTrayIcon *icon() const { return m_icon; }
     QMenu *menu() const { return m_menu; }
 
