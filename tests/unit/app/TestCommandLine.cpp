@@ -1,4 +1,5 @@
-// Faults: a command-line option taken for another, or an unknown one accepted.
+// Faults: a command-line option taken for another, an unknown one accepted, an option missing from the
+// help or the help naming no command.
 #include "CommandLine.h"
 
 #include <QTest>
@@ -20,9 +21,20 @@ private Q_SLOTS:
         QTest::newRow("none") << QStringList {} << int(A::Run) << QString();
         QTest::newRow("version") << QStringList { u"--version"_s } << int(A::ShowVersion)
                                  << u"Tessary 0.1.0"_s;
+        // Every option is listed, under the command the user types, before any application object
+        // names the program.
         QTest::newRow("help lists trigger")
             << QStringList { u"--help"_s } << int(A::ShowHelp) << u"--trigger"_s;
+        QTest::newRow("help lists settings")
+            << QStringList { u"--help"_s } << int(A::ShowHelp) << u"--settings"_s;
+        QTest::newRow("help lists version")
+            << QStringList { u"-h"_s } << int(A::ShowHelp) << u"--version"_s;
+        QTest::newRow("help names tessary")
+            << QStringList { u"--help"_s } << int(A::ShowHelp) << u"Usage: tessary [options]\n"_s;
         QTest::newRow("trigger") << QStringList { u"--trigger"_s } << int(A::Trigger) << QString();
+        QTest::newRow("settings") << QStringList { u"--settings"_s } << int(A::ShowSettings) << QString();
+        QTest::newRow("trigger and settings at once")
+            << QStringList { u"--trigger"_s, u"--settings"_s } << int(A::Fail) << u"give one"_s;
         QTest::newRow("unknown option")
             << QStringList { u"--frobnicate"_s } << int(A::Fail) << u"frobnicate"_s;
         QTest::newRow("stray argument") << QStringList { u"file.txt"_s } << int(A::Fail) << u"file.txt"_s;
@@ -38,6 +50,7 @@ private Q_SLOTS:
         const CommandLine commandLine = CommandLine::parse(arguments);
         QCOMPARE(int(commandLine.action), action);
         QVERIFY2(commandLine.output.contains(outputContains), qPrintable(commandLine.output));
+        QVERIFY2(!commandLine.output.contains(u"<executable_name>"_s), qPrintable(commandLine.output));
     }
 };
 
