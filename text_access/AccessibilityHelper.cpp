@@ -110,7 +110,8 @@ void AccessibilityHelper::selectedTextViaAX(const RunningApplication &app)
     const FocusResult noFocus { AxError::CannotComplete, std::nullopt };
     m_accessibility.focusedElement(
         app, deadline<FocusResult>(m_timings.answerDeadline, noFocus, [this, app](FocusResult focus) {
-            if (focus.error != AxError::Success || !focus.element) {
+            if (focus.error != AxError::Success || !focus.element || focus.element->path.isEmpty()) {
+                sayWhenTheBusIsOff();
                 selectedTextViaClipboard(app);
                 return;
             }
@@ -126,6 +127,22 @@ void AccessibilityHelper::selectedTextViaAX(const RunningApplication &app)
                             { text, { CaptureTarget::Method::Accessibility, app, element, *text } });
                     }));
         }));
+}
+
+void AccessibilityHelper::sayWhenTheBusIsOff()
+{
+    // Said only where capture needed the bus, once until the switch is on; asked beside the
+    // copy, which does not wait for the answer.
+    if (m_saidBusOff)
+        return;
+    QPointer<AccessibilityHelper> self(this);
+    m_accessibility.status([self](AccessibilityStatus status) {
+        if (!self || status.on || std::exchange(self->m_saidBusOff, true))
+            return;
+        qCInfo(lcTextAccess) << "The accessibility switch is off: the selection is copied with Ctrl+C instead"
+                             << "of read. Turning it on (Tessary's Settings show how) lets Replace write in"
+                             << "place.";
+    });
 }
 
 void AccessibilityHelper::selectedTextViaPrimary(const RunningApplication &app)

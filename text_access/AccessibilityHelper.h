@@ -75,6 +75,7 @@ public:
 private:
     void selectedTextViaAX(const RunningApplication &app);
     void selectedTextViaPrimary(const RunningApplication &app);
+    void sayWhenTheBusIsOff();
     void selectedTextViaClipboard(const std::optional<RunningApplication> &app);
     void pollClipboard(int pollsLeft);
     void pollAgain(int pollsLeft);
@@ -104,6 +105,7 @@ private:
     PrimarySelection *m_primarySelection;
     const TextAccessTimings m_timings;
 
+    bool m_saidBusOff = false;
     QList<CaptureCallback> m_captureWaiting;
     CaptureTarget m_captureTarget;
     Pasteboard::Snapshot m_captureSaved;

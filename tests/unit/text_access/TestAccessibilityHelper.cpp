@@ -253,6 +253,50 @@ private Q_SLOTS:
         QCOMPARE(m_keys->keys.size(), 2);
     }
 
+    // The line that the accessibility switch is off comes only where capture needed the bus
+    // and found nothing, and only once: a terminal, or an application whose text the bus
+    // carries anyway (GTK joins it with the switch off), hears nothing of it.
+    void busOffSaidOnlyWhenNeeded_data()
+    {
+        QTest::addColumn<bool>("switchOn");
+        QTest::addColumn<bool>("terminal");
+        QTest::addColumn<bool>("textOnTheBus");
+        QTest::addColumn<int>("lines"); // after two captures
+
+        QTest::newRow("switch off, nothing on the bus: said once") << false << false << false << 1;
+        QTest::newRow("switch on, the application offers no text") << true << false << false << 0;
+        QTest::newRow("switch off, but the application is on the bus") << false << false << true << 0;
+        QTest::newRow("switch off, a terminal: PRIMARY needs no bus") << false << true << false << 0;
+    }
+    void busOffSaidOnlyWhenNeeded()
+    {
+        QFETCH(bool, switchOn);
+        QFETCH(bool, terminal);
+        QFETCH(bool, textOnTheBus);
+        QFETCH(int, lines);
+
+        m_accessibility->switchState.on = switchOn;
+        m_accessibility->focus.element = textOnTheBus ? Element { u"app"_s, u"/focused"_s } : Element {};
+        m_accessibility->selection = u"words"_s;
+        m_workspace->frontmost = terminal ? xterm : mousepad;
+        m_primary->owner = xterm.window;
+        m_primary->selection = u"words"_s;
+        applicationCopies(u"words"_s);
+
+        static QStringList said;
+        said.clear();
+        const QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &context, const QString &message) {
+                if (QByteArray(context.category) == "tessary.textaccess"
+                    && message.contains(u"switch is off"_s))
+                    said.append(message);
+            });
+        QCOMPARE(captureNow().text, std::optional(u"words"_s));
+        QCOMPARE(captureNow().text, std::optional(u"words"_s));
+        qInstallMessageHandler(previous);
+        QCOMPARE(said.size(), lines);
+    }
+
     void replace_data()
     {
         QTest::addColumn<QString>("text");
