@@ -1,12 +1,14 @@
-# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E] [WAYLAND kwin [sway ...]] [TIMEOUT s])
+# tessary_add_test(NAME <TestClass> SOURCES ... LIBS ... [GUI] [E2E [NO_ACCESSIBILITY]] [WAYLAND kwin [sway ...]]
+#                  [TIMEOUT s])
 #
 # One executable per tested class. Every test runs inside scripts/headless-session, with a
 # throw-away home, XDG directories and session bus, so no run reads or writes the user's
 # own settings. Unit and view tests run on the offscreen platform; E2E tests get the whole
 # desktop (Xvfb, AT-SPI, window manager) and carry the "e2e" label so they can be run or
-# skipped as a tier; with WAYLAND, the desktop is a headless Wayland compositor instead.
+# skipped as a tier; with NO_ACCESSIBILITY, that desktop has accessibility off and no
+# application on its bus; with WAYLAND, the desktop is a headless Wayland compositor instead.
 function(tessary_add_test)
-    cmake_parse_arguments(T "GUI;E2E" "NAME;TIMEOUT" "SOURCES;LIBS;WAYLAND" ${ARGN})
+    cmake_parse_arguments(T "GUI;E2E;NO_ACCESSIBILITY" "NAME;TIMEOUT" "SOURCES;LIBS;WAYLAND" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE Qt6::Test tessary_warnings ${T_LIBS})
     target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
@@ -28,8 +30,12 @@ function(tessary_add_test)
         endforeach()
         set(labels e2e)
     elseif(T_E2E)
+        set(session_options)
+        if(T_NO_ACCESSIBILITY)
+            set(session_options --no-accessibility)
+        endif()
         add_test(NAME ${T_NAME}
-                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session $<TARGET_FILE:${T_NAME}>)
+                 COMMAND ${PROJECT_SOURCE_DIR}/scripts/headless-session ${session_options} $<TARGET_FILE:${T_NAME}>)
         set(labels e2e)
     else()
         add_test(NAME ${T_NAME}
