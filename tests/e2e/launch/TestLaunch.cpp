@@ -1,4 +1,5 @@
-// Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due.
+// Faults: onboarding opened with a key stored or missed without one, the launch check early, late or not due,
+// a second start or --settings that opens no Settings, a tray promised where none shows.
 #include "DesktopFixture.h"
 #include "Replies.h"
 #include "StorageManager.h"
@@ -95,6 +96,47 @@ private Q_SLOTS:
         } else {
             QTRY_COMPARE_WITH_TIMEOUT(taskBarEntries(program.processId()), entries, 10000);
         }
+    }
+
+    // Settings without a tray: a second start, or `tessary --settings`, opens them in the
+    // running instance (or in this one, when none runs); the second process ends at once.
+    // This desktop shows no tray icons, and stderr says how Settings open instead.
+    void settingsWithoutATray_data()
+    {
+        QTest::addColumn<QStringList>("first"); // the arguments of the first start
+        QTest::addColumn<QStringList>("second"); // of the second; none: no second start
+
+        QTest::newRow("started again") << QStringList() << QStringList { u"<none>"_s };
+        QTest::newRow("--settings while it runs") << QStringList() << QStringList { u"--settings"_s };
+        QTest::newRow("--settings as the first start") << QStringList { u"--settings"_s } << QStringList();
+    }
+    void settingsWithoutATray()
+    {
+        QFETCH(QStringList, first);
+        QFETCH(QStringList, second);
+
+        TessaryProcess program;
+        configure(program, u"sk-test"_s, { u"mine"_s }, false, std::nullopt);
+        QVERIFY(program.start(first));
+        QTRY_VERIFY_WITH_TIMEOUT(program.log.contains(u"StorageManager.shared.examples.isEmpty"_s), 10000);
+        const QStringList settings { u"Tessary — Settings"_s };
+        if (!second.isEmpty()) {
+            // Nothing marks a window that never comes: watch for one as long as one would take.
+            QVERIFY(!QTest::qWaitFor([&] { return !taskBarEntries(program.processId()).isEmpty(); }, 1500));
+            second.removeAll(u"<none>"_s);
+            QProcess again;
+            again.setProcessEnvironment(program.processEnvironment());
+            again.start(TessaryProcess::program(), second);
+            QVERIFY(again.waitForFinished(10000));
+            QCOMPARE(again.exitCode(), 0);
+            QCOMPARE(again.readAllStandardError(), QByteArray());
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(taskBarEntries(program.processId()), settings, 10000);
+
+        const QString errors = QString::fromUtf8(program.readAllStandardError());
+        QVERIFY2(errors.contains(u"This desktop shows no tray icons: start `tessary` again"_s),
+            qPrintable(errors));
+        QVERIFY2(!errors.contains(u"tray menu works"_s), qPrintable(errors));
     }
 
     // The silent check after launch, once, only when one is due.
