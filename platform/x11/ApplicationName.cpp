@@ -8,26 +8,45 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Only the two keys we need, from the [Desktop Entry] group (actions have their own Name).
-DesktopEntry readEntry(const QString &path)
+// The keys Name may take, best first: the language with its country, the language, none.
+QStringList nameKeys(const QString &locale)
+{
+    const QString language = locale.section(u'_', 0, 0);
+    QStringList keys;
+    if (locale.contains(u'_'))
+        keys.append(u"Name[%1]"_s.arg(locale));
+    if (!language.isEmpty() && language != u"C"_s)
+        keys.append(u"Name[%1]"_s.arg(language));
+    keys.append(u"Name"_s);
+    return keys;
+}
+
+// Only the keys we need, from the [Desktop Entry] group (actions have their own Name).
+DesktopEntry readEntry(const QString &path, const QStringList &nameKeys)
 {
     QFile file(path);
     DesktopEntry entry;
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return entry;
     bool inMainGroup = false;
+    qsizetype nameRank = nameKeys.size();
     while (!file.atEnd()) {
         const QString line = QString::fromUtf8(file.readLine()).trimmed();
         if (line.startsWith(u'[')) {
             inMainGroup = line == u"[Desktop Entry]";
             continue;
         }
-        if (!inMainGroup)
+        const qsizetype equals = line.indexOf(u'=');
+        if (!inMainGroup || equals < 0)
             continue;
-        if (line.startsWith(u"Name="))
-            entry.name = line.mid(5).trimmed();
-        else if (line.startsWith(u"StartupWMClass="))
-            entry.startupWmClass = line.mid(15).trimmed();
+        const QString key = line.left(equals).trimmed();
+        const QString value = line.mid(equals + 1).trimmed();
+        if (key == u"StartupWMClass"_s) {
+            entry.startupWmClass = value;
+        } else if (const qsizetype rank = nameKeys.indexOf(key); rank >= 0 && rank < nameRank) {
+            entry.name = value;
+            nameRank = rank;
+        }
     }
     return entry;
 }
@@ -53,8 +72,9 @@ QString nameFromEntries(const WindowClass &windowClass, const QList<DesktopEntry
 
 } // namespace
 
-QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs)
+QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs, const QString &locale)
 {
+    const QStringList keys = nameKeys(locale);
     QList<DesktopEntry> entries;
     for (const QString &dir : applicationDirs) {
         // Filtered by hand: a name filter would bring in the regular expression engine
@@ -63,7 +83,7 @@ QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs)
         for (const QString &file : files) {
             if (!file.endsWith(u".desktop"_s))
                 continue;
-            DesktopEntry entry = readEntry(dir + u'/' + file);
+            DesktopEntry entry = readEntry(dir + u'/' + file, keys);
             if (entry.name.isEmpty())
                 continue;
             entry.fileBase = file.chopped(8).toLower();
@@ -73,10 +93,10 @@ QList<DesktopEntry> readDesktopEntries(const QStringList &applicationDirs)
     return entries;
 }
 
-QString applicationName(
-    const std::optional<WindowClass> &windowClass, qint64 pid, const QStringList &applicationDirs)
+QString applicationName(const std::optional<WindowClass> &windowClass, qint64 pid,
+    const QStringList &applicationDirs, const QString &locale)
 {
-    return applicationName(windowClass, pid, readDesktopEntries(applicationDirs));
+    return applicationName(windowClass, pid, readDesktopEntries(applicationDirs, locale));
 }
 
 QString applicationName(
