@@ -122,6 +122,10 @@ void AppWindows::showSettings()
             createWindow(u"qrc:/qt/qml/Tessary/Settings/SettingsView.qml"_s, m_settingsModel.get()));
         if (!m_settingsWindow)
             return;
+        m_settingsModel->accessibility()->setBackend(m_accessibility);
+    } else {
+        // The user may have flipped the switch in the desktop's settings meanwhile.
+        m_settingsModel->accessibility()->refresh();
     }
     showWindow(m_settingsWindow.get());
 }

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+class Accessibility;
 class DesktopShortcut;
 class OnboardingModel;
 class Presence;
@@ -28,6 +29,8 @@ public:
         DesktopShortcut *desktopShortcut = nullptr, QObject *parent = nullptr);
     ~AppWindows() override;
 
+    // Settings show the desktop's accessibility switch through it; null: not shown.
+    void setAccessibility(Accessibility *accessibility) { m_accessibility = accessibility; }
     void showSettings();
     void showOnboarding();
     void windowWillClose(QWindow *window);
@@ -50,6 +53,7 @@ private:
     Workspace *m_workspace;
     QmlEngine &m_qml;
     DesktopShortcut *m_desktopShortcut;
+    Accessibility *m_accessibility = nullptr;
 
     // Shared pointers: they are destroyed where these types are not known.
     std::shared_ptr<Presence> m_presence;

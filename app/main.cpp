@@ -64,6 +64,7 @@ int main(int argc, char *argv[])
     RewriteSessions sessions({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
     Shortcut shortcut(platform.keyboardGrab.get());
     AppWindows windows(storage, updates, platform.workspace.get(), qml, platform.desktopShortcut.get());
+    windows.setAccessibility(platform.accessibility.get());
     AppDelegate delegate({ windows, shortcut, sessions, updates, storage });
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);

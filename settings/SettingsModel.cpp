@@ -155,3 +155,8 @@ void SettingsModel::setStartAtLogin(bool enabled)
     // Also after a failure, so the toggle shows what is really on disk.
     Q_EMIT startAtLoginChanged();
 }
+
+QString SettingsModel::version()
+{
+    return QCoreApplication::applicationVersion();
+}

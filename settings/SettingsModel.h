@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AccessibilitySwitch.h"
 #include "ModelChooser.h"
 #include "ShortcutSetup.h"
 #include "StorageManager.h"
@@ -33,6 +34,8 @@ class SettingsModel : public QObject
     Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
     Q_PROPERTY(bool startAtLogin READ startAtLogin WRITE setStartAtLogin NOTIFY startAtLoginChanged)
     Q_PROPERTY(ShortcutSetup *shortcutSetup READ shortcutSetup CONSTANT)
+    Q_PROPERTY(AccessibilitySwitch *accessibility READ accessibility CONSTANT)
+    Q_PROPERTY(QString version READ version CONSTANT)
 
 public:
     static constexpr int maxAddableSamples = 5;
@@ -57,6 +60,9 @@ public:
     StorageManager *storage() const { return &m_storage; }
     ModelChooser *chooser() { return &m_chooser; }
     ShortcutSetup *shortcutSetup() { return &m_shortcutSetup; }
+    AccessibilitySwitch *accessibility() { return &m_accessibility; }
+    // The running release, as the application names it.
+    static QString version();
     bool canAddSample() const;
     QString lastCheckedText() const;
 
@@ -94,4 +100,5 @@ private:
 
     ModelChooser m_chooser;
     ShortcutSetup m_shortcutSetup;
+    AccessibilitySwitch m_accessibility;
 };

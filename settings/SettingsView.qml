@@ -149,6 +149,7 @@ Window {
                         Layout.fillWidth: true
                         setup: root.model.shortcutSetup
                     }
+                    AccessibilityLine { Layout.fillWidth: true; accessibility: root.model.accessibility }
                 }
             }
 

@@ -11,6 +11,13 @@ ColumnLayout {
 
     spacing: 12
 
+    Text {
+        objectName: "version"
+        text: qsTr("Tessary %1").arg(section.model.version)
+        font.pixelSize: 12
+        color: Theme.primary
+    }
+
     SettingsSwitch {
         objectName: "autoCheck"
         text: qsTr("Check for updates automatically")
@@ -25,7 +32,7 @@ ColumnLayout {
             id: check
             objectName: "checkForUpdates"
             enabled: !section.model.checkingForUpdates
-            text: section.model.checkingForUpdates ? qsTr("Checking...") : qsTr("Check for Updates")
+            text: section.model.checkingForUpdates ? qsTr("Checking...") : qsTr("Check now")
             Accessible.name: text
             onClicked: section.model.checkForUpdates()
             leftPadding: 12

@@ -182,7 +182,7 @@ private Q_SLOTS:
         auto view = makeView({}, {}, &shortcut);
         QSignalSpy requested(&view->model, &SettingsModel::updateCheckRequested);
         QQuickItem *check = view->item(u"checkForUpdates"_s);
-        QCOMPARE(check->property("text").toString(), u"Check for Updates"_s);
+        QCOMPARE(check->property("text").toString(), u"Check now"_s);
         view->click(check);
         QCOMPARE(requested.size(), 1);
 
