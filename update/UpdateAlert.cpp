@@ -2,8 +2,15 @@
 
 #include "UpdateService.h"
 
-#include <QMessageBox>
-#include <QPushButton>
+#include <QLoggingCategory>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickWindow>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(Tessary_UpdatePlugin)
+
+Q_LOGGING_CATEGORY(lcUpdateAlert, "tessary.update", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 
@@ -14,32 +21,35 @@ UpdateAlert::UpdateAlert(UpdateService &updates, QObject *parent)
     connect(&updates, &UpdateService::updateAlertRequested, this, &UpdateAlert::show);
 }
 
+// The window goes before the engine it came from.
 UpdateAlert::~UpdateAlert()
 {
-    delete m_box;
+    m_window.reset();
+}
+
+void UpdateAlert::download()
+{
+    m_updates.openDownloadURL();
 }
 
 void UpdateAlert::show(const QString &informativeText)
 {
-    delete m_box;
-    auto *box = new QMessageBox;
-    m_box = box;
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setIcon(QMessageBox::Information);
-    box->setWindowTitle(u"Tessary"_s);
-    box->setText(u"Update Available"_s);
-    box->setInformativeText(informativeText);
-    QPushButton *download = box->addButton(u"Download"_s, QMessageBox::AcceptRole);
-    QPushButton *later = box->addButton(u"Later"_s, QMessageBox::RejectRole);
-    // Skipping stores nothing: the next check the user asks for offers the release again.
-    box->addButton(u"Skip This Version"_s, QMessageBox::RejectRole);
-    box->setDefaultButton(download);
-    box->setEscapeButton(later);
-    connect(box, &QMessageBox::buttonClicked, this, [this, download](QAbstractButton *button) {
-        if (button == download)
-            m_updates.openDownloadURL();
-    });
-    box->show();
-    box->raise();
-    box->activateWindow();
+    m_message = informativeText;
+    Q_EMIT messageChanged();
+    if (!m_window) {
+        m_engine = std::make_unique<QQmlEngine>();
+        m_engine->addImportPath(u"qrc:/qt/qml"_s);
+        QQmlComponent component(m_engine.get(), QUrl(u"qrc:/qt/qml/Tessary/Update/UpdateAlertView.qml"_s));
+        QObject *object
+            = component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(this) } });
+        m_window.reset(qobject_cast<QQuickWindow *>(object));
+        if (!m_window) {
+            qCWarning(lcUpdateAlert) << "cannot create the update window:" << component.errorString();
+            delete object;
+            return;
+        }
+    }
+    m_window->show();
+    m_window->raise();
+    m_window->requestActivate();
 }

@@ -1,17 +1,18 @@
 // Faults: a check due too early or never, state lost on a bad reply, an alert on a silent check, a choice of
 // the alert remembered.
 #include "BrowserCatcher.h"
+#include "QuickItems.h"
 #include "Replies.h"
 #include "StdoutCapture.h"
 #include "StorageManager.h"
 #include "UpdateAlert.h"
 #include "UpdateService.h"
 
-#include <QAbstractButton>
-#include <QApplication>
+#include <QGuiApplication>
 #include <QDesktopServices>
 #include <QJsonObject>
-#include <QMessageBox>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,19 +30,29 @@ public:
         : m_view(service)
     {
         const auto answerAlert = [this, &service, answer] {
-            QMessageBox *box = m_view.window();
-            if (!box || !box->isVisible())
+            QQuickWindow *window = m_view.window();
+            if (!window || !window->isVisible())
                 return;
+            const auto text = [window](const char *name) {
+                const QQuickItem *item
+                    = QuickItems::all(window->contentItem(), QString::fromLatin1(name)).value(0);
+                return item ? item->property("text").toString() : QString();
+            };
             QStringList buttons;
-            QAbstractButton *chosen = nullptr;
-            for (QAbstractButton *button : box->buttons()) {
-                buttons.append(button->text());
-                chosen = button->text() == answer ? button : chosen;
+            QQuickItem *chosen = nullptr;
+            for (const char *name : { "download", "later", "skip" }) {
+                QQuickItem *button
+                    = QuickItems::all(window->contentItem(), QString::fromLatin1(name)).value(0);
+                buttons.append(text(name));
+                chosen = text(name) == answer ? button : chosen;
             }
             buttons.sort();
-            shown.append(QStringList { box->text(), box->informativeText(), buttons.join(u", ") }.join(u" / ")
+            shown.append(QStringList { text("heading"), text("message"), buttons.join(u", ") }.join(u" / ")
                 + (service.isCheckingForUpdates() ? u" (while checking)"_s : QString()));
-            chosen ? chosen->click() : box->reject();
+            if (chosen)
+                QMetaObject::invokeMethod(chosen, "clicked");
+            else
+                window->close();
         };
         connect(&service, &UpdateService::updateAlertRequested, this, answerAlert, Qt::QueuedConnection);
     }
