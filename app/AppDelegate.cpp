@@ -67,7 +67,8 @@ void AppDelegate::setupTray()
     if (m_tray)
         return;
     m_tray = std::make_unique<TrayMenu>(m_parts.updateService);
-    if (!m_tray->hostFound())
+    m_parts.windows.setTrayShown(TrayMenu::hostFound());
+    if (!TrayMenu::hostFound())
         qCInfo(lcLaunch) << "This desktop shows no tray icons: start `tessary` again, or choose Settings in"
                          << "its menu entry, to open Settings.";
     m_tray->setShortcutAvailable(m_parts.shortcut.isRunning());

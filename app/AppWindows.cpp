@@ -136,6 +136,7 @@ void AppWindows::showOnboarding()
     if (!m_onboardingWindow) {
         m_onboardingModel = std::make_shared<OnboardingModel>(
             m_storage, OnboardingModel::defaultCompletionDelay, m_desktopShortcut);
+        m_onboardingModel->setTrayShown(m_trayShown);
         connect(m_onboardingModel->shortcutSetup(), &ShortcutSetup::shortcutAdded, this,
             &AppWindows::desktopShortcutAdded);
         connect(m_onboardingModel.get(), &OnboardingModel::completed, this,

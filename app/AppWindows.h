@@ -31,6 +31,8 @@ public:
 
     // Settings show the desktop's accessibility switch through it; null: not shown.
     void setAccessibility(Accessibility *accessibility) { m_accessibility = accessibility; }
+    // Where the desktop shows no tray icon, the welcome page says how Settings open.
+    void setTrayShown(bool shown) { m_trayShown = shown; }
     void showSettings();
     void showOnboarding();
     void windowWillClose(QWindow *window);
@@ -54,6 +56,7 @@ private:
     QmlEngine &m_qml;
     DesktopShortcut *m_desktopShortcut;
     Accessibility *m_accessibility = nullptr;
+    bool m_trayShown = true;
 
     // Shared pointers: they are destroyed where these types are not known.
     std::shared_ptr<Presence> m_presence;

@@ -31,6 +31,9 @@ class OnboardingModel : public QObject
     Q_PROPERTY(bool serviceUsable READ serviceUsable NOTIFY serviceUsableChanged)
     Q_PROPERTY(ModelChooser *chooser READ chooser CONSTANT)
     Q_PROPERTY(ShortcutSetup *shortcutSetup READ shortcutSetup CONSTANT)
+    // Whether the desktop shows Tessary's tray icon; where not, the first page says how
+    // Settings open. Set before the window is made.
+    Q_PROPERTY(bool trayShown READ trayShown CONSTANT)
 
 public:
     enum class Step { Welcome = 0, AddSample = 1, ChooseModel = 2, Done = 3 };
@@ -59,6 +62,8 @@ public:
     bool serviceUsable() const { return m_storage.serviceUsable(); }
     ModelChooser *chooser() { return &m_chooser; }
     ShortcutSetup *shortcutSetup() { return &m_shortcutSetup; }
+    bool trayShown() const { return m_trayShown; }
+    void setTrayShown(bool shown) { m_trayShown = shown; }
 
     // Blanks are spaces of any width and tabs; a text of line breaks is not blank.
     static bool isBlank(const QString &text);
@@ -107,6 +112,7 @@ private:
     ModelChooser m_chooser;
     ShortcutSetup m_shortcutSetup;
     Step m_step = Step::Welcome;
+    bool m_trayShown = true;
     QString m_sampleText;
     std::optional<ServiceChoice> m_choiceBefore; // as the model page found it
 };

@@ -115,6 +115,7 @@ Window {
     Component {
         id: welcome
         WelcomeStep {
+            trayShown: root.model.trayShown
             onNext: root.model.advance()
         }
     }

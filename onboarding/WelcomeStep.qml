@@ -6,6 +6,7 @@ import Tessary.Ui
 Item {
     id: page
     property real appear: 0
+    property bool trayShown: true
     signal next
 
     SequentialAnimation {
@@ -76,6 +77,8 @@ Item {
             }
         }
         Item { Layout.fillHeight: true }
+        NoTrayNote { visible: !page.trayShown; opacity: page.appear }
+        Item { implicitHeight: page.trayShown ? 0 : 16 }
         PrimaryButton {
             objectName: "getStarted"
             focus: true

@@ -1,5 +1,5 @@
 // Faults: a second settings window, the task-bar entry kept or dropped early, onboarding ending wrongly
-// or coming back once finished with a paired server.
+// or coming back once finished with a paired server, no word of the way to Settings where no tray shows.
 #include "AccessibilityHelper.h"
 #include "AppDelegate.h"
 #include "AppWindows.h"
@@ -8,6 +8,7 @@
 #include "OnboardingModel.h"
 #include "Presence.h"
 #include "QmlEngine.h"
+#include "QuickItems.h"
 #include "RewriteSessions.h"
 #include "Shortcut.h"
 #include "StorageManager.h"
@@ -119,6 +120,32 @@ private Q_SLOTS:
             { textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, m_qml);
         AppDelegate({ windows, shortcut, sessions, updates, *storage }).applicationDidFinishLaunching();
         QTEST(windows.onboardingWindow() != nullptr, "welcome");
+    }
+
+    // Where the desktop shows no tray icon, the welcome page says how Settings open again;
+    // where it shows one, the page says nothing of it.
+    void welcomeWithoutATray_data()
+    {
+        QTest::addColumn<bool>("trayShown");
+        QTest::newRow("a tray") << true;
+        QTest::newRow("no tray") << false;
+    }
+    void welcomeWithoutATray()
+    {
+        QFETCH(bool, trayShown);
+        auto storage = newStore({});
+        Platform platform = makePlatform();
+        UpdateService updates(*storage, {});
+        AppWindows windows(*storage, updates, platform.workspace.get(), m_qml);
+        windows.setTrayShown(trayShown);
+        windows.showOnboarding();
+        QVERIFY(windows.onboardingWindow());
+        QVERIFY(QTest::qWaitForWindowExposed(windows.onboardingWindow()));
+        const QQuickItem *note
+            = QuickItems::all(windows.onboardingWindow()->contentItem(), u"noTrayNote"_s).value(0);
+        QVERIFY(note);
+        QCOMPARE(note->isVisible(), !trayShown);
+        QVERIFY(note->property("text").toString().contains(u"tessary --settings"_s));
     }
 
     void onboardingCompletion_data()
