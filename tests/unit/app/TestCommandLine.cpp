@@ -27,8 +27,7 @@ private Q_SLOTS:
             << QStringList { u"--help"_s } << int(A::ShowHelp) << u"--trigger"_s;
         QTest::newRow("help lists settings")
             << QStringList { u"--help"_s } << int(A::ShowHelp) << u"--settings"_s;
-        QTest::newRow("help lists version")
-            << QStringList { u"-h"_s } << int(A::ShowHelp) << u"--version"_s;
+        QTest::newRow("help lists version") << QStringList { u"-h"_s } << int(A::ShowHelp) << u"--version"_s;
         QTest::newRow("help names tessary")
             << QStringList { u"--help"_s } << int(A::ShowHelp) << u"Usage: tessary [options]\n"_s;
         QTest::newRow("trigger") << QStringList { u"--trigger"_s } << int(A::Trigger) << QString();

@@ -8,8 +8,8 @@
 #include "UpdateAlert.h"
 #include "UpdateService.h"
 
-#include <QGuiApplication>
 #include <QDesktopServices>
+#include <QGuiApplication>
 #include <QJsonObject>
 #include <QQuickItem>
 #include <QQuickWindow>
