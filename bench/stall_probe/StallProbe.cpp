@@ -135,7 +135,7 @@ int main(int argc, char **argv)
     }
     X11Workspace workspace(x11);
     X11KeySynth keys(x11);
-    X11PrimarySelection primary(x11);
+    X11PrimarySelection primary(x11, QGuiApplication::clipboard());
     AtspiAccessibility accessibility;
     ClipboardPasteboard pasteboard(QGuiApplication::clipboard(), x11);
     AccessibilityHelper helper(workspace, accessibility, keys, pasteboard, &primary);

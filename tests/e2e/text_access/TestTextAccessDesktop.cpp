@@ -72,7 +72,7 @@ private Q_SLOTS:
         m_keys = std::make_unique<X11KeySynth>(m_x11);
         m_accessibility = std::make_unique<AtspiAccessibility>();
         m_pasteboard = std::make_unique<ClipboardPasteboard>(QGuiApplication::clipboard(), m_x11);
-        m_primary = std::make_unique<X11PrimarySelection>(m_x11);
+        m_primary = std::make_unique<X11PrimarySelection>(m_x11, QGuiApplication::clipboard());
         m_helper = std::make_unique<AccessibilityHelper>(
             *m_workspace, *m_accessibility, *m_keys, *m_pasteboard, m_primary.get());
     }
