@@ -335,7 +335,7 @@ void RewriteSession::checkReplace(std::function<void(const QString &refusal)> do
             ? terminalPaste(*m_target.application).value_or(TerminalPaste {})
             : TerminalPaste {};
         done(tr("Terminals get no synthesized paste: the rewrite is on the clipboard, paste it with %1.")
-                .arg(paste.howToPaste()));
+                 .arg(paste.howToPaste()));
         return;
     }
     if (m_target.method == CaptureTarget::Method::Copied) {
