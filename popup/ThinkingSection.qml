@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls.Basic
 import Tessary.Ui
+import Tessary.Popup
 
 // What a reasoning model thinks before it answers: "Thinking…" with the seconds so far
 // while it thinks, and its thinking in a collapsed, read-only section. Never the result.
