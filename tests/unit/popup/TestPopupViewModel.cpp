@@ -180,6 +180,33 @@ private Q_SLOTS:
         }
     }
 
+    // A rewrite that came back in another writing system says so beside Retry, once it is done.
+    void languageNote_data()
+    {
+        QTest::addColumn<QString>("original");
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<bool>("noted");
+        const QString english = u"Could you send me the report by Friday?"_s;
+        QTest::newRow("same script") << english
+                                     << QStringList { u"token:Send the report by Friday."_s, u"complete"_s }
+                                     << false;
+        QTest::newRow("another script")
+            << english << QStringList { u"token:Пришлите отчёт до пятницы."_s, u"complete"_s } << true;
+        QTest::newRow("not while it streams")
+            << english << QStringList { u"token:Пришлите отчёт до пятницы."_s } << false;
+    }
+    void languageNote()
+    {
+        QFETCH(QString, original);
+        QFETCH(QStringList, script);
+        QFETCH(bool, noted);
+        FakeRewriter rewriter;
+        PopupViewModel vm(original, rewriter, nullptr);
+        vm.run();
+        play(rewriter, vm, script);
+        QCOMPARE(!vm.languageNote().isEmpty(), noted);
+    }
+
     void nothingToRewrite_data()
     {
         QTest::addColumn<QString>("original");
