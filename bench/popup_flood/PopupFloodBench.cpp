@@ -11,6 +11,7 @@
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "SceneGraph.h"
+#include "SessionDesk.h"
 #include "StorageManager.h"
 
 #include <QElapsedTimer>
@@ -99,7 +100,10 @@ int main(int argc, char *argv[])
     if (!std::freopen("/dev/null", "w", stdout))
         return 1;
 
-    PopupWindowController popup(u"Rewrite this, please."_s, service, nullptr, engine);
+    SessionDesk desk;
+    RewriteSession session({ desk.textAccess, &desk.workspace, desk.pasteboard, service });
+    session.takeCapture({ u"Rewrite this, please."_s, {} });
+    PopupWindowController popup(session, engine);
     QQuickWindow *window = popup.window();
     qint64 lastTick = 0;
     qint64 longestGap = 0;

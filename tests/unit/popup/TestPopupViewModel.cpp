@@ -200,10 +200,11 @@ private Q_SLOTS:
         QFETCH(QString, original);
         QFETCH(QStringList, script);
         QFETCH(bool, noted);
-        FakeRewriter rewriter;
-        PopupViewModel vm(original, rewriter, nullptr);
-        vm.run();
-        play(rewriter, vm, script);
+        SessionDesk desk;
+        const auto session = desk.session(original);
+        PopupViewModel vm(session.get());
+        session->start();
+        play(desk.rewriter, vm, script);
         QCOMPARE(!vm.languageNote().isEmpty(), noted);
     }
 

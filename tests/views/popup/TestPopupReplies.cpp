@@ -7,6 +7,7 @@
 #include "QuickItems.h"
 #include "ReplyShapes.h"
 #include "ScratchFiles.h"
+#include "SessionDesk.h"
 #include "StorageManager.h"
 
 #include <QQmlEngine>
@@ -55,7 +56,11 @@ private Q_SLOTS:
         storage.setProvider(StorageManager::Provider::LocalModel);
         HumanizeService service(storage);
 
-        PopupWindowController popup(u"Could you send me the report by Friday?"_s, service, nullptr, m_engine);
+        // The real service behind a session on a fake desktop: nothing is replaced here.
+        SessionDesk desk;
+        RewriteSession session({ desk.textAccess, &desk.workspace, desk.pasteboard, service });
+        session.takeCapture({ u"Could you send me the report by Friday?"_s, {} });
+        PopupWindowController popup(session, m_engine);
         QQuickWindow *window = popup.window();
         QVERIFY(window);
         popup.showWindow();
