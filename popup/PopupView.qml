@@ -385,6 +385,7 @@ FocusScope {
                                 lineSpacing: 3
                             }
                         }
+                        ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
                         Text {
                             objectName: "note"
                             Layout.fillWidth: true

@@ -1,8 +1,8 @@
 #include "PopupViewModel.h"
 
 #include "Characters.h"
-#include "FailureAdvice.h"
 #include "RewriteSession.h"
+#include "ScriptCheck.h"
 
 using namespace Qt::StringLiterals;
 using SessionState = RewriteSession::State;
@@ -22,6 +22,7 @@ PopupViewModel::PopupViewModel(RewriteSession *session, QObject *parent)
     connect(m_session, &RewriteSession::selectedToneChanged, this, &PopupViewModel::selectedToneChanged);
     connect(m_session, &RewriteSession::stalledChanged, this, &PopupViewModel::actionsChanged);
     connect(m_session, &RewriteSession::noteChanged, this, &PopupViewModel::noteChanged);
+    connect(m_session, &RewriteSession::reasoningChanged, this, &PopupViewModel::reasoningChanged);
     connect(m_session, &RewriteSession::closeRequested, this, &PopupViewModel::closeRequested);
 }
 
@@ -66,7 +67,29 @@ QString PopupViewModel::errorMessage() const
 
 bool PopupViewModel::offersSettings() const
 {
-    return FailureAdvice::pointsToSettings(errorMessage());
+    return state() == State::Error && m_session->failure().fix == Failure::Fix::Settings;
+}
+
+QStringList PopupViewModel::commands() const
+{
+    return state() == State::Error ? m_session->failure().commands : QStringList();
+}
+
+bool PopupViewModel::isThinking() const
+{
+    return m_session && m_session->isThinking();
+}
+
+QString PopupViewModel::reasoningText() const
+{
+    return m_session ? m_session->reasoningText() : QString();
+}
+
+QString PopupViewModel::languageNote() const
+{
+    if (state() != State::Done || !ScriptCheck::changedScript(originalText(), resultText()))
+        return {};
+    return tr("The rewrite is in another language than the original.");
 }
 
 QString PopupViewModel::message() const
@@ -120,8 +143,10 @@ bool PopupViewModel::canRetry() const
 
 bool PopupViewModel::canCopy() const
 {
-    // After an error the partial text is not shown, so it is not offered either.
-    return state() == State::Done && !resultText().isEmpty();
+    // After an error the partial text is not shown, so it is not offered either; a reply
+    // stopped for its length keeps what it had.
+    const bool kept = state() == State::Error && m_session->failure().kind == Failure::Kind::TooLong;
+    return (state() == State::Done || kept) && !resultText().isEmpty();
 }
 
 bool PopupViewModel::canReplace() const

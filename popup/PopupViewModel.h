@@ -20,6 +20,13 @@ class PopupViewModel : public QObject
     Q_PROPERTY(QString errorMessage READ errorMessage NOTIFY stateChanged)
     // The error is fixed in Settings (a model to pick, a key to enter): the popup offers it.
     Q_PROPERTY(bool offersSettings READ offersSettings NOTIFY stateChanged)
+    // Commands that may fix the error ("ollama serve"), shown as copyable code beside it.
+    Q_PROPERTY(QStringList commands READ commands NOTIFY stateChanged)
+    // A reasoning model is thinking before it answers; its thinking so far, never the result.
+    Q_PROPERTY(bool thinking READ isThinking NOTIFY reasoningChanged)
+    Q_PROPERTY(QString reasoningText READ reasoningText NOTIFY reasoningChanged)
+    // The result came back in another writing system than the original; shown beside Retry.
+    Q_PROPERTY(QString languageNote READ languageNote NOTIFY stateChanged)
     // The sentence in the result area when there is no result to show: the error, or
     // what to do when there is nothing to rewrite.
     Q_PROPERTY(QString message READ message NOTIFY stateChanged)
@@ -54,6 +61,10 @@ public:
     State state() const;
     QString errorMessage() const;
     bool offersSettings() const;
+    QStringList commands() const;
+    bool isThinking() const;
+    QString reasoningText() const;
+    QString languageNote() const;
     QString message() const;
     QString resultText() const;
     QString selectedTone() const;
@@ -84,6 +95,7 @@ Q_SIGNALS:
     void actionsChanged();
     void closeRequested();
     void noteChanged();
+    void reasoningChanged();
 
 private:
     void resultChanged();

@@ -79,9 +79,16 @@ QString toneDefinition(const QString &tone)
     return name;
 }
 
-QString systemPrompt(const QStringList &samples, const QString &tone, int sampleBudget)
+QString systemPrompt(
+    const QStringList &samples, const QString &tone, int sampleBudget, const QString &instruction)
 {
     QString prompt = instructions.arg(toneDefinition(tone));
+    if (const QString asked = instruction.trimmed(); !asked.isEmpty()) {
+        // The user's own request may change the length or the language; the voice stays.
+        prompt += "\n\nThe author asks for this rewrite: <instruction>"_L1 + asked
+            + "</instruction>. Follow it, even where it overrides the rules above on meaning, formatting "
+              "or language; keep their voice."_L1;
+    }
     const QStringList kept = samplesWithinBudget(samples, sampleBudget);
     if (kept.isEmpty()) {
         prompt += "\n\nThere are no writing samples: write plainly and naturally."_L1;
@@ -93,12 +100,12 @@ QString systemPrompt(const QStringList &samples, const QString &tone, int sample
     return prompt;
 }
 
-QJsonArray promptMessages(
-    const QStringList &samples, const QString &tone, const QString &text, int sampleBudget)
+QJsonArray promptMessages(const QStringList &samples, const QString &tone, const QString &text,
+    int sampleBudget, const QString &instruction)
 {
     return {
-        QJsonObject {
-            { "role"_L1, "system"_L1 }, { "content"_L1, systemPrompt(samples, tone, sampleBudget) } },
+        QJsonObject { { "role"_L1, "system"_L1 },
+            { "content"_L1, systemPrompt(samples, tone, sampleBudget, instruction) } },
         QJsonObject { { "role"_L1, "user"_L1 }, { "content"_L1, text } },
     };
 }

@@ -13,12 +13,15 @@ QStringList samplesWithinBudget(const QStringList &samples, int budget);
 // One line saying what the tone asks for; a tone we do not know is passed on as words.
 QString toneDefinition(const QString &tone);
 
-QString systemPrompt(const QStringList &samples, const QString &tone, int sampleBudget);
+// `instruction`: what the user asked for this rewrite in their own words ("shorter"),
+// on top of the tone; nothing is said of it when empty.
+QString systemPrompt(
+    const QStringList &samples, const QString &tone, int sampleBudget, const QString &instruction = {});
 
 // The messages of a chat completion that rewrites `text` in the voice of `samples`: the
 // instructions with the samples that fit into `sampleBudget` characters, then the text.
-QJsonArray promptMessages(
-    const QStringList &samples, const QString &tone, const QString &text, int sampleBudget);
+QJsonArray promptMessages(const QStringList &samples, const QString &tone, const QString &text,
+    int sampleBudget, const QString &instruction = {});
 
 // The body of a streamed /chat/completions request to an OpenAI-compatible server; the
 // model is left out when empty, for servers that serve only one.

@@ -40,6 +40,13 @@ RequestParse parseRewriteRequest(const QByteArray &body)
     }
     request.tone = tone.toString();
 
+    const QJsonValue asked = object.value("instruction"_L1);
+    if (!asked.isUndefined() && !asked.isNull() && !asked.isString()) {
+        result.error = u"\"instruction\" must be a string."_s;
+        return result;
+    }
+    request.instruction = asked.toString();
+
     const QJsonValue messages = object.value("messages"_L1);
     std::optional<QString> content;
     if (messages.isArray()) {

@@ -12,6 +12,7 @@ struct RewriteRequest
     QStringList examples; // in the client's order, the newest last
     QString tone;
     QString text;
+    QString instruction; // the user's own words on what to do, besides the tone; often none
 };
 
 struct RequestParse
@@ -23,6 +24,7 @@ struct RequestParse
 // The instruction Tessary puts before the user's text in its one user message.
 inline constexpr char16_t rewriteInstruction[] = u"Rewrite this in my voice:\n\n";
 
-// Reads a completion request body: {"stream", "examples", "tone", "messages"}.
+// Reads a completion request body: {"stream", "examples", "tone", "messages"}, and an
+// optional "instruction".
 // The text is the last user message, without the instruction when it starts with it.
 RequestParse parseRewriteRequest(const QByteArray &body);

@@ -632,8 +632,9 @@ void RewriteServer::Session::startStream(const RewriteRequest &rewrite)
     // A keep-alive connection carries one request after another: each starts afresh.
     m_sentText = false;
     m_triedAnother = false;
-    m_upstreamBody = chatCompletionBody(
-        promptMessages(rewrite.examples, rewrite.tone, rewrite.text, config().sampleBudget), config().model);
+    m_upstreamBody = chatCompletionBody(promptMessages(rewrite.examples, rewrite.tone, rewrite.text,
+                                            config().sampleBudget, rewrite.instruction),
+        config().model);
     callUpstream(m_shared.pool.pick(std::chrono::steady_clock::now()));
     beat();
 }

@@ -2,6 +2,7 @@
 
 #include "EventStream.h"
 #include "HttpMessageReader.h"
+#include "ReplyInterpreter.h"
 
 #include <QUrl>
 
@@ -30,12 +31,9 @@ namespace {
 constexpr int maxResponseFields = 100;
 constexpr qsizetype maxErrorReplyBytes = 64 * 1024;
 
-// The part of an upstream's error body worth showing, when it is JSON or short text.
+// The part of an upstream's error body worth showing, when it is short text.
 QString upstreamErrorText(const QByteArray &body)
 {
-    const UpstreamEvent event = interpretWholeBody(body);
-    if (event.kind == UpstreamEvent::Kind::Error)
-        return event.text;
     QByteArray text = body.trimmed();
     if (text.isEmpty() || text.startsWith('<')) // an HTML error page says nothing useful
         return {};
@@ -92,7 +90,8 @@ struct UpstreamCall::State : std::enable_shared_from_this<State>
     bool cancelled = false;
     bool finished = false;
 
-    UpstreamReplyReader replyReader { settings.maxLineBytes };
+    ReplyInterpreter replyReader { settings.maxLineBytes };
+    const ReplyInterpreter::Handler onEvent = [this](const ReplyEvent &event) { take(event); };
     QByteArray errorReply; // kept only for an error status, bounded
     bool stopped = false; // by the client or by an error event
     bool done = false;
@@ -118,7 +117,7 @@ struct UpstreamCall::State : std::enable_shared_from_this<State>
     void send();
     void receive();
     bool takeBody(std::string_view bytes);
-    void onEvent(const UpstreamEvent &event);
+    void take(const ReplyEvent &event);
     void failTransport(Stage stage, const beast::error_code &error);
     void conclude();
     void finish(UpstreamOutcome::Result result, const QString &message = {});
@@ -247,35 +246,33 @@ void UpstreamCall::State::receive()
 bool UpstreamCall::State::takeBody(std::string_view bytes)
 {
     const QByteArrayView data(bytes.data(), qsizetype(bytes.size()));
-    if (reader->status() >= 400) {
-        if (errorReply.size() < maxErrorReplyBytes)
-            errorReply.append(data.first(qMin(data.size(), maxErrorReplyBytes - errorReply.size())));
-        return true;
-    }
-    replyReader.feed(data, [this](const UpstreamEvent &event) { onEvent(event); });
+    // An error status's body is read like any other; its text is kept in case it says
+    // nothing the reader understands.
+    if (reader->status() >= 400 && errorReply.size() < maxErrorReplyBytes)
+        errorReply.append(data.first(qMin(data.size(), maxErrorReplyBytes - errorReply.size())));
+    replyReader.feed(data, onEvent);
     return !replyReader.lineTooLong() && !stopped && !done;
 }
 
-void UpstreamCall::State::onEvent(const UpstreamEvent &event)
+void UpstreamCall::State::take(const ReplyEvent &event)
 {
     if (stopped || done)
         return;
     switch (event.kind) {
-    case UpstreamEvent::Kind::Fragment:
+    case ReplyEvent::Kind::Text:
         ++outcome.fragments;
         if (!onFragment(event.text))
             stopped = true;
         break;
-    case UpstreamEvent::Kind::Error:
+    case ReplyEvent::Kind::Error:
         streamedError = event.text;
         stopped = true;
         break;
-    case UpstreamEvent::Kind::Done:
+    case ReplyEvent::Kind::Done:
         done = true;
         break;
-    case UpstreamEvent::Kind::Ignored:
-    case UpstreamEvent::Kind::NotJson:
-        break;
+    case ReplyEvent::Kind::Reasoning:
+        break; // clients get the answer only
     }
 }
 
@@ -311,12 +308,14 @@ void UpstreamCall::State::conclude()
             u"The language model server at %1 sent a line longer than tessary-server accepts (%2 bytes)."_s
                 .arg(shownUrl)
                 .arg(settings.maxLineBytes));
-    if (!streamedError.isEmpty())
-        return finish(UpstreamOutcome::Result::Failed,
-            u"The language model server reported an error: %1"_s.arg(streamedError));
+    if (streamedError.isEmpty())
+        replyReader.finish(onEvent);
+    if (stopped && streamedError.isEmpty())
+        return finish(UpstreamOutcome::Result::Cancelled);
     const int status = reader->status();
-    if (status >= 400) {
-        const QString detail = upstreamErrorText(errorReply);
+    const bool answered = replyReader.ending() == ReplyInterpreter::Ending::Answered;
+    if (status >= 400 && (!streamedError.isEmpty() || !answered)) {
+        const QString detail = streamedError.isEmpty() ? upstreamErrorText(errorReply) : streamedError;
         outcome.tryAnother = status >= 500;
         return finish(UpstreamOutcome::Result::Failed,
             u"The language model server at %1 answered HTTP %2%3.%4"_s.arg(shownUrl)
@@ -324,13 +323,14 @@ void UpstreamCall::State::conclude()
                 .arg(detail.isEmpty() ? QString() : u": "_s + detail)
                 .arg(statusAdvice(status)));
     }
-    replyReader.finish([this](const UpstreamEvent &event) { onEvent(event); });
-    if (stopped && streamedError.isEmpty())
-        return finish(UpstreamOutcome::Result::Cancelled);
     if (!streamedError.isEmpty())
         return finish(UpstreamOutcome::Result::Failed,
             u"The language model server reported an error: %1"_s.arg(streamedError));
-    if (outcome.fragments == 0)
+    if (replyReader.ending() == ReplyInterpreter::Ending::UnclosedThinking)
+        return finish(UpstreamOutcome::Result::Failed,
+            u"The language model at %1 was still thinking when its reply ended, so it gave no answer. Try "
+            "again, or allow the model longer answers."_s.arg(shownUrl));
+    if (!answered)
         return finish(UpstreamOutcome::Result::Failed,
             u"The language model at %1 returned no text. Try again, or check model in "
             "tessary-server's config."_s.arg(shownUrl));

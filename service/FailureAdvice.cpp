@@ -2,8 +2,6 @@
 
 #include "ModelProbe.h"
 
-#include <QRegularExpression>
-
 using namespace Qt::StringLiterals;
 
 namespace FailureAdvice {
@@ -11,72 +9,73 @@ namespace FailureAdvice {
 namespace {
 
 using Provider = StorageManager::Provider;
+using Kind = Failure::Kind;
+using Fix = Failure::Fix;
 
-enum class Kind { Unreachable, HostUnknown, TimedOut, Tls, WrongKey, RateLimited, UnknownModel, None };
+// `text` says "{Settings}" where the popup sends the user to Settings; inside Settings
+// that part is left out, since the fields are right there.
+Failure worded(Kind kind, const QString &text, Fix fix, const QStringList &commands = {})
+{
+    Failure failure { kind, QString(text).replace("{Settings}"_L1, " in Settings"_L1), fix, commands, {}, 0 };
+    if (text.contains("{Settings}"_L1))
+        failure.settingsWording = QString(text).remove("{Settings}"_L1);
+    return failure;
+}
 
-QString sentence(Kind kind, const Context &context)
+Failure advice(Kind kind, const Context &context)
 {
     const QString at = where(context.base);
     switch (kind) {
     case Kind::Unreachable:
         switch (context.provider) {
         case Provider::TessaryService:
-            return u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick "
-                   u"a "
-                   "language model in Settings."_s.arg(at);
+            return worded(kind,
+                u"Tessary can't reach the rewrite service at %1. Start it with the command below, or pick a "
+                "language model{Settings}."_s.arg(at),
+                Fix::Settings, { u"tessary-server"_s });
         case Provider::LocalModel:
-            return u"Tessary can't reach the model server at %1. Start it again (Ollama: `ollama serve`), or "
-                   "pick another model in Settings."_s.arg(at);
+            return worded(kind,
+                u"Tessary can't reach the model server at %1. Start it again (for Ollama, with the command "
+                "below), or pick another model{Settings}."_s.arg(at),
+                Fix::Settings, { u"ollama serve"_s });
         case Provider::ModelService:
-            return u"Tessary can't reach %1. Check the address in Settings and your network connection."_s
-                .arg(at);
+            return worded(kind,
+                u"Tessary can't reach %1. Check the address{Settings} and your network connection."_s.arg(at),
+                Fix::Settings);
         }
         break;
     case Kind::HostUnknown:
-        return u"Tessary can't find the host %1. Check the address in Settings and your network connection."_s
-            .arg(context.base.host());
+        return worded(kind,
+            u"Tessary can't find the host %1. Check the address{Settings} and your network connection."_s.arg(
+                context.base.host()),
+            Fix::Settings);
     case Kind::TimedOut:
-        return u"%1 stopped answering before the rewrite was done. Retry; a model that is still loading may "
-               "need a moment."_s.arg(at);
+        return worded(kind,
+            u"%1 stopped answering before the rewrite was done. Retry; a model that is still loading may "
+            "need a moment."_s.arg(at),
+            Fix::Retry);
     case Kind::Tls:
-        return u"Tessary couldn't open a secure connection to %1. Check the address in Settings (a server on "
-               "this machine usually takes http://, not https://)."_s.arg(at);
+        return worded(kind,
+            u"Tessary couldn't open a secure connection to %1. Check the address{Settings} (a server on "
+            "this machine usually takes http://, not https://)."_s.arg(at),
+            Fix::Settings);
     case Kind::WrongKey:
-        return u"%1 refused the API key. Enter the right key in Settings."_s.arg(at);
+        return worded(
+            kind, u"%1 refused the API key. Enter the right key{Settings}."_s.arg(at), Fix::Settings);
     case Kind::RateLimited:
-        return u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
-               "Wait a moment and retry, or check the plan with the provider."_s.arg(at);
+        return worded(kind,
+            u"%1 is turning requests away for now: the rate limit or the quota of the account is reached. "
+            "Wait a moment and retry, or check the plan with the provider."_s.arg(at),
+            Fix::Retry);
     case Kind::UnknownModel:
-        return u"The model server at %1 has no model named “%2”. Pick one of its models in Settings."_s.arg(
-            at, context.model);
-    case Kind::None:
+        return worded(kind,
+            u"The model server at %1 has no model named “%2”. Pick one of its models{Settings}."_s.arg(
+                at, context.model),
+            Fix::Settings);
+    default:
         break;
     }
     return {};
-}
-
-// What Qt's network layer and the stream reader say for a failed transfer.
-Kind transportKind(const QString &message)
-{
-    static const QRegularExpression hostNotFound(u"^Host .* not found$"_s);
-    static const QRegularExpression httpStatus(u"^The service answered with HTTP (\\d{3})\\b"_s);
-    if (message == "Connection refused"_L1)
-        return Kind::Unreachable;
-    if (hostNotFound.match(message).hasMatch())
-        return Kind::HostUnknown;
-    if (message == "The request timed out."_L1 || message == "Socket operation timed out"_L1)
-        return Kind::TimedOut;
-    if (message.startsWith("SSL handshake failed"_L1) || message.startsWith("TLS initialization failed"_L1))
-        return Kind::Tls;
-    const QRegularExpressionMatch status = httpStatus.match(message);
-    if (status.hasMatch()) {
-        const int code = status.captured(1).toInt();
-        if (code == 401 || code == 403)
-            return Kind::WrongKey;
-        if (code == 429)
-            return Kind::RateLimited;
-    }
-    return Kind::None;
 }
 
 // How OpenAI-compatible servers word the failures people can fix themselves.
@@ -92,7 +91,23 @@ Kind modelServerKind(const QString &message)
         return Kind::WrongKey;
     if (text.contains("quota"_L1) || text.contains("rate limit"_L1) || text.contains("too many requests"_L1))
         return Kind::RateLimited;
-    return Kind::None;
+    return Kind::Service;
+}
+
+bool hasAdvice(Kind kind)
+{
+    switch (kind) {
+    case Kind::Unreachable:
+    case Kind::HostUnknown:
+    case Kind::TimedOut:
+    case Kind::Tls:
+    case Kind::WrongKey:
+    case Kind::RateLimited:
+    case Kind::UnknownModel:
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace
@@ -112,65 +127,78 @@ Context contextOf(const StorageManager &storage)
     return { storage.provider(), QUrl(storage.modelBase().trimmed()), storage.model() };
 }
 
-QString noModelChosen()
+Failure noModelChosen()
 {
-    return u"No language model is chosen yet. Pick one in Settings."_s;
+    return worded(
+        Kind::NoModelChosen, u"No language model is chosen yet. Pick one{Settings}."_s, Fix::Settings);
 }
 
-QString invalidAddress(const QString &address)
+Failure invalidAddress(const QString &address)
 {
-    return u"“%1” is not an address Tessary can use. Enter one starting with http:// or https:// in Settings."_s
-        .arg(address);
+    return worded(Kind::InvalidAddress,
+        u"“%1” is not an address Tessary can use. Enter one starting with http:// or https://{Settings}."_s
+            .arg(address),
+        Fix::Settings);
 }
 
-QString forRewrite(const Context &context, const QString &message)
+Failure forRewrite(const Context &context, const Failure &failure)
 {
-    Kind kind = transportKind(message);
+    Kind kind = failure.kind;
+    if (kind == Kind::HttpStatus) {
+        if (failure.code == 401 || failure.code == 403)
+            kind = Kind::WrongKey;
+        else if (failure.code == 429)
+            kind = Kind::RateLimited;
+    }
     // The Tessary service words its own refusals, and its idle timeout reads as the
     // platform has always put it; a model server's wording needs translating.
     if (context.provider == Provider::TessaryService && kind == Kind::TimedOut)
-        kind = Kind::None;
-    if (kind == Kind::None && context.provider != Provider::TessaryService)
-        kind = modelServerKind(message);
-    return kind == Kind::None ? message : sentence(kind, context);
+        return failure;
+    if (kind == Kind::Service && context.provider != Provider::TessaryService)
+        kind = modelServerKind(failure.message);
+    if (!hasAdvice(kind))
+        return failure;
+    Failure advised = advice(kind, context);
+    advised.code = failure.code;
+    return advised;
 }
 
-QString forModelList(const Context &context, const ModelList &list)
+std::optional<Failure> forModelList(const Context &context, const ModelList &list)
 {
     using Outcome = ModelList::Outcome;
     const QString at = where(context.base);
     switch (list.outcome) {
     case Outcome::Listed:
         if (!context.model.isEmpty() && !list.models.isEmpty() && !list.models.contains(context.model))
-            return sentence(Kind::UnknownModel, context);
-        return {};
+            return advice(Kind::UnknownModel, context);
+        return std::nullopt;
     case Outcome::Unreachable:
-        return sentence(list.detail.startsWith("Host "_L1) ? Kind::HostUnknown : Kind::Unreachable, context);
+        return advice(list.detail.startsWith("Host "_L1) ? Kind::HostUnknown : Kind::Unreachable, context);
     case Outcome::TimedOut:
-        return u"%1 did not answer in time. Check the address in Settings, or retry once the server has "
-               "started."_s.arg(at);
+        return worded(Kind::TimedOut,
+            u"%1 did not answer in time. Check the address{Settings}, or retry once the server has "
+            "started."_s.arg(at),
+            Fix::Retry);
     case Outcome::TlsError:
-        return sentence(Kind::Tls, context);
+        return advice(Kind::Tls, context);
     case Outcome::Unauthorized:
-        return sentence(Kind::WrongKey, context);
+        return advice(Kind::WrongKey, context);
     case Outcome::NotFound:
-        return u"%1 answers, but lists no models at %2/models. Check the address in Settings (for most "
-               u"servers "
-               "it ends in /v1)."_s.arg(at, context.base.toString());
+        return worded(Kind::HttpStatus,
+            u"%1 answers, but lists no models at %2/models. Check the address{Settings} (for most servers "
+            "it ends in /v1)."_s.arg(at, context.base.toString()),
+            Fix::Settings);
     case Outcome::HttpError:
         if (list.httpStatus == 429)
-            return sentence(Kind::RateLimited, context);
-        return u"%1 answered with HTTP %2. Retry later, or check the address in Settings."_s.arg(at).arg(
-            list.httpStatus);
+            return advice(Kind::RateLimited, context);
+        return worded(Kind::HttpStatus,
+            u"%1 answered with HTTP %2. Retry later, or check the address{Settings}."_s.arg(at).arg(
+                list.httpStatus),
+            Fix::Retry);
     case Outcome::InvalidUrl:
         return invalidAddress(context.base.toString());
     }
-    return {};
-}
-
-bool pointsToSettings(const QString &message)
-{
-    return message.contains(" Settings"_L1);
+    return std::nullopt;
 }
 
 } // namespace FailureAdvice

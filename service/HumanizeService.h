@@ -23,12 +23,17 @@ public:
         QObject *parent = nullptr);
     ~HumanizeService() override;
 
-    std::shared_ptr<RewriteRequest> humanize(
-        const QString &text, const QString &tone, RewriteCallbacks callbacks) override;
+    using Rewriter::humanize;
+    std::shared_ptr<RewriteRequest> humanize(const QString &text, const QString &tone,
+        const QString &instruction, RewriteCallbacks callbacks) override;
+
+    // Characters a rewrite of `text` may have: far beyond any real one, so that a service
+    // that never stops cannot fill the memory.
+    static qsizetype maxResultLength(const QString &text);
 
 private:
-    std::shared_ptr<RewriteRequest> send(
-        std::shared_ptr<RewriteRequest> handle, const QNetworkRequest &request, const QByteArray &body);
+    std::shared_ptr<RewriteRequest> send(std::shared_ptr<RewriteRequest> handle,
+        const QNetworkRequest &request, const QByteArray &body, qsizetype maxCharacters);
 
     StorageManager &m_storage;
     std::chrono::milliseconds m_idleTimeout;

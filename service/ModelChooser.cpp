@@ -102,7 +102,7 @@ void ModelChooser::listServiceModels()
             m_serviceModels = list.models;
             Q_EMIT serviceModelsChanged();
             if (!list.listed()) {
-                setResult(Result::Failed, FailureAdvice::forModelList(context, list));
+                setFailure(FailureAdvice::forModelList(context, list).value_or(Failure {}));
                 return;
             }
             // The first model is a fine start; the user picks another from the list.
@@ -122,7 +122,7 @@ void ModelChooser::testConnection()
     setResult(Result::Working, u"Testing…"_s);
     const FailureAdvice::Context context = FailureAdvice::contextOf(m_storage);
     if (context.provider != Provider::TessaryService && (context.base.isEmpty() || context.model.isEmpty())) {
-        setResult(Result::Failed, FailureAdvice::noModelChosen());
+        setFailure(FailureAdvice::noModelChosen());
         return;
     }
     const QString key
@@ -131,7 +131,7 @@ void ModelChooser::testConnection()
         *m_network, context.base, key, serviceDeadline, this, [this, round, context](const ModelList &list) {
             if (round != m_round)
                 return;
-            QString problem = FailureAdvice::forModelList(context, list);
+            const std::optional<Failure> problem = FailureAdvice::forModelList(context, list);
             // A Tessary service need not list models: that it answers is what can be known
             // without spending a rewrite.
             if (context.provider == Provider::TessaryService
@@ -142,8 +142,8 @@ void ModelChooser::testConnection()
                         .arg(list.latencyMs));
                 return;
             }
-            if (!problem.isEmpty()) {
-                setResult(Result::Failed, problem);
+            if (problem) {
+                setFailure(*problem);
                 return;
             }
             const QString service = context.provider == Provider::TessaryService ? u"the Tessary service"_s
@@ -164,6 +164,15 @@ void ModelChooser::setResult(Result kind, const QString &text)
 {
     m_resultKind = kind;
     m_result = text;
+    m_resultCommands.clear();
+    Q_EMIT resultChanged();
+}
+
+void ModelChooser::setFailure(const Failure &failure)
+{
+    m_resultKind = Result::Failed;
+    m_result = failure.messageInSettings();
+    m_resultCommands = failure.commands;
     Q_EMIT resultChanged();
 }
 

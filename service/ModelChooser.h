@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Failure.h"
 #include "ModelProbe.h"
 
 #include <QObject>
@@ -29,6 +30,8 @@ class ModelChooser : public QObject
     Q_PROPERTY(QStringList serviceModels READ serviceModels NOTIFY serviceModelsChanged)
     Q_PROPERTY(Result resultKind READ resultKind NOTIFY resultChanged)
     Q_PROPERTY(QString result READ result NOTIFY resultChanged)
+    // Commands that may fix a failed result ("ollama serve"), shown as copyable code.
+    Q_PROPERTY(QStringList resultCommands READ resultCommands NOTIFY resultChanged)
 
 public:
     enum class Result { None, Working, Succeeded, Failed };
@@ -44,6 +47,7 @@ public:
     QStringList serviceModels() const { return m_serviceModels; }
     Result resultKind() const { return m_resultKind; }
     QString result() const { return m_result; }
+    QStringList resultCommands() const { return m_resultCommands; }
 
     // Looks for model servers on this machine again.
     Q_INVOKABLE void searchLocal();
@@ -70,6 +74,8 @@ private:
 
     void probeFinished();
     void setResult(Result kind, const QString &text);
+    // Shown inside Settings and onboarding, where the fields it names are at hand.
+    void setFailure(const Failure &failure);
     void clearResult();
 
     StorageManager &m_storage;
@@ -80,5 +86,6 @@ private:
     QStringList m_serviceModels;
     Result m_resultKind = Result::None;
     QString m_result;
+    QStringList m_resultCommands;
     int m_round = 0; // answers of an earlier round are not shown
 };

@@ -13,8 +13,8 @@ ModelClient::ModelClient(const StorageManager &storage)
 {
 }
 
-std::optional<ModelClient::Prepared> ModelClient::prepare(
-    const QString &text, const QString &tone, std::chrono::milliseconds idleTimeout, QString *problem) const
+std::optional<ModelClient::Prepared> ModelClient::prepare(const QString &text, const QString &tone,
+    const QString &instruction, std::chrono::milliseconds idleTimeout, Failure *problem) const
 {
     QString base = m_storage.modelBase().trimmed();
     while (base.endsWith(u'/'))
@@ -35,6 +35,6 @@ std::optional<ModelClient::Prepared> ModelClient::prepare(
     if (!m_storage.modelKey().isEmpty())
         prepared.request.setRawHeader("Authorization", "Bearer " + m_storage.modelKey().toUtf8());
     prepared.body = chatCompletionBody(
-        promptMessages(m_storage.examples(), tone, text, sampleBudget), m_storage.model());
+        promptMessages(m_storage.examples(), tone, text, sampleBudget, instruction), m_storage.model());
     return prepared;
 }

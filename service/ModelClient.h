@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Failure.h"
+
 #include <QByteArray>
 #include <QNetworkRequest>
 #include <QString>
@@ -26,10 +28,9 @@ public:
 
     explicit ModelClient(const StorageManager &storage);
 
-    // The request, or, when no model server or model is chosen, a message saying what
-    // to do (in `problem`).
-    std::optional<Prepared> prepare(const QString &text, const QString &tone,
-        std::chrono::milliseconds idleTimeout, QString *problem) const;
+    // The request, or, when no model server or model is chosen, what to do (in `problem`).
+    std::optional<Prepared> prepare(const QString &text, const QString &tone, const QString &instruction,
+        std::chrono::milliseconds idleTimeout, Failure *problem) const;
 
 private:
     const StorageManager &m_storage;

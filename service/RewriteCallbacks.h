@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Failure.h"
+
 #include <QString>
 
 #include <functional>
@@ -10,7 +12,9 @@ struct RewriteCallbacks
 {
     std::function<void(const QString &fragment)> onToken;
     std::function<void()> onComplete;
-    std::function<void(const QString &message)> onError;
+    std::function<void(const Failure &failure)> onError;
     // The one who asked cancelled it; nothing of it arrives after this.
     std::function<void()> onCancelled;
+    // What a reasoning model thinks before it answers; never part of the result.
+    std::function<void(const QString &fragment)> onReasoning {};
 };

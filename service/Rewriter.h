@@ -52,10 +52,15 @@ public:
         if (end(Outcome::Done) && m_callbacks.onComplete)
             m_callbacks.onComplete();
     }
-    void fail(const QString &message)
+    void reasoning(const QString &fragment)
+    {
+        if (isRunning() && m_callbacks.onReasoning)
+            m_callbacks.onReasoning(fragment);
+    }
+    void fail(const Failure &failure)
     {
         if (end(Outcome::Failed) && m_callbacks.onError)
-            m_callbacks.onError(message);
+            m_callbacks.onError(failure);
     }
 
 private:
@@ -79,7 +84,13 @@ class Rewriter
 {
 public:
     virtual ~Rewriter() = default;
+    // `instruction`: the user's own words on what to do ("shorter"), besides the tone; may be empty.
     virtual std::shared_ptr<RewriteRequest> humanize(
-        const QString &text, const QString &tone, RewriteCallbacks callbacks)
+        const QString &text, const QString &tone, const QString &instruction, RewriteCallbacks callbacks)
         = 0;
+    std::shared_ptr<RewriteRequest> humanize(
+        const QString &text, const QString &tone, RewriteCallbacks callbacks)
+    {
+        return humanize(text, tone, {}, std::move(callbacks));
+    }
 };

@@ -2,8 +2,10 @@
 
 #include "Characters.h"
 #include "Log.h"
+#include "ReplyInterpreter.h"
 #include "StreamParser.h"
 
+#include <QLocale>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
@@ -28,6 +30,22 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
         || (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
 }
 
+Failure::Kind transportKind(QNetworkReply::NetworkError error)
+{
+    switch (error) {
+    case QNetworkReply::ConnectionRefusedError:
+        return Failure::Kind::Unreachable;
+    case QNetworkReply::HostNotFoundError:
+        return Failure::Kind::HostUnknown;
+    case QNetworkReply::TimeoutError:
+        return Failure::Kind::TimedOut;
+    case QNetworkReply::SslHandshakeFailedError:
+        return Failure::Kind::Tls;
+    default:
+        return Failure::Kind::Network;
+    }
+}
+
 // One event, one log line: line breaks inside a piece or a fragment are shown escaped.
 QString oneLine(QString text)
 {
@@ -41,10 +59,12 @@ QString oneLine(QString text)
 class StreamTransfer : public QObject, private StreamParser::Listener
 {
 public:
-    StreamTransfer(StreamDelegate *delegate, const QNetworkRequest &request, const QByteArray &body)
+    StreamTransfer(StreamDelegate *delegate, const QNetworkRequest &request, const QByteArray &body,
+        StreamDelegate::Reading reading)
         : m_delegate(delegate)
         , m_request(request)
         , m_body(body)
+        , m_reading(reading)
         , m_parser(*this)
     {
     }
@@ -119,9 +139,37 @@ private:
         m_bytesReceived += piece.size();
         const QString text = m_decoder.decode(piece);
         log(u"📦", { u"Received chunk: ", Log::Private(oneLine(Characters::upTo(text, 100))), u"..." });
-        m_parser.feed(piece);
+        if (m_tooLongAt == 0) {
+            if (m_reading.modelServer)
+                m_interpreter.feed(piece, m_interpreted);
+            else
+                m_parser.feed(piece);
+        }
         flushLog();
         postFound();
+        // A reply past any sensible length is not read on: what came so far is the result.
+        if (m_tooLongAt > 0 && m_reply)
+            m_reply->abort();
+    }
+
+    void interpreted(const ReplyEvent &event)
+    {
+        switch (event.kind) {
+        case ReplyEvent::Kind::Text:
+            token(event.text);
+            break;
+        case ReplyEvent::Kind::Reasoning:
+            log(u"💭", { u"Reasoning received: ", Log::Private(oneLine(event.text)) });
+            m_found.append({ StreamDelegate::Found::Kind::Reasoning, event.text });
+            break;
+        case ReplyEvent::Kind::Error:
+            log(u"❌", { u"Model server error: ", Log::Public(event.text) });
+            m_found.append({ StreamDelegate::Found::Kind::Error, {}, Failure::service(event.text) });
+            break;
+        case ReplyEvent::Kind::Done:
+            log(u"🏁", u"Stream completed");
+            break;
+        }
     }
 
     void end()
@@ -132,19 +180,25 @@ private:
         const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 
         StreamDelegate::Ending ending;
-        if (error == QNetworkReply::OperationCanceledError && m_cancelRequested) {
+        if (m_tooLongAt > 0) {
+            ending.tooLongAt = m_tooLongAt;
+        } else if (error == QNetworkReply::OperationCanceledError && m_cancelRequested) {
             ending.code = cancelledCode;
             ending.description = u"cancelled"_s;
         } else if (error == QNetworkReply::OperationCanceledError) {
             // The transfer timeout aborts the reply just as cancel() does.
             ending.code = QNetworkReply::TimeoutError;
+            ending.kind = Failure::Kind::TimedOut;
             ending.description = u"The request timed out."_s;
         } else if (error != QNetworkReply::NoError && !(status >= 400 && isHttpStatusError(error))) {
             ending.code = error;
+            ending.kind = transportKind(error);
             ending.description = m_reply->errorString();
         } else if (cutShort()) {
             ending.code = QNetworkReply::RemoteHostClosedError;
             ending.description = u"The connection was closed before the whole reply arrived."_s;
+        } else if (m_reading.modelServer) {
+            m_interpreter.finish(m_interpreted);
         } else {
             m_parser.finish();
         }
@@ -152,6 +206,16 @@ private:
         ending.httpStatus = status;
         ending.reasonPhrase = m_reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
         ending.usableBody = m_parser.tokenCount() > 0 || m_parser.reportedError();
+        if (m_reading.modelServer) {
+            using Interpreted = ReplyInterpreter::Ending;
+            const Interpreted interpreted = m_interpreter.ending();
+            ending.usableBody
+                = interpreted == Interpreted::Answered || interpreted == Interpreted::ReportedError;
+            if (interpreted == Interpreted::NoText)
+                ending.unanswered = Failure::Kind::NoText;
+            else if (interpreted == Interpreted::UnclosedThinking)
+                ending.unanswered = Failure::Kind::UnclosedThinking;
+        }
 
         const QString rendered = ending.code == 0
             ? u"nil"_s
@@ -189,14 +253,27 @@ private:
 
     void token(const QString &fragment) override
     {
+        if (m_tooLongAt > 0)
+            return;
         log(u"📝", { u"Token received: ", Log::Private(oneLine(fragment)) });
+        const qsizetype bound = m_reading.maxCharacters;
+        if (bound > 0 && m_characters + fragment.size() > bound) {
+            qsizetype cut = bound - m_characters;
+            if (cut > 0 && fragment.at(cut - 1).isHighSurrogate())
+                --cut; // half a character is none
+            if (cut > 0)
+                m_found.append({ StreamDelegate::Found::Kind::Token, fragment.first(cut) });
+            m_tooLongAt = bound;
+            return;
+        }
+        m_characters += fragment.size();
         m_found.append({ StreamDelegate::Found::Kind::Token, fragment });
     }
 
     void streamedError(const QString &type, const QString &message) override
     {
         log(u"❌", { u"Streaming error - Type: ", Log::Public(type), u", Message: ", Log::Public(message) });
-        m_found.append({ StreamDelegate::Found::Kind::Error, message });
+        m_found.append({ StreamDelegate::Found::Kind::Error, {}, Failure::service(message) });
     }
 
     void nonStreamedError(const QString &type, const QString &message) override
@@ -205,15 +282,23 @@ private:
             { u"Non-streaming error - Type: ", Log::Public(type), u", Message: ", Log::Public(message) });
         // Only the whole-reply form gets the friendlier text: it is how the service
         // answers a request it refuses outright.
-        const QString shown = type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)
-            ? u"Invalid API key. Please check your token in Settings."_s
-            : message;
-        m_found.append({ StreamDelegate::Found::Kind::Error, shown });
+        Failure failure = Failure::service(message);
+        if (type == "invalid_request_error"_L1 && message.contains("Invalid API key"_L1)) {
+            failure.message = u"Invalid API key. Please check your token in Settings."_s;
+            failure.settingsWording = u"Invalid API key. Please check your token."_s;
+            failure.fix = Failure::Fix::Settings;
+        }
+        m_found.append({ StreamDelegate::Found::Kind::Error, {}, failure });
     }
 
     StreamDelegate *m_delegate; // only ever the context of queued calls to the main thread
     QNetworkRequest m_request;
     QByteArray m_body;
+    StreamDelegate::Reading m_reading;
+    ReplyInterpreter m_interpreter;
+    const ReplyInterpreter::Handler m_interpreted = [this](const ReplyEvent &event) { interpreted(event); };
+    qsizetype m_characters = 0; // of the fragments handed on
+    qsizetype m_tooLongAt = 0;
     QNetworkAccessManager *m_network = nullptr;
     QNetworkReply *m_reply = nullptr;
     StreamParser m_parser;
@@ -226,12 +311,12 @@ private:
     QList<StreamDelegate::Found> m_found; // not yet handed to the main thread
 };
 
-StreamDelegate::StreamDelegate(
-    const QNetworkRequest &request, const QByteArray &body, RewriteCallbacks callbacks, QObject *parent)
+StreamDelegate::StreamDelegate(const QNetworkRequest &request, const QByteArray &body,
+    RewriteCallbacks callbacks, Reading reading, QObject *parent)
     : QObject(parent)
     , m_callbacks(std::move(callbacks))
     , m_thread(new QThread(this))
-    , m_transfer(new StreamTransfer(this, request, body))
+    , m_transfer(new StreamTransfer(this, request, body, reading))
 {
     m_thread->setObjectName(u"StreamDelegate"_s); // as debuggers and top show it
     m_transfer->moveToThread(m_thread);
@@ -265,13 +350,20 @@ void StreamDelegate::deliver(const QList<Found> &found)
     for (const Found &item : found) {
         if (!alive || m_cutOff)
             return;
-        if (item.kind == Found::Kind::Token) {
+        switch (item.kind) {
+        case Found::Kind::Token:
             if (m_callbacks.onToken)
                 m_callbacks.onToken(item.text);
-        } else {
+            break;
+        case Found::Kind::Reasoning:
+            if (m_callbacks.onReasoning)
+                m_callbacks.onReasoning(item.text);
+            break;
+        case Found::Kind::Error:
             m_hasHandledError = true;
             if (m_callbacks.onError)
-                m_callbacks.onError(item.text);
+                m_callbacks.onError(item.failure);
+            break;
         }
     }
 }
@@ -280,29 +372,45 @@ void StreamDelegate::deliverEnding(const Ending &ending)
 {
     m_ended = true;
     m_thread->quit();
-    const auto fail = [this](const QString &message) {
+    const auto fail = [this](Failure::Kind kind, const QString &message, int code = 0) {
+        Failure failure = Failure::of(kind, message);
+        failure.code = code;
         if (m_callbacks.onError)
-            m_callbacks.onError(message);
+            m_callbacks.onError(failure);
     };
 
     if (m_cutOff || ending.code == cancelledCode) {
         Log::write(u"🔄", tag, u"Request was cancelled");
     } else if (ending.code != 0) {
         Log::write(u"❌", tag, { u"Network error: ", Log::Public(ending.description) });
-        fail(ending.description);
+        fail(ending.kind, ending.description, ending.code);
     } else if (m_hasHandledError) {
         Log::write(u"❌", tag, u"Stream completed with error (already handled)");
     } else if (ending.httpStatus >= 400 && !ending.usableBody) {
         // An empty "done" popup would hide that the service refused the request.
         const QString status = u"%1 %2"_s.arg(ending.httpStatus).arg(ending.reasonPhrase).trimmed();
         Log::write(u"❌", tag, { u"HTTP error without a usable body: ", Log::Public(status) });
-        fail(u"The service answered with HTTP %1."_s.arg(status));
+        fail(Failure::Kind::HttpStatus, u"The service answered with HTTP %1."_s.arg(status),
+            ending.httpStatus);
+    } else if (ending.tooLongAt > 0) {
+        Log::write(u"❌", tag, { u"Reply stopped at ", ending.tooLongAt, u" characters" });
+        fail(Failure::Kind::TooLong,
+            u"The reply passed %1 characters, far more than a rewrite of this text needs, so Tessary stopped "
+            "it. The text so far is kept."_s.arg(QLocale().toString(ending.tooLongAt)));
+    } else if (ending.receivedData && ending.unanswered) {
+        const bool thinking = *ending.unanswered == Failure::Kind::UnclosedThinking;
+        if (thinking)
+            Log::write(u"❌", tag, u"Reply ended inside the model's thinking");
+        else
+            Log::write(u"❌", tag, u"Reply had no text");
+        fail(*ending.unanswered,
+            thinking ? ReplyInterpreter::unclosedThinkingMessage() : ReplyInterpreter::noTextMessage());
     } else if (ending.receivedData) {
         Log::write(u"✅", tag, u"Stream completed successfully");
         if (m_callbacks.onComplete)
             m_callbacks.onComplete();
     } else {
         Log::write(u"❌", tag, u"No data received");
-        fail(u"No response received from server"_s);
+        fail(Failure::Kind::NoResponse, u"No response received from server"_s);
     }
 }

@@ -6,8 +6,18 @@
 #include <QNetworkRequest>
 #include <QObject>
 
+#include <optional>
+
 class QThread;
 class StreamTransfer;
+
+// How a reply is read: as the Tessary service sends it, or as any model server may.
+// A rewrite longer than `maxCharacters` (0: no bound) is stopped there.
+struct StreamReading
+{
+    bool modelServer = false;
+    qsizetype maxCharacters = 0;
+};
 
 // One rewrite request, from sending to its outcome. The transfer and the reading of
 // the reply run on a thread of their own; every callback is queued to this object's
@@ -26,11 +36,17 @@ public:
         int httpStatus = 0;
         QString reasonPhrase;
         bool usableBody = false; // fragments or an error object came out of the body
+        Failure::Kind kind = Failure::Kind::Network; // of a transport failure
+        // A model server's reply that ended without an answer: NoText or UnclosedThinking.
+        std::optional<Failure::Kind> unanswered;
+        qsizetype tooLongAt = 0; // the reply was stopped after this many characters
     };
+
+    using Reading = StreamReading;
 
     // Starts the transfer at once.
     StreamDelegate(const QNetworkRequest &request, const QByteArray &body, RewriteCallbacks callbacks,
-        QObject *parent = nullptr);
+        Reading reading = {}, QObject *parent = nullptr);
     // Stops the transfer thread if it still runs; no callback is called from then on.
     ~StreamDelegate() override;
 
@@ -48,9 +64,10 @@ private:
     // reported. All of a read crosses to the main thread in one queued call.
     struct Found
     {
-        enum class Kind { Token, Error };
+        enum class Kind { Token, Reasoning, Error };
         Kind kind;
         QString text;
+        Failure failure {};
     };
     void deliver(const QList<Found> &found);
     void deliverEnding(const Ending &ending);

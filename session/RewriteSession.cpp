@@ -191,6 +191,10 @@ void RewriteSession::run()
         Q_EMIT resultTextChanged();
     }
     setNote({});
+    if (!m_reasoning.isEmpty()) {
+        m_reasoning.clear();
+        Q_EMIT reasoningChanged();
+    }
 
     // The callbacks may outlive the session; a gone session ignores them.
     QPointer<RewriteSession> self(this);
@@ -206,9 +210,15 @@ void RewriteSession::run()
         if (!self->m_result.isEmpty())
             Q_EMIT self->finished(self->m_original, self->m_result, self->m_tone, self->applicationName());
     };
-    callbacks.onError = [self](const QString &message) {
+    callbacks.onError = [self](const Failure &failure) {
+        if (!self)
+            return;
+        self->m_failure = failure;
+        self->setState(State::Failed, failure.message);
+    };
+    callbacks.onReasoning = [self](const QString &fragment) {
         if (self)
-            self->setState(State::Failed, message);
+            self->appendReasoning(fragment);
     };
     m_request = m_services.rewriter.humanize(m_original, m_tone, std::move(callbacks));
     if (m_state == State::Rewriting)
@@ -223,8 +233,27 @@ void RewriteSession::stop()
         request->drop();
 }
 
+void RewriteSession::appendReasoning(const QString &fragment)
+{
+    if (m_state == State::Rewriting)
+        m_stallTimer.start(); // thinking is the model at work, not a stall
+    setStalled(false);
+    m_reasoning += fragment;
+    m_thinking = m_state == State::Rewriting && !m_hasReply;
+    Q_EMIT reasoningChanged();
+}
+
+void RewriteSession::setThinking(bool thinking)
+{
+    if (m_thinking == thinking)
+        return;
+    m_thinking = thinking;
+    Q_EMIT reasoningChanged();
+}
+
 void RewriteSession::appendFragment(const QString &fragment)
 {
+    setThinking(false);
     if (m_state == State::Rewriting) {
         m_stallTimer.start();
         if (!m_hasReply) {
@@ -247,6 +276,7 @@ void RewriteSession::setState(State state, const QString &message)
     if (m_state != State::Rewriting) {
         m_stallTimer.stop();
         setStalled(false);
+        setThinking(false);
     }
     Q_EMIT stateChanged();
 }

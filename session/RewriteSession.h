@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Capture.h"
+#include "Failure.h"
 
 #include <QObject>
 #include <QString>
@@ -103,6 +104,11 @@ public:
     QString resultText() const { return m_result; }
     QString selectedTone() const { return m_tone; }
     QString message() const { return m_message; }
+    // Why the rewrite failed, and what fixes it; meaningful in Failed only.
+    const Failure &failure() const { return m_failure; }
+    // A reasoning model's thinking before its answer: shown apart, never the result.
+    QString reasoningText() const { return m_reasoning; }
+    bool isThinking() const { return m_thinking; }
     // One line under the result: that the reply has gone quiet, or why Replace copied.
     QString note() const;
     bool isStalled() const { return m_stalled; }
@@ -122,6 +128,7 @@ Q_SIGNALS:
     void resultTextChanged();
     void selectedToneChanged();
     void stalledChanged();
+    void reasoningChanged();
     void noteChanged();
     // The popup should close (Replace has begun, or the session ended).
     void closeRequested();
@@ -140,6 +147,8 @@ private:
     void setState(State state, const QString &message = {});
     void setOriginal(const QString &text);
     void appendFragment(const QString &fragment);
+    void appendReasoning(const QString &fragment);
+    void setThinking(bool thinking);
     void setStalled(bool stalled);
     void setNote(const QString &note);
     void checkReplace(std::function<void(const QString &refusal)> done);
@@ -157,6 +166,9 @@ private:
     QString m_tone;
     QString m_result;
     QString m_message;
+    Failure m_failure;
+    QString m_reasoning;
+    bool m_thinking = false;
     QString m_replaceNote;
     bool m_hasReply = false;
     bool m_started = false;

@@ -32,7 +32,8 @@ namespace {
 class IdleRewriter : public Rewriter
 {
 public:
-    std::shared_ptr<RewriteRequest> humanize(const QString &, const QString &, RewriteCallbacks) override
+    std::shared_ptr<RewriteRequest> humanize(
+        const QString &, const QString &, const QString &, RewriteCallbacks) override
     {
         return {};
     }

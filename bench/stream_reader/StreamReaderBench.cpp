@@ -178,8 +178,8 @@ int loopbackDelivery(std::chrono::milliseconds pace, const char *label)
         outcome = u"complete"_s;
         QCoreApplication::quit();
     };
-    callbacks.onError = [&](const QString &message) {
-        outcome = message;
+    callbacks.onError = [&](const Failure &failure) {
+        outcome = failure.message;
         QCoreApplication::quit();
     };
 

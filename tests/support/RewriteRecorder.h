@@ -5,16 +5,22 @@
 #include <QStringList>
 
 // Records what a rewrite reported, in order, as "token:<fragment>", "error:<message>",
-// "complete" and "cancelled", so a test compares one list.
+// "complete", "cancelled" and "thinking:<fragment>", so a test compares one list; the
+// failures themselves are kept too.
 struct RewriteRecorder
 {
     QStringList calls;
+    QList<Failure> failures;
 
     RewriteCallbacks callbacks()
     {
         return { [this](const QString &fragment) { calls.append(QStringLiteral("token:") + fragment); },
             [this] { calls.append(QStringLiteral("complete")); },
-            [this](const QString &message) { calls.append(QStringLiteral("error:") + message); },
-            [this] { calls.append(QStringLiteral("cancelled")); } };
+            [this](const Failure &failure) {
+                calls.append(QStringLiteral("error:") + failure.message);
+                failures.append(failure);
+            },
+            [this] { calls.append(QStringLiteral("cancelled")); },
+            [this](const QString &fragment) { calls.append(QStringLiteral("thinking:") + fragment); } };
     }
 };

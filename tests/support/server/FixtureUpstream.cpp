@@ -65,8 +65,8 @@ FixtureUpstream::FixtureUpstream(int threads)
                         m_abandoned += written ? 0 : 1;
                         return written;
                     };
-                    for (qsizetype at = 0; at < script.rawStream.size(); at += 64 * 1024) {
-                        if (!send(script.rawStream.mid(at, 64 * 1024)))
+                    for (qsizetype at = 0; at < script.rawStream.size(); at += script.pieceSize) {
+                        if (!send(script.rawStream.mid(at, script.pieceSize)))
                             return false;
                     }
                     if (!script.rawStream.isEmpty()) {

@@ -37,6 +37,7 @@ struct UpstreamScript
     // Sent as they are, in pieces of 64 KiB, instead of fragments when not empty.
     QByteArray rawStream {};
     int extraHeaders = 0; // sent with the reply, "X-Filler-<n>: ..." each
+    int pieceSize = 64 * 1024; // of rawStream's writes (1: a byte at a time)
 };
 
 struct UpstreamRequest

@@ -15,15 +15,16 @@ public:
         QString text;
         QString tone;
         std::shared_ptr<RewriteRequest> handle;
+        QString instruction;
     };
 
     QList<Request> requests;
 
-    std::shared_ptr<RewriteRequest> humanize(
-        const QString &text, const QString &tone, RewriteCallbacks callbacks) override
+    std::shared_ptr<RewriteRequest> humanize(const QString &text, const QString &tone,
+        const QString &instruction, RewriteCallbacks callbacks) override
     {
         auto handle = std::make_shared<RewriteRequest>(std::move(callbacks));
-        requests.append({ text, tone, handle });
+        requests.append({ text, tone, handle, instruction });
         return handle;
     }
 
@@ -35,5 +36,6 @@ public:
         token(result);
         complete();
     }
-    void error(const QString &message) { last().handle->fail(message); }
+    void error(const Failure &failure) { last().handle->fail(failure); }
+    void reasoning(const QString &fragment) { last().handle->reasoning(fragment); }
 };

@@ -11,7 +11,9 @@ using namespace Qt::StringLiterals;
 using State = PopupViewModel::State;
 
 // Plays a script of service events against a model: "token:x", "complete", "error:m",
-// "run" (a new request, as Retry does), "tone:t" (a chip pressed).
+// "settings:m" (an error fixed in Settings, with a command), "long:m" (a reply stopped
+// for its length), "think:x" (reasoning), "run" (a new request, as Retry does),
+// "tone:t" (a chip pressed).
 static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &script)
 {
     for (const QString &step : script) {
@@ -22,7 +24,7 @@ static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &
             else if (step.startsWith(u"first:token:"))
                 first.handle->token(step.sliced(12));
             else
-                first.handle->fail(step.sliced(12));
+                first.handle->fail(Failure::service(step.sliced(12)));
         } else if (step == u"run")
             vm.run();
         else if (step.startsWith(u"tone:"))
@@ -32,7 +34,14 @@ static void play(FakeRewriter &rewriter, PopupViewModel &vm, const QStringList &
         else if (step.startsWith(u"token:"))
             rewriter.token(step.sliced(6));
         else if (step.startsWith(u"error:"))
-            rewriter.error(step.sliced(6));
+            rewriter.error(Failure::service(step.sliced(6)));
+        else if (step.startsWith(u"settings:"))
+            rewriter.error({ Failure::Kind::Unreachable, step.sliced(9), Failure::Fix::Settings,
+                { u"tessary-server"_s }, {}, 0 });
+        else if (step.startsWith(u"long:"))
+            rewriter.error(Failure::of(Failure::Kind::TooLong, step.sliced(5)));
+        else if (step.startsWith(u"think:"))
+            rewriter.reasoning(step.sliced(6));
         else
             QFAIL(qPrintable(u"unknown step "_s + step));
     }
@@ -52,7 +61,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("offers"); // busy (a spinner), retry, copy (and replace), settings
 
         const QString unreachable = u"Tessary can't reach the rewrite service at 127.0.0.1:8787. Start it "
-                                    "with `tessary-server`, or pick a language model in Settings."_s;
+                                    "with the command below, or pick a language model in Settings."_s;
         const QString noModel = u"No language model is chosen yet. Pick one in Settings."_s;
         QTest::newRow("request sent")
             << QStringList {} << State::Loading << QString() << QString() << u"busy"_s;
@@ -71,10 +80,23 @@ private Q_SLOTS:
             << QStringList { u"token:part"_s, u"error:Server unreachable"_s } << State::Error << u"part"_s
             << u"Server unreachable"_s << u"retry"_s;
         // A failure fixed by a choice in Settings offers to go there.
-        QTest::newRow("nothing listening") << QStringList { u"error:"_s + unreachable } << State::Error
-                                           << QString() << unreachable << u"retry settings"_s;
-        QTest::newRow("no model chosen") << QStringList { u"error:"_s + noModel } << State::Error << QString()
-                                         << noModel << u"retry settings"_s;
+        QTest::newRow("nothing listening") << QStringList { u"settings:"_s + unreachable } << State::Error
+                                           << QString() << unreachable << u"retry settings command"_s;
+        QTest::newRow("no model chosen") << QStringList { u"settings:"_s + noModel } << State::Error
+                                         << QString() << noModel << u"retry settings command"_s;
+        // What the failure is decides, not its words.
+        QTest::newRow("words naming Settings offer nothing by themselves")
+            << QStringList { u"error:"_s + noModel } << State::Error << QString() << noModel << u"retry"_s;
+        // A reply stopped for its length keeps what it had, to copy.
+        QTest::newRow("stopped for its length")
+            << QStringList { u"token:long"_s, u"long:too long"_s } << State::Error << u"long"_s
+            << u"too long"_s << u"retry copy kept"_s;
+        // Thinking is shown apart and never becomes the result.
+        QTest::newRow("thinking") << QStringList { u"think:hmm"_s } << State::Loading << QString()
+                                  << QString() << u"busy thinking"_s;
+        QTest::newRow("thinking, then the answer")
+            << QStringList { u"think:hmm"_s, u"token:Hi"_s, u"complete"_s } << State::Done << u"Hi"_s
+            << QString() << u"retry copy"_s;
         // A request has one outcome: nothing it reports later reaches the popup.
         QTest::newRow("fragment after an error is dropped")
             << QStringList { u"error:boom"_s, u"token:late"_s } << State::Error << QString() << u"boom"_s
@@ -131,8 +153,12 @@ private Q_SLOTS:
         QCOMPARE(vm.isBusy(), offered.contains(u"busy"_s));
         QCOMPARE(vm.canRetry(), offered.contains(u"retry"_s));
         QCOMPARE(vm.canCopy(), offered.contains(u"copy"_s));
-        QCOMPARE(vm.canReplace(), offered.contains(u"copy"_s));
+        QCOMPARE(vm.canReplace(), offered.contains(u"copy"_s) && !offered.contains(u"kept"_s));
         QCOMPARE(vm.offersSettings(), offered.contains(u"settings"_s));
+        QCOMPARE(vm.commands(),
+            offered.contains(u"command"_s) ? QStringList { u"tessary-server"_s } : QStringList());
+        QCOMPARE(vm.isThinking(), offered.contains(u"thinking"_s));
+        QCOMPARE(vm.reasoningText(), script.contains(u"think:hmm"_s) ? u"hmm"_s : QString());
         // Each run and each chip asks again, in the tone last chosen.
         const QStringList chips = script.filter(QRegularExpression(u"^tone:"_s));
         QCOMPARE(rewriter.requests.size(), 1 + script.count(u"run"_s) + chips.size());
@@ -152,6 +178,34 @@ private Q_SLOTS:
             QCOMPARE(settings.size(), 1);
             QCOMPARE(closing.size(), 1);
         }
+    }
+
+    // A rewrite that came back in another writing system says so beside Retry, once it is done.
+    void languageNote_data()
+    {
+        QTest::addColumn<QString>("original");
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<bool>("noted");
+        const QString english = u"Could you send me the report by Friday?"_s;
+        QTest::newRow("same script") << english
+                                     << QStringList { u"token:Send the report by Friday."_s, u"complete"_s }
+                                     << false;
+        QTest::newRow("another script")
+            << english << QStringList { u"token:Пришлите отчёт до пятницы."_s, u"complete"_s } << true;
+        QTest::newRow("not while it streams")
+            << english << QStringList { u"token:Пришлите отчёт до пятницы."_s } << false;
+    }
+    void languageNote()
+    {
+        QFETCH(QString, original);
+        QFETCH(QStringList, script);
+        QFETCH(bool, noted);
+        SessionDesk desk;
+        const auto session = desk.session(original);
+        PopupViewModel vm(session.get());
+        session->start();
+        play(desk.rewriter, vm, script);
+        QCOMPARE(!vm.languageNote().isEmpty(), noted);
     }
 
     void nothingToRewrite_data()

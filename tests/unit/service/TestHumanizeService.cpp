@@ -154,6 +154,59 @@ private Q_SLOTS:
             QStringList { u"🔑 [HumanizeService] Using API key: "_s + shown + u"..."_s });
     }
 
+    // The user's own instruction travels with the request; without one, the request is byte for
+    // byte what a Tessary service has always read.
+    void instructionInTheRequest_data()
+    {
+        QTest::addColumn<bool>("modelServer");
+        QTest::addColumn<QString>("instruction");
+        QTest::addColumn<QByteArray>("body"); // the whole body, for the Tessary service
+
+        const QByteArray messages = "\"messages\":[{\"content\":\"Rewrite this in my voice:\\n\\nHi\","
+                                    "\"role\":\"user\"}],\"stream\":true,\"tone\":\"warm\"}";
+        QTest::newRow("tessary service, none")
+            << false << QString() << "{\"examples\":[\"Cheers\"]," + messages;
+        QTest::newRow("tessary service, given")
+            << false << u"shorter, \"please\""_s
+            << "{\"examples\":[\"Cheers\"],\"instruction\":\"shorter, \\\"please\\\"\"," + messages;
+        QTest::newRow("model server, none") << true << QString() << QByteArray();
+        QTest::newRow("model server, given") << true << u"shorter, \"please\""_s << QByteArray();
+    }
+
+    void instructionInTheRequest()
+    {
+        QFETCH(bool, modelServer);
+        QFETCH(QString, instruction);
+        QFETCH(QByteArray, body);
+
+        auto storage = newStorage();
+        storage->setExamples({ u"Cheers"_s });
+        if (modelServer) {
+            m_server.route("/v1/chat/completions", eventStream({ "ok" }));
+            storage->setModelBase(m_server.url("/v1").toString());
+            storage->setModel(u"m"_s);
+            storage->setProvider(StorageManager::Provider::LocalModel);
+        }
+        HumanizeService service(*storage);
+        RewriteRecorder recorder;
+        StdoutCapture capture;
+        service.humanize(u"Hi"_s, u"warm"_s, instruction, recorder.callbacks());
+        QTRY_COMPARE(recorder.calls, (QStringList { u"token:ok"_s, u"complete"_s }));
+        capture.restore();
+        QCOMPARE(m_server.requests().size(), 1);
+        const QByteArray sent = m_server.requests().first().body;
+        if (!modelServer) {
+            QCOMPARE(sent, body);
+            return;
+        }
+        const QJsonArray messages = QJsonDocument::fromJson(sent).object().value("messages"_L1).toArray();
+        const QString system = messages.at(0)["content"_L1].toString();
+        QCOMPARE(
+            system.contains(u"<instruction>shorter, \"please\"</instruction>"_s), !instruction.isEmpty());
+        QCOMPARE(system.contains(u"The author asks"_s), !instruction.isEmpty());
+        QCOMPARE(messages.at(1)["content"_L1].toString(), u"Hi"_s); // the text alone, whatever was asked
+    }
+
     // Nothing is sent; the error arrives before humanize() returns.
     void invalidBaseUrl_data()
     {

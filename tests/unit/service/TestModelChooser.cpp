@@ -100,15 +100,15 @@ private Q_SLOTS:
             u"^Connected to Ollama at %1 — model llama3\\.1:latest \\(\\d+ ms\\)\\.$"_s, "/api/tags",
             jsonReply(200, R"({"models":[{"name":"llama3.1:latest"}]})"));
         row("model the server does not have", Provider::LocalModel, u"mistral"_s, Result::Failed,
-            u"^The model server at %1 has no model named “mistral”\\. Pick one of its models in Settings\\.$"_s);
+            u"^The model server at %1 has no model named “mistral”\\. Pick one of its models\\.$"_s);
         row("service refuses the key", Provider::ModelService, u"gpt-4o"_s, Result::Failed,
-            u"^%1 refused the API key\\. Enter the right key in Settings\\.$"_s, "/v1/models",
+            u"^%1 refused the API key\\. Enter the right key\\.$"_s, "/v1/models",
             jsonReply(401, R"({"error":{"message":"Incorrect API key provided"}})"));
         row("service rate limit", Provider::ModelService, u"gpt-4o"_s, Result::Failed,
             u"^%1 is turning requests away for now: .*"_s, "/v1/models", jsonReply(429, "{}"));
         row("nothing listening, tessary service", Provider::TessaryService, {}, Result::Failed,
-            u"^Tessary can't reach the rewrite service at %1\\. Start it with `tessary-server`, or pick a "
-            "language model in Settings\\.$"_s,
+            u"^Tessary can't reach the rewrite service at %1\\. Start it with the command below, or pick a "
+            "language model\\.$"_s,
             {});
         row("tessary service without a model list", Provider::TessaryService, {}, Result::Succeeded,
             u"^The Tessary service at %1 answers \\(\\d+ ms\\)\\. It checks the key with the first rewrite\\.$"_s,
@@ -117,7 +117,7 @@ private Q_SLOTS:
             u"^Connected to the Tessary service at %1 — model llama3\\.1 \\(\\d+ ms\\)\\.$"_s,
             "/api/v1/models");
         row("no model chosen", Provider::LocalModel, {}, Result::Failed,
-            u"^No language model is chosen yet\\. Pick one in Settings\\.$"_s);
+            u"^No language model is chosen yet\\. Pick one\\.$"_s);
     }
 
     void testConnection()
@@ -149,6 +149,11 @@ private Q_SLOTS:
         QCOMPARE(chooser.resultKind(), kind);
         const QRegularExpression pattern(result.replace(u"%1"_s, u"127.0.0.1:%1"_s.arg(port)));
         QVERIFY2(pattern.match(chooser.result()).hasMatch(), qPrintable(chooser.result()));
+        // Shown inside Settings: it never sends the user there, and commands stay out of the sentence.
+        QVERIFY2(!chooser.result().contains(u"Settings"_s) && !chooser.result().contains(u'`'),
+            qPrintable(chooser.result()));
+        QCOMPARE(chooser.resultCommands(),
+            result.contains(u"command below"_s) ? QStringList { u"tessary-server"_s } : QStringList());
         for (const FixtureRequest &request : server.requests()) {
             QCOMPARE(request.method, QByteArray("GET")); // no rewrite, no tokens spent
             QCOMPARE(request.header("authorization"),

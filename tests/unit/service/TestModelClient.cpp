@@ -110,12 +110,12 @@ private Q_SLOTS:
               };
         using P = Provider;
         row("tessary service: nothing listening", P::TessaryService, none, {},
-            u"Tessary can't reach the rewrite service at %1. Start it with `tessary-server`, or pick a "
+            u"Tessary can't reach the rewrite service at %1. Start it with the command below, or pick a "
             "language model in Settings."_s,
             u"closed"_s);
         row("local model: nothing listening", P::LocalModel, none, u"llama3.1"_s,
-            u"Tessary can't reach the model server at %1. Start it again (Ollama: `ollama serve`), or pick "
-            "another model in Settings."_s,
+            u"Tessary can't reach the model server at %1. Start it again (for Ollama, with the command "
+            "below), or pick another model in Settings."_s,
             u"closed"_s);
         row("no model chosen", P::LocalModel, eventStream({ "x" }), {},
             u"No language model is chosen yet. Pick one in Settings."_s);
@@ -190,6 +190,12 @@ private Q_SLOTS:
         const auto request = service.humanize(u"text"_s, u"natural"_s, recorder.callbacks());
         QTRY_VERIFY(!recorder.calls.isEmpty() && !recorder.calls.last().startsWith("token:"_L1));
         QCOMPARE(recorder.calls.last(), u"error:"_s + message.arg(u"127.0.0.1:%1"_s.arg(port)));
+        // What fixes it travels with it; the popup offers Settings only for those.
+        const Failure failure = recorder.failures.last();
+        QCOMPARE(failure.fix == Failure::Fix::Settings, message.contains(u" in Settings"_s));
+        QCOMPARE(failure.commands.isEmpty(), !message.contains(u"command"_s));
+        QVERIFY(!failure.messageInSettings().contains(u" in Settings"_s)
+            || failure.kind == Failure::Kind::Service);
     }
 };
 

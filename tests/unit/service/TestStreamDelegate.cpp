@@ -1,10 +1,13 @@
 // Faults: replies misread over real reads, failures without a message, wrong or private log lines.
 #include "FixtureServer.h"
 #include "Log.h"
+#include "ReplyInterpreter.h"
+#include "ReplyShapes.h"
 #include "RewriteRecorder.h"
 #include "StdoutCapture.h"
 #include "StreamDelegate.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -66,14 +69,15 @@ private:
 
     // Runs one request against `reply` and returns what reached the callbacks once the
     // delegate is done.
-    QStringList run(const FixtureReply &reply, std::chrono::milliseconds idleTimeout = 10s)
+    QStringList run(const FixtureReply &reply, std::chrono::milliseconds idleTimeout = 10s,
+        StreamDelegate::Reading reading = {})
     {
         m_server.route("/chat", reply);
         QNetworkRequest request(m_server.url("/chat"));
         request.setTransferTimeout(int(idleTimeout.count()));
         request.setRawHeader("Content-Type", "application/json");
         RewriteRecorder recorder;
-        StreamDelegate delegate(request, "{}", recorder.callbacks());
+        StreamDelegate delegate(request, "{}", recorder.callbacks(), reading);
         QSignalSpy done(&delegate, &StreamDelegate::finished);
         if (!done.wait(20000))
             qWarning("the delegate never finished");
@@ -214,6 +218,86 @@ private Q_SLOTS:
                 QCOMPARE(logged,
                     received(status) + lines + (calls.last().startsWith(u"error:"_s) ? failed : succeeded));
         }
+    }
+
+    // A model server's reply, in every shape the table holds, whole and a byte per read: the
+    // text, the thinking apart from it, and an ending that is never a finished empty rewrite.
+    void modelServerReplies_data() { ReplyShapes::addRows(); }
+    void modelServerReplies()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, wire);
+        QFETCH(QString, answer);
+        QFETCH(QString, reasoning);
+        QFETCH(QString, ending);
+        QList<qsizetype> everyByte;
+        for (qsizetype at = 1; at < wire.size(); ++at)
+            everyByte.append(at);
+        for (const bool split : { false, true }) {
+            FixtureReply scripted = reply(wire, split ? everyByte : QList<qsizetype> {}, status);
+            scripted.framing = Framing::Chunked;
+            scripted.delay = split ? 1ms : 0ms;
+            StdoutCapture capture;
+            const QStringList calls = run(scripted, 10s, { .modelServer = true });
+            capture.restore();
+            QString text;
+            QString thought;
+            for (const QString &call : calls) {
+                if (call.startsWith("token:"_L1))
+                    text += call.sliced(6);
+                else if (call.startsWith("thinking:"_L1))
+                    thought += call.sliced(9);
+            }
+            QCOMPARE(text, answer);
+            QCOMPARE(thought, reasoning);
+            const QString last = calls.value(calls.size() - 1);
+            if (ending == "answer"_L1)
+                QCOMPARE(last, u"complete"_s);
+            else if (ending == "notext"_L1)
+                QCOMPARE(last, u"error:"_s + ReplyInterpreter::noTextMessage());
+            else if (ending == "thinking"_L1)
+                QCOMPARE(last, u"error:"_s + ReplyInterpreter::unclosedThinkingMessage());
+            else if (ending == "status"_L1)
+                QVERIFY2(last.startsWith(u"error:The service answered with HTTP %1"_s.arg(status)),
+                    qPrintable(last));
+            else
+                QCOMPARE(last, ending);
+            QCOMPARE(calls.filter(QRegularExpression(u"^(complete|error:)"_s)).size(), 1);
+        }
+    }
+
+    // A reply longer than the bound is cut there, keeping what came, and ends in a failure
+    // that says so; the transfer stops instead of reading on.
+    void replyBeyondTheBound_data()
+    {
+        QTest::addColumn<bool>("modelServer");
+        QTest::newRow("tessary service") << false;
+        QTest::newRow("model server") << true;
+    }
+    void replyBeyondTheBound()
+    {
+        QFETCH(bool, modelServer);
+        QByteArray body;
+        for (int i = 0; i < 30; ++i)
+            body += sse("0123456789");
+        // After 10 fragments the reply stalls: only stopping it ends the transfer in time.
+        FixtureReply endless = broken(body, FixtureReply::End::Stall, sse("0123456789").size() * 12);
+        StdoutCapture capture;
+        RewriteRecorder recorder;
+        QNetworkRequest request(m_server.url("/chat"));
+        m_server.route("/chat", endless);
+        StreamDelegate delegate(
+            request, "{}", recorder.callbacks(), { .modelServer = modelServer, .maxCharacters = 95 });
+        QSignalSpy done(&delegate, &StreamDelegate::finished);
+        QVERIFY(done.wait(20000));
+        capture.restore();
+        QString text;
+        for (const QString &call : recorder.calls.filter(QRegularExpression(u"^token:"_s)))
+            text += call.sliced(6);
+        QCOMPARE(text.size(), 95);
+        QCOMPARE(recorder.failures.size(), 1);
+        QCOMPARE(recorder.failures.first().kind, Failure::Kind::TooLong);
+        QVERIFY(recorder.calls.last().startsWith(u"error:The reply passed 95 characters"_s));
     }
 
     // A failing transport always ends in one error naming it (a stall: the timeout), after whatever the

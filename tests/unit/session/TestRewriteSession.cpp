@@ -167,7 +167,7 @@ private Q_SLOTS:
             else if (step == u"first:complete")
                 desk.rewriter.requests.first().handle->complete();
             else if (step.startsWith(u"error:"))
-                desk.rewriter.error(step.sliced(6));
+                desk.rewriter.error(Failure::service(step.sliced(6)));
             else
                 session->selectTone(step.sliced(5));
         }

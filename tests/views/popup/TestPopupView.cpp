@@ -76,7 +76,8 @@ private Q_SLOTS:
             else if (step == u"complete")
                 m_desk->rewriter.complete();
             else
-                m_desk->rewriter.error(u"The service answered with HTTP 502 Bad Gateway."_s);
+                m_desk->rewriter.error(Failure::of(
+                    Failure::Kind::HttpStatus, u"The service answered with HTTP 502 Bad Gateway."_s));
         }
         QVERIFY(item(qPrintable(shown))->isVisible());
         if (shown == u"errorLayer"_s && !original.isEmpty()) {
