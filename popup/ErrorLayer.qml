@@ -1,0 +1,56 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Tessary.Ui
+import Tessary.Popup
+
+// What the result area shows instead of a result: the error, or why there is nothing to
+// rewrite, and where a choice in Settings fixes it, the way there.
+Column {
+    id: layer
+
+    required property PopupViewModel viewModel
+
+    padding: 20
+    spacing: 10
+
+    Icon {
+        anchors.horizontalCenter: parent.horizontalCenter
+        visible: layer.viewModel.state === PopupViewModel.Error
+        name: "warning"
+        size: 22
+        color: Theme.red
+    }
+    Text {
+        objectName: "errorMessage"
+        width: parent.width - 40
+        text: layer.viewModel.message
+        textFormat: Text.PlainText
+        font.family: Theme.fontFamily
+        font.pixelSize: 11
+        color: Theme.secondary
+        wrapMode: Text.Wrap
+        horizontalAlignment: Text.AlignHCenter
+        Accessible.role: Accessible.StaticText
+        Accessible.name: text
+    }
+    AbstractButton {
+        id: openSettings
+        objectName: "openSettings"
+        anchors.horizontalCenter: parent.horizontalCenter
+        visible: layer.viewModel.offersSettings
+        text: qsTr("Open Settings")
+        focusPolicy: Qt.NoFocus
+        Accessible.name: text
+        Accessible.onPressAction: clicked()
+        onClicked: layer.viewModel.openSettings()
+        contentItem: Text {
+            text: openSettings.text
+            font.family: Theme.fontFamily
+            font.pixelSize: 11
+            font.weight: Font.Medium
+            color: Theme.purple
+            opacity: openSettings.pressed ? 0.6 : 1
+        }
+        background: null
+    }
+}
