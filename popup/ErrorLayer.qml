@@ -33,15 +33,43 @@ Column {
         Accessible.role: Accessible.StaticText
         Accessible.name: text
     }
+    // Commands that fix it, each its own line of code to copy. Only where the model
+    // names them.
+    Repeater {
+        model: layer.viewModel.commands ?? []
+
+        CommandLine {
+            required property string modelData
+            width: parent.width - 40
+            anchors.horizontalCenter: parent.horizontalCenter
+            command: modelData
+            onCopyRequested: command => {
+                if (typeof layer.viewModel.copyCommand === "function") {
+                    layer.viewModel.copyCommand(command);
+                } else {
+                    clipboardHelper.text = command;
+                    clipboardHelper.selectAll();
+                    clipboardHelper.copy();
+                }
+            }
+        }
+    }
+    // Copies a command the way a user's Ctrl+C would.
+    TextInput {
+        id: clipboardHelper
+        visible: false
+        Accessible.ignored: true
+    }
     AbstractButton {
         id: openSettings
         objectName: "openSettings"
         anchors.horizontalCenter: parent.horizontalCenter
         visible: layer.viewModel.offersSettings
         text: qsTr("Open Settings")
-        focusPolicy: Qt.NoFocus
         Accessible.name: text
         Accessible.onPressAction: clicked()
+        Keys.onReturnPressed: clicked()
+        Keys.onEnterPressed: clicked()
         onClicked: layer.viewModel.openSettings()
         contentItem: Text {
             text: openSettings.text
@@ -51,6 +79,11 @@ Column {
             color: Theme.purple
             opacity: openSettings.pressed ? 0.6 : 1
         }
-        background: null
+        background: Item {
+            FocusRing {
+                visible: openSettings.visualFocus
+                gap: 4
+            }
+        }
     }
 }

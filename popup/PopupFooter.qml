@@ -1,13 +1,12 @@
 import QtQuick
-import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import QtQml.Models
 import Tessary.Ui
 import Tessary.Popup
 
 // The three actions on the result: Retry, Copy (which says "Copied!" for a while) and
-// Replace.
-RowLayout {
+// Replace, side by side, or one above the other when their labels do not fit in a row.
+GridLayout {
     id: footer
 
     required property PopupViewModel viewModel
@@ -20,7 +19,12 @@ RowLayout {
         copyResets.append({});
     }
 
-    spacing: 8
+    columns: retryButton.implicitWidth + copyButton.implicitWidth + replaceButton.implicitWidth + 2 * columnSpacing
+             <= width ? 3 : 1
+    columnSpacing: 8
+    // Side by side, the three faces are as wide as one another.
+    readonly property real share: columns === 3 ? (width - 2 * columnSpacing) / 3 : width
+    rowSpacing: 6
 
     // Every click gets its own reset, so the first of quick clicks ends it.
     ListModel {
@@ -39,66 +43,42 @@ RowLayout {
     }
 
     FooterButton {
+        id: retryButton
         objectName: "retryButton"
         Layout.fillWidth: true
-        Layout.preferredWidth: 1
+        Layout.preferredWidth: footer.share
+        Layout.minimumWidth: implicitWidth
         text: qsTr("↺ Retry")
         Accessible.name: qsTr("Retry") // a screen reader reads words, not the glyph
         enabled: footer.viewModel.canRetry
         onClicked: footer.viewModel.run()
     }
-    Button {
+    FooterButton {
         id: copyButton
         objectName: "copyButton"
         Layout.fillWidth: true
-        Layout.preferredWidth: 1
-        padding: 0
-        topPadding: 8
-        bottomPadding: 8
-        hoverEnabled: true
-        focusPolicy: Qt.NoFocus
+        Layout.preferredWidth: footer.share
+        Layout.minimumWidth: implicitWidth
         text: footer.copied ? qsTr("Copied!") : qsTr("Copy")
         enabled: footer.viewModel.canCopy
-        opacity: enabled ? 1 : 0.4
-        Accessible.name: text
-        Accessible.onPressAction: if (enabled) clicked()
+        checkmark: footer.copied
+        faceColor: hovered && enabled ? Theme.indigo : Theme.purple
+        faceOpacity: 1
+        labelColor: Theme.white
+        labelSize: 13
+        labelWeight: Font.DemiBold
         onClicked: footer.handleCopy()
-
-        contentItem: Item {
-            implicitHeight: copyLabel.implicitHeight
-            Row {
-                anchors.centerIn: parent
-                spacing: 4
-
-                Icon {
-                    anchors.verticalCenter: parent.verticalCenter
-                    visible: footer.copied
-                    name: "checkmark"
-                    size: 12
-                    color: Theme.green
-                }
-                Text {
-                    id: copyLabel
-                    text: copyButton.text
-                    font.family: Theme.fontFamily
-                    font.pixelSize: 13
-                    font.weight: Font.DemiBold
-                    color: Theme.white
-                    textFormat: Text.PlainText
-                }
-            }
-        }
-        background: Rectangle {
-            radius: 10
-            color: copyButton.hovered && copyButton.enabled ? Theme.indigo : Theme.purple
-        }
     }
     FooterButton {
+        id: replaceButton
         objectName: "replaceButton"
         Layout.fillWidth: true
-        Layout.preferredWidth: 1
-        text: qsTr("↵ Replace")
-        Accessible.name: qsTr("Replace")
+        Layout.preferredWidth: footer.share
+        Layout.minimumWidth: implicitWidth
+        // For a terminal the model says "Copy": there the rewrite goes to the clipboard.
+        readonly property string label: footer.viewModel.replaceLabel ?? qsTr("Replace")
+        text: "↵ " + label
+        Accessible.name: label
         enabled: footer.viewModel.canReplace
         onClicked: footer.viewModel.replace()
     }

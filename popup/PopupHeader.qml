@@ -42,15 +42,22 @@ Rectangle {
             implicitWidth: 22
             implicitHeight: 22
             hoverEnabled: true
-            focusPolicy: Qt.NoFocus
             Accessible.role: Accessible.Button
             Accessible.name: qsTr("Close")
             Accessible.onPressAction: if (enabled) clicked()
+            Keys.onReturnPressed: clicked()
+            Keys.onEnterPressed: clicked()
             onClicked: header.closeRequested()
 
             background: Rectangle {
                 radius: width / 2
                 color: Theme.withAlpha(Theme.quaternary, Theme.quaternary.a * (closeButton.hovered ? 1 : 0.5))
+
+                FocusRing {
+                    visible: closeButton.visualFocus
+                    gap: 2
+                    cornerRadius: parent.radius
+                }
             }
             contentItem: Item {
                 Icon {

@@ -17,6 +17,22 @@ FocusScope {
     implicitWidth: 360
     implicitHeight: 500
 
+    // The keyboard starts on the chosen tone: Tab walks on from there.
+    function focusTone() {
+        tones.focusChosen();
+    }
+
+    // A button that turns disabled under the keyboard (Retry starts a rewrite) would leave
+    // the keyboard nowhere: it goes back to the chosen tone.
+    Connections {
+        target: view.Window.window
+        function onActiveFocusItemChanged() {
+            const focused = view.Window.activeFocusItem;
+            if (view.visible && (focused === view || focused === null))
+                tones.focusChosen(Qt.TabFocusReason);
+        }
+    }
+
     Shortcut {
         sequence: "Escape"
         onActivated: view.closeRequested()

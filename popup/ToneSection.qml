@@ -1,71 +1,66 @@
 import QtQuick
+import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Tessary.Ui
 import Tessary.Popup
 
-// The tones to choose from, one chip each; the chosen one is tinted.
+// The tones to choose from, one chip each, wrapping onto a second line rather than
+// hiding a chip. Tab and the arrow keys walk the chips, Space or Return chooses one, and
+// Alt+1…5 choose without walking.
 ColumnLayout {
     id: section
 
     required property PopupViewModel viewModel
+
+    // The keyboard starts on the chosen tone; no ring until the user moves it.
+    function focusChosen(reason) {
+        if (toneGroup.checkedButton)
+            toneGroup.checkedButton.forceActiveFocus(reason ?? Qt.OtherFocusReason);
+    }
+    function focusNeighbour(index, step) {
+        const count = chips.count;
+        chips.itemAt((index + step + count) % count).forceActiveFocus(Qt.TabFocusReason);
+    }
 
     spacing: 8
 
     SectionLabel {
         text: qsTr("Tone")
     }
-    Flickable {
-        id: toneRow
+    ButtonGroup {
+        id: toneGroup
+    }
+    Flow {
         objectName: "toneRow"
         Layout.fillWidth: true
-        implicitHeight: chips.implicitHeight
-        contentWidth: chips.implicitWidth
-        flickableDirection: Flickable.HorizontalFlick
-        boundsBehavior: Flickable.StopAtBounds
-        clip: true
+        spacing: 6
 
-        // A mouse wheel turns vertically; the row moves sideways, to its last chip.
-        WheelHandler {
-            target: null
-            onWheel: event => {
-                const delta = event.angleDelta.x !== 0 ? event.angleDelta.x : event.angleDelta.y;
-                const end = Math.max(0, toneRow.contentWidth - toneRow.width);
-                toneRow.contentX = Math.max(0, Math.min(end, toneRow.contentX - delta / 2));
-            }
-        }
-
-        Row {
+        Repeater {
             id: chips
-            spacing: 6
+            model: section.viewModel.tones
 
-            Repeater {
-                model: section.viewModel.tones
+            ToneChip {
+                id: chip
+                required property string modelData
+                required property int index
+                objectName: "tone-" + modelData
+                text: modelData.charAt(0).toUpperCase() + modelData.slice(1).toLowerCase()
+                number: index + 1
+                ButtonGroup.group: toneGroup
+                checked: section.viewModel.selectedTone === modelData
+                onClicked: section.viewModel.selectTone(modelData)
+                Keys.onLeftPressed: section.focusNeighbour(index, -1)
+                Keys.onUpPressed: section.focusNeighbour(index, -1)
+                Keys.onRightPressed: section.focusNeighbour(index, 1)
+                Keys.onDownPressed: section.focusNeighbour(index, 1)
 
-                ToneChip {
-                    required property string modelData
-                    objectName: "tone-" + modelData
-                    text: modelData.charAt(0).toUpperCase() + modelData.slice(1).toLowerCase()
-                    selected: section.viewModel.selectedTone === modelData
-                    onClicked: section.viewModel.selectTone(modelData)
-                }
-            }
-        }
-
-        // Fades the last chip out where the row goes on, so it reads as scrollable.
-        Rectangle {
-            x: toneRow.contentX + toneRow.width - width
-            width: 28
-            height: toneRow.height
-            visible: toneRow.contentX + toneRow.width < toneRow.contentWidth - 1
-            gradient: Gradient {
-                orientation: Gradient.Horizontal
-                GradientStop {
-                    position: 0
-                    color: Theme.withAlpha(Theme.background, 0)
-                }
-                GradientStop {
-                    position: 1
-                    color: Theme.background
+                Shortcut {
+                    sequence: "Alt+" + chip.number
+                    enabled: chip.number <= 9
+                    onActivated: {
+                        chip.forceActiveFocus(Qt.ShortcutFocusReason);
+                        chip.clicked();
+                    }
                 }
             }
         }
