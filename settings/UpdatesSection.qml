@@ -27,6 +27,9 @@ ColumnLayout {
             enabled: !section.model.checkingForUpdates
             text: section.model.checkingForUpdates ? qsTr("Checking...") : qsTr("Check for Updates")
             Accessible.name: text
+            Accessible.onPressAction: if (enabled) clicked()
+            Keys.onReturnPressed: clicked()
+            Keys.onEnterPressed: clicked()
             onClicked: section.model.checkForUpdates()
             leftPadding: 12
             rightPadding: 12
@@ -65,6 +68,9 @@ ColumnLayout {
                 radius: 6
                 color: Theme.purple
                 opacity: check.pressed ? 0.8 : 1
+                FocusRing {
+                    visible: check.visualFocus
+                }
             }
         }
         Item { Layout.fillWidth: true }
@@ -123,6 +129,9 @@ ColumnLayout {
                 objectName: "download"
                 text: qsTr("Download")
                 Accessible.name: text
+                Accessible.onPressAction: if (enabled) clicked()
+                Keys.onReturnPressed: clicked()
+                Keys.onEnterPressed: clicked()
                 onClicked: section.model.download()
                 leftPadding: 8
                 rightPadding: 8
@@ -138,6 +147,10 @@ ColumnLayout {
                     radius: 4
                     color: Theme.green
                     opacity: download.pressed ? 0.8 : 1
+                    FocusRing {
+                        visible: download.visualFocus
+                        cornerRadius: 4
+                    }
                 }
             }
         }
