@@ -66,6 +66,7 @@ Column {
         anchors.horizontalCenter: parent.horizontalCenter
         visible: layer.viewModel.offersSettings
         text: qsTr("Open Settings")
+        focusPolicy: Qt.TabFocus
         Accessible.name: text
         Accessible.onPressAction: clicked()
         Keys.onReturnPressed: clicked()

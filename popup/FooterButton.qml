@@ -20,6 +20,8 @@ Button {
     topPadding: 8
     bottomPadding: 8
     hoverEnabled: true
+    // The keyboard reaches it; a click leaves the keyboard where it was.
+    focusPolicy: Qt.TabFocus
     opacity: enabled ? 1 : 0.4
     Accessible.name: text
     // Screen readers press through the accessibility bus.

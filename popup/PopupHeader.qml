@@ -42,6 +42,7 @@ Rectangle {
             implicitWidth: 22
             implicitHeight: 22
             hoverEnabled: true
+            focusPolicy: Qt.TabFocus // a click leaves the keyboard where it was
             Accessible.role: Accessible.Button
             Accessible.name: qsTr("Close")
             Accessible.onPressAction: if (enabled) clicked()

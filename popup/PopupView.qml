@@ -28,7 +28,7 @@ FocusScope {
         target: view.Window.window
         function onActiveFocusItemChanged() {
             const focused = view.Window.activeFocusItem;
-            if (view.visible && (focused === view || focused === null))
+            if (view.visible && view.Window.active && (focused === view || focused === null))
                 tones.focusChosen(Qt.TabFocusReason);
         }
     }

@@ -15,6 +15,7 @@ AbstractButton {
     topPadding: 5
     bottomPadding: 5
     hoverEnabled: true
+    focusPolicy: Qt.TabFocus // a click leaves the keyboard where it was
     Accessible.name: text
     Accessible.checkable: true
     Accessible.checked: checked

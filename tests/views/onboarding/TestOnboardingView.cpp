@@ -245,6 +245,8 @@ private Q_SLOTS:
         QTest::newRow("a sample, a model picked")
             << QStringList { u"Get started"_s, u"+sample"_s, u"Continue"_s, u"qwen2.5.gguf"_s, u"Finish setup"_s }
             << u"qwen2.5.gguf"_s;
+        QTest::newRow("the first model found")
+            << QStringList { u"Get started"_s, u"Skip for now"_s, u"Finish setup"_s } << u"phi-3.gguf"_s;
         QTest::newRow("Search again, then the first model")
             << QStringList { u"Get started"_s, u"Skip for now"_s, u"Search again"_s, u"phi-3.gguf"_s,
                    u"Finish setup"_s }
@@ -260,7 +262,7 @@ private Q_SLOTS:
                 m_model->setSampleText(u"Hi"_s);
                 continue;
             }
-            if (name == u"Search again"_s || name.endsWith(u".gguf"_s))
+            if (name == u"Search again"_s || name.endsWith(u".gguf"_s) || name == u"Finish setup"_s)
                 QTRY_VERIFY(!m_model->chooser()->searching());
             QVERIFY2(pressNamed(name), qPrintable(name));
             if (name == u"Search again"_s)
