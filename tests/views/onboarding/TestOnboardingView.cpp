@@ -2,6 +2,7 @@
 // sliding away, Finish usable while blank, no model offered or picked, a pick lost to a new search,
 // a wrong hover colour, no hint when the service is not usable, "Set up later" or a close keeping
 // a pick, a close storing the sample or finishing the flow, a button deaf to a screen reader's Press.
+#include "FakeDesktopShortcut.h"
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "Replies.h"
@@ -273,6 +274,45 @@ private Q_SLOTS:
         QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
         QVERIFY(m_storage->onboardingFinished());
         QCOMPARE(m_storage->model(), model);
+    }
+
+    // Where Ctrl+Alt+H is still to be bound, the last page starts with the keyboard on the
+    // button that binds it (or on Done where the desktop cannot take it), ring showing, and
+    // Return presses it.
+    void lastPageKeyboard_data()
+    {
+        QTest::addColumn<bool>("addable");
+        QTest::addColumn<QString>("focused");
+        QTest::newRow("the desktop takes the shortcut") << true << u"addShortcut"_s;
+        QTest::newRow("the user binds it") << false << u"leaveButton"_s;
+    }
+    void lastPageKeyboard()
+    {
+        QFETCH(bool, addable);
+        QFETCH(QString, focused);
+        FakeDesktopShortcut shortcut;
+        shortcut.addable = addable;
+        m_window.reset();
+        m_model = std::make_unique<OnboardingModel>(*m_storage, std::chrono::milliseconds(50),
+            QList<ModelProbe::Candidate> { { m_modelServer.port(), u"llama.cpp"_s } }, &shortcut);
+        QQmlComponent component(&m_engine, QUrl(u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s));
+        m_window.reset(qobject_cast<QQuickWindow *>(
+            component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(m_model.get()) } })));
+        QVERIFY2(m_window, qPrintable(component.errorString()));
+        m_window->show();
+        m_window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+
+        m_model->advance();
+        m_model->finish();
+        QTRY_VERIFY(m_window->activeFocusItem());
+        QTRY_COMPARE(m_window->activeFocusItem()->objectName(), focused);
+        QVERIFY(m_window->activeFocusItem()->property("visualFocus").toBool());
+        QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
+        QTest::keyClick(m_window.get(), Qt::Key_Return);
+        QCOMPARE(shortcut.adds, addable ? 1 : 0);
+        QCOMPARE(completed.size(), addable ? 0 : 1);
+        m_window.reset();
     }
 
     // The pointer rests on "Finish setup" while it is disabled: it stays the faint
