@@ -125,8 +125,8 @@ int main(int argc, char *argv[])
             QTest::qWait(300); // let the spinner turn and the text settle into its frame
             const qreal scale = popup.window()->devicePixelRatio();
             const QString suffix = scale == 1 ? QString() : u"@%1x"_s.arg(scale);
-            const QString file = out.filePath(
-                u"popup-%1-%2%3.png"_s.arg(scene.name, dark ? u"dark"_s : u"light"_s, suffix));
+            const QString file
+                = out.filePath(u"popup-%1-%2%3.png"_s.arg(scene.name, dark ? u"dark"_s : u"light"_s, suffix));
             if (!popup.window()->grabWindow().save(file)) {
                 std::fprintf(stderr, "popup-demo: cannot write %s\n", qPrintable(file));
                 ++failures;

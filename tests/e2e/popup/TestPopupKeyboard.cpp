@@ -119,8 +119,8 @@ private:
         QVERIFY(m_program->start());
         QTRY_VERIFY_WITH_TIMEOUT(
             QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
-        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s,
-            u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
+        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
         call << text;
         QDBusConnection::sessionBus().asyncCall(call);
     }

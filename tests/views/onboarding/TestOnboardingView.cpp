@@ -243,15 +243,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("model");
         QTest::newRow("Skip for now, Set up later")
             << QStringList { u"Get started"_s, u"Skip for now"_s, u"Set up later"_s } << QString();
-        QTest::newRow("a sample, a model picked")
-            << QStringList { u"Get started"_s, u"+sample"_s, u"Continue"_s, u"qwen2.5.gguf"_s, u"Finish setup"_s }
-            << u"qwen2.5.gguf"_s;
+        QTest::newRow("a sample, a model picked") << QStringList { u"Get started"_s, u"+sample"_s,
+            u"Continue"_s, u"qwen2.5.gguf"_s, u"Finish setup"_s }
+                                                  << u"qwen2.5.gguf"_s;
         QTest::newRow("the first model found")
             << QStringList { u"Get started"_s, u"Skip for now"_s, u"Finish setup"_s } << u"phi-3.gguf"_s;
-        QTest::newRow("Search again, then the first model")
-            << QStringList { u"Get started"_s, u"Skip for now"_s, u"Search again"_s, u"phi-3.gguf"_s,
-                   u"Finish setup"_s }
-            << u"phi-3.gguf"_s;
+        QTest::newRow("Search again, then the first model") << QStringList { u"Get started"_s,
+            u"Skip for now"_s, u"Search again"_s, u"phi-3.gguf"_s, u"Finish setup"_s }
+                                                            << u"phi-3.gguf"_s;
     }
     void screenReader()
     {

@@ -293,14 +293,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("effect"); // what Press changes; empty: a field, nothing to press
 
         QTest::newRow("the service's key, hidden") << u"apiKeyField"_s << u"API key"_s << QString();
-        QTest::newRow("the service's address") << u"apiBaseField"_s << u"Tessary service address"_s << QString();
+        QTest::newRow("the service's address")
+            << u"apiBaseField"_s << u"Tessary service address"_s << QString();
         QTest::newRow("Show the key") << u"revealKey"_s << u"Show"_s << u"key shown"_s;
-        QTest::newRow("a choice of model") << u"providerService"_s << u"An OpenAI-compatible service"_s
-                                           << u"service chosen"_s;
+        QTest::newRow("a choice of model")
+            << u"providerService"_s << u"An OpenAI-compatible service"_s << u"service chosen"_s;
         QTest::newRow("a switch") << u"autoCheck"_s << u"Check for updates automatically"_s
                                   << u"updates off"_s;
-        QTest::newRow("Check for Updates") << u"checkForUpdates"_s << u"Check for Updates"_s
-                                           << u"check asked"_s;
+        QTest::newRow("Check for Updates")
+            << u"checkForUpdates"_s << u"Check for Updates"_s << u"check asked"_s;
         QTest::newRow("Add sample") << u"addSample"_s << u"Add sample"_s << u"sample added"_s;
         QTest::newRow("Remove sample") << u"removeSample"_s << u"Remove sample 1"_s << u"sample removed"_s;
         QTest::newRow("Search again") << u"searchAgain"_s << u"Search again"_s << u"searching"_s;
@@ -327,7 +328,8 @@ private Q_SLOTS:
             QCOMPARE(accessible->role(), QAccessible::EditableText);
             return;
         }
-        QTRY_VERIFY(view->model.chooser()->resultKind() != ModelChooser::Result::Working && !view->model.chooser()->searching());
+        QTRY_VERIFY(view->model.chooser()->resultKind() != ModelChooser::Result::Working
+            && !view->model.chooser()->searching());
         QVERIFY(accessible->actionInterface());
         QSignalSpy searched(view->model.chooser(), &ModelChooser::localChoicesChanged);
         accessible->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
