@@ -3,13 +3,16 @@ import QtQuick.Layouts
 import Tessary.Ui
 import Tessary.Onboarding
 
-// The closing page, shown while the window gets ready to go.
-Item {
+// The closing page, shown while the window gets ready to go. Where Ctrl+Alt+H is still
+// to be set up, the keyboard starts on the button that does it.
+FocusScope {
     id: page
     required property OnboardingModel model
     property real appear: 0
     property real checkScale: 0.3
     property real checkOpacity: 0
+
+    Component.onCompleted: (page.model.shortcutSetup.canAdd ? setupBox.addButton : leave).focus = true
 
     SequentialAnimation {
         running: true
@@ -94,6 +97,7 @@ Item {
             opacity: page.appear
         }
         ShortcutSetupBox {
+            id: setupBox
             Layout.alignment: Qt.AlignHCenter
             Layout.fillWidth: true
             Layout.maximumWidth: 440
@@ -102,6 +106,7 @@ Item {
             opacity: page.appear
         }
         PrimaryButton {
+            id: leave
             objectName: "leave"
             Layout.alignment: Qt.AlignHCenter
             visible: page.model.shortcutSetup.offered && !page.model.shortcutSetup.added

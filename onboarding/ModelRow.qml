@@ -14,6 +14,7 @@ ItemDelegate {
     Accessible.name: modelData
     Accessible.role: Accessible.RadioButton
     Accessible.checked: chosen
+    Accessible.onPressAction: if (enabled) clicked()
     padding: 8
     focusPolicy: Qt.NoFocus
 

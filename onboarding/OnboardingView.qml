@@ -88,7 +88,9 @@ Window {
                 leaving = current;
                 leaving.enabled = false; // out of the Tab chain and deaf while it slides away
                 current = create(component, { x: pages.width, opacity: 0 });
-                current.forceActiveFocus(); // the leaving page's button had it
+                // The leaving page's button had the keyboard: the new page takes it, and shows
+                // where it is.
+                current.forceActiveFocus(Qt.TabFocusReason);
                 enter.restart();
             }
 

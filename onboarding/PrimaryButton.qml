@@ -30,6 +30,8 @@ FocusScope {
         enabled: !root.disabled
         text: root.text
         Accessible.name: root.text
+        // Screen readers press through the accessibility bus; Qt's buttons ignore it unheard.
+        Accessible.onPressAction: if (enabled) clicked()
         leftPadding: 18
         rightPadding: 18
         topPadding: 9

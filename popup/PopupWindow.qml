@@ -19,6 +19,9 @@ Window {
     title: qsTr("Tessary")
     color: Theme.background
 
+    // The keyboard starts on the chosen tone each time the popup comes on screen.
+    onVisibleChanged: if (visible) view.focusTone()
+
     PopupView {
         id: view
         anchors.fill: parent

@@ -6,6 +6,18 @@ import Tessary.Ui
 RadioButton {
     id: control
     Accessible.name: text
+    // Screen readers press or toggle through the accessibility bus; Qt's buttons ignore it unheard.
+    Accessible.onPressAction: choose()
+    Accessible.onToggleAction: choose()
+    function choose() {
+        if (!enabled)
+            return;
+        if (!checked) {
+            toggle();
+            toggled();
+        }
+        clicked();
+    }
     font.pixelSize: 12
     spacing: 8
     padding: 2

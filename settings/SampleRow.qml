@@ -51,6 +51,9 @@ RowLayout {
         implicitWidth: 18
         implicitHeight: 18
         Accessible.name: qsTr("Remove sample %1").arg(row.index + 1)
+        Accessible.onPressAction: if (enabled) clicked()
+        Keys.onReturnPressed: clicked()
+        Keys.onEnterPressed: clicked()
         hoverEnabled: true
         onClicked: row.model.removeExample(row.index)
         background: Rectangle {
@@ -63,6 +66,11 @@ RowLayout {
                 height: 2
                 radius: 1
                 color: "white"
+            }
+            FocusRing {
+                visible: remove.visualFocus
+                gap: 2
+                cornerRadius: parent.radius
             }
         }
     }

@@ -9,6 +9,18 @@ AbstractButton {
     property bool accent: false
 
     Accessible.name: text
+    // Screen readers press through the accessibility bus; Qt's buttons ignore it unheard.
+    Accessible.onPressAction: {
+        if (!enabled)
+            return;
+        if (checkable) {
+            toggle();
+            toggled();
+        }
+        clicked();
+    }
+    Keys.onReturnPressed: clicked()
+    Keys.onEnterPressed: clicked()
     hoverEnabled: true
     leftPadding: 12
     rightPadding: 12
@@ -31,6 +43,9 @@ AbstractButton {
                              : Theme.withAlpha(Theme.primary, button.pressed ? 0.16 : button.hovered ? 0.11 : 0.07)
         border.width: button.accent ? 0 : 1
         border.color: Theme.separator
+        FocusRing {
+            visible: button.visualFocus
+        }
         Behavior on color {
             ColorAnimation { duration: 150 }
         }

@@ -6,6 +6,16 @@ import Tessary.Ui
 Switch {
     id: control
     Accessible.name: text
+    // Screen readers press or toggle through the accessibility bus; Qt's switches ignore it unheard.
+    Accessible.onPressAction: flip()
+    Accessible.onToggleAction: flip()
+    function flip() {
+        if (!enabled)
+            return;
+        toggle();
+        toggled();
+        clicked();
+    }
     font.pixelSize: 12
     spacing: 8
     padding: 0

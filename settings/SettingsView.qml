@@ -26,13 +26,14 @@ Window {
     maximumHeight: height
     color: Theme.window
 
-    // Return closes the window when the focused control has no use for it.
+    // Return and Escape close the window when the focused control has no use for them.
     Item {
         objectName: "keyHandler"
         anchors.fill: parent
         focus: true
         Keys.onReturnPressed: root.close()
         Keys.onEnterPressed: root.close()
+        Keys.onEscapePressed: root.close()
 
         ColumnLayout {
             anchors.fill: parent

@@ -34,6 +34,9 @@ ColumnLayout {
             enabled: !section.model.checkingForUpdates
             text: section.model.checkingForUpdates ? qsTr("Checking...") : qsTr("Check now")
             Accessible.name: text
+            Accessible.onPressAction: if (enabled) clicked()
+            Keys.onReturnPressed: clicked()
+            Keys.onEnterPressed: clicked()
             onClicked: section.model.checkForUpdates()
             leftPadding: 12
             rightPadding: 12
@@ -72,6 +75,9 @@ ColumnLayout {
                 radius: 6
                 color: Theme.purple
                 opacity: check.pressed ? 0.8 : 1
+                FocusRing {
+                    visible: check.visualFocus
+                }
             }
         }
         Item { Layout.fillWidth: true }
@@ -130,6 +136,9 @@ ColumnLayout {
                 objectName: "download"
                 text: qsTr("Download")
                 Accessible.name: text
+                Accessible.onPressAction: if (enabled) clicked()
+                Keys.onReturnPressed: clicked()
+                Keys.onEnterPressed: clicked()
                 onClicked: section.model.download()
                 leftPadding: 8
                 rightPadding: 8
@@ -145,6 +154,10 @@ ColumnLayout {
                     radius: 4
                     color: Theme.green
                     opacity: download.pressed ? 0.8 : 1
+                    FocusRing {
+                        visible: download.visualFocus
+                        cornerRadius: 4
+                    }
                 }
             }
         }

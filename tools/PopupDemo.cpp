@@ -1,6 +1,7 @@
 // Shows the popup in each of its looks, light and dark, and saves a picture of each:
 //     popup-demo OUTPUT_DIR
 // The service is played by a scripted rewriter, so every picture shows the same moment.
+// Run with QT_SCALE_FACTOR set, the pictures are named for the scale (popup-done-light@2x.png).
 
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
@@ -50,6 +51,7 @@ struct Scene
     QString name;
     QString text;
     std::function<void(FakeRewriter &, PopupViewModel &)> play;
+    QList<Qt::Key> keys = {}; // typed once the rewrite has played
 };
 
 } // namespace
@@ -89,6 +91,13 @@ int main(int argc, char *argv[])
                 r.error(u"Could not connect to the server."_s);
             } },
         { u"no-text"_s, QString(), [](FakeRewriter &, PopupViewModel &) {} },
+        // The keyboard on the next tone, its ring showing.
+        { u"keyboard"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) {
+                r.token(rewrite);
+                r.complete();
+            },
+            { Qt::Key_Tab } },
     };
 
     const QPalette light = QGuiApplication::palette();
@@ -108,9 +117,16 @@ int main(int argc, char *argv[])
                 continue;
             }
             scene.play(rewriter, *popup.viewModel());
+            popup.window()->requestActivate();
+            if (!scene.keys.isEmpty() && !QTest::qWaitForWindowActive(popup.window()))
+                std::fprintf(stderr, "popup-demo: %s never took the keyboard\n", qPrintable(scene.name));
+            for (const Qt::Key key : scene.keys)
+                QTest::keyClick(popup.window(), key);
             QTest::qWait(300); // let the spinner turn and the text settle into its frame
+            const qreal scale = popup.window()->devicePixelRatio();
+            const QString suffix = scale == 1 ? QString() : u"@%1x"_s.arg(scale);
             const QString file
-                = out.filePath(u"popup-%1-%2.png"_s.arg(scene.name, dark ? u"dark"_s : u"light"_s));
+                = out.filePath(u"popup-%1-%2%3.png"_s.arg(scene.name, dark ? u"dark"_s : u"light"_s, suffix));
             if (!popup.window()->grabWindow().save(file)) {
                 std::fprintf(stderr, "popup-demo: cannot write %s\n", qPrintable(file));
                 ++failures;

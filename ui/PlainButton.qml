@@ -11,6 +11,8 @@ AbstractButton {
     property url iconSource
 
     Accessible.name: text
+    // Screen readers press through the accessibility bus; Qt's buttons ignore it unheard.
+    Accessible.onPressAction: if (enabled) clicked()
     hoverEnabled: true
     opacity: enabled ? 1 : 0.4
     Keys.onReturnPressed: button.clicked()

@@ -8,6 +8,8 @@ import Tessary.Ui
 ColumnLayout {
     id: box
     required property ShortcutSetup setup
+    // The button that adds the shortcut, for a page that starts the keyboard there.
+    readonly property Item addButton: addButton
     property int horizontalAlignment: Text.AlignLeft
 
     visible: setup.offered
@@ -44,6 +46,9 @@ ColumnLayout {
         visible: box.setup.canAdd
         text: qsTr("Add Ctrl+Alt+H")
         Accessible.name: text
+        Accessible.onPressAction: if (enabled) clicked()
+        Keys.onReturnPressed: clicked()
+        Keys.onEnterPressed: clicked()
         onClicked: box.setup.add()
         font.pixelSize: 12
         // Drawn in the window's own colours: the stock look ignores dark palettes.
@@ -60,6 +65,10 @@ ColumnLayout {
             color: Theme.withAlpha(Theme.primary, addButton.pressed ? 0.16 : addButton.hovered ? 0.11 : 0.07)
             border.width: 1
             border.color: Theme.separator
+
+            FocusRing {
+                visible: addButton.visualFocus
+            }
         }
     }
 }

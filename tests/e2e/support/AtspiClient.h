@@ -28,14 +28,17 @@ public:
         return m_bus->isConnected();
     }
 
-    // true when a button of that name was found enabled and pressed.
+    // true when a button of that name was found on screen, enabled, and pressed.
     bool press(const QString &name)
     {
         for (const Node &app : children(root())) {
             if (!this->name(app).contains(u"essary"_qs, Qt::CaseInsensitive))
                 continue;
-            const auto enabledButton
-                = [&](const Node &node) { return this->name(node) == name && isEnabledButton(node); };
+            // A page sliding away keeps its buttons until it has gone; only one on screen counts.
+            constexpr int visibleState = 30; // ATSPI_STATE_VISIBLE
+            const auto enabledButton = [&](const Node &node) {
+                return this->name(node) == name && isEnabledButton(node) && hasState(node, visibleState);
+            };
             if (auto button = find(app, enabledButton)) {
                 const QDBusMessage reply
                     = call(*button, u"Action"_qs, u"DoAction"_qs, { pressIndex(*button) });
@@ -43,6 +46,38 @@ public:
             }
         }
         return false;
+    }
+
+    // The name of the element of Tessary's that has the keyboard; empty when none has.
+    QString focused()
+    {
+        // The scopes around it say they are focused too; it comes after them, depth first.
+        constexpr int focusedState = 12; // ATSPI_STATE_FOCUSED
+        QString last;
+        findInTessary([&](const Node &node) {
+            if (hasState(node, focusedState))
+                last = name(node);
+            return false;
+        });
+        return last;
+    }
+
+    // Whether Tessary's element of that name, on screen, is checked; none when there is none.
+    std::optional<bool> checked(const QString &elementName)
+    {
+        constexpr int checkedState = 4; // ATSPI_STATE_CHECKED
+        const auto node = shown(elementName);
+        return node ? std::optional<bool>(hasState(*node, checkedState)) : std::nullopt;
+    }
+
+    // Whether an element of Tessary's of that name (a window, by its title) is on screen.
+    bool shows(const QString &elementName) { return shown(elementName).has_value(); }
+
+    // The description a screen reader reads after the name.
+    QString description(const QString &elementName)
+    {
+        const auto node = shown(elementName);
+        return node ? property(*node, u"Description"_qs) : QString();
     }
 
     // Selects [start, end) of the first editable text of the application called appName.
@@ -119,18 +154,47 @@ private:
         return int(std::max<qsizetype>(0, names.indexOf(u"press"_qs)));
     }
 
-    QString name(const Node &node)
+    QString property(const Node &node, const QString &which)
     {
         QDBusMessage get = QDBusMessage::createMethodCall(
             node.service, node.path, u"org.freedesktop.DBus.Properties"_qs, u"Get"_qs);
-        get << u"org.a11y.atspi.Accessible"_qs << u"Name"_qs;
+        get << u"org.a11y.atspi.Accessible"_qs << which;
         return m_bus->call(get).arguments().value(0).value<QDBusVariant>().variant().toString();
+    }
+    QString name(const Node &node) { return property(node, u"Name"_qs); }
+
+    bool hasState(const Node &node, int state)
+    {
+        QList<uint> words;
+        call(node, u"Accessible"_qs, u"GetState"_qs).arguments().value(0).value<QDBusArgument>() >> words;
+        return words.size() > state / 32 && (words.at(state / 32) & (1u << (state % 32)));
+    }
+
+    // The first element of Tessary's windows that matches, depth first.
+    std::optional<Node> findInTessary(const std::function<bool(const Node &)> &matches)
+    {
+        for (const Node &app : children(root())) {
+            if (!name(app).contains(u"essary"_qs, Qt::CaseInsensitive))
+                continue;
+            if (auto found = find(app, matches))
+                return found;
+        }
+        return std::nullopt;
+    }
+    // Tessary's element of that name in a window on screen (a popup built ahead is not).
+    std::optional<Node> shown(const QString &elementName)
+    {
+        constexpr int visibleState = 30; // ATSPI_STATE_VISIBLE
+        return findInTessary(
+            [&](const Node &node) { return name(node) == elementName && hasState(node, visibleState); });
     }
 
     bool isEnabledButton(const Node &node)
     {
-        constexpr uint pushButton = 43;
-        if (call(node, u"Accessible"_qs, u"GetRole"_qs).arguments().value(0).toUInt() != pushButton)
+        // A push button, or one that stays pressed: a check box, radio or toggle button.
+        constexpr uint checkBox = 7, pushButton = 43, radioButton = 44, toggleButton = 62;
+        const uint role = call(node, u"Accessible"_qs, u"GetRole"_qs).arguments().value(0).toUInt();
+        if (role != pushButton && role != checkBox && role != radioButton && role != toggleButton)
             return false;
         QList<uint> words;
         call(node, u"Accessible"_qs, u"GetState"_qs).arguments().value(0).value<QDBusArgument>() >> words;

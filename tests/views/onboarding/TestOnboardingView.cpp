@@ -1,12 +1,14 @@
 // Faults: onboarding deaf to mouse or keys, Tab caught in the sample field or landing on the page
 // sliding away, Finish usable while blank, no model offered or picked, a pick lost to a new search,
 // a wrong hover colour, no hint when the service is not usable, "Set up later" or a close keeping
-// a pick, a close storing the sample or finishing the flow.
+// a pick, a close storing the sample or finishing the flow, a button deaf to a screen reader's Press.
+#include "FakeDesktopShortcut.h"
 #include "OnboardingModel.h"
 #include "QuickItems.h"
 #include "Replies.h"
 #include "StorageManager.h"
 
+#include <QAccessible>
 #include <QFile>
 #include <QQmlComponent>
 #include <QQmlEngine>
@@ -63,6 +65,32 @@ private:
         const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
         QTest::mouseClick(m_window.get(), Qt::LeftButton, {}, centre.toPoint());
         return true;
+    }
+
+    // Presses, as a screen reader does through the accessibility bus, the enabled control of
+    // that accessible name on the page being shown (a model by its name).
+    bool pressNamed(const QString &name) const
+    {
+        QAccessibleInterface *found = nullptr;
+        const bool there = QTest::qWaitFor([&] {
+            QList<QQuickItem *> below { m_window->contentItem() };
+            while (!below.isEmpty() && !found) {
+                QQuickItem *next = below.takeFirst();
+                below.append(next->childItems());
+                if (!next->isVisible() || !next->isEnabled() || next->mapToScene(QPointF()).x() < 0)
+                    continue;
+                QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(next);
+                const QString spoken = accessible ? accessible->text(QAccessible::Name) : QString();
+                // A model's row goes on with the server that runs it.
+                if ((spoken == name || spoken.startsWith(name + u" — "_s)) && accessible->actionInterface()
+                    && !accessible->state().disabled)
+                    found = accessible;
+            }
+            return found != nullptr;
+        });
+        if (there)
+            found->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        return there;
     }
 
 private Q_SLOTS:
@@ -206,6 +234,84 @@ private Q_SLOTS:
         // With a model chosen, the last page asks for nothing more.
         QTRY_VERIFY(item(u"apiKeyHint"_s));
         QCOMPARE(item(u"apiKeyHint"_s)->isVisible(), model.isEmpty());
+    }
+
+    // A screen reader's Press on every button of the way acts as a click, to the end.
+    void screenReader_data()
+    {
+        QTest::addColumn<QStringList>("presses"); // accessible names; "+sample" types one
+        QTest::addColumn<QString>("model");
+        QTest::newRow("Skip for now, Set up later")
+            << QStringList { u"Get started"_s, u"Skip for now"_s, u"Set up later"_s } << QString();
+        QTest::newRow("a sample, a model picked") << QStringList { u"Get started"_s, u"+sample"_s,
+            u"Continue"_s, u"qwen2.5.gguf"_s, u"Finish setup"_s }
+                                                  << u"qwen2.5.gguf"_s;
+        QTest::newRow("the first model found")
+            << QStringList { u"Get started"_s, u"Skip for now"_s, u"Finish setup"_s } << u"phi-3.gguf"_s;
+        QTest::newRow("Search again, then the first model") << QStringList { u"Get started"_s,
+            u"Skip for now"_s, u"Search again"_s, u"phi-3.gguf"_s, u"Finish setup"_s }
+                                                            << u"phi-3.gguf"_s;
+    }
+    void screenReader()
+    {
+        QFETCH(QStringList, presses);
+        QFETCH(QString, model);
+        QAccessible::setActive(true);
+        for (const QString &name : presses) {
+            if (name == u"+sample"_s) {
+                m_model->setSampleText(u"Hi"_s);
+                continue;
+            }
+            if (name == u"Search again"_s || name.endsWith(u".gguf"_s) || name == u"Finish setup"_s)
+                QTRY_VERIFY(!m_model->chooser()->searching());
+            QVERIFY2(pressNamed(name), qPrintable(name));
+            if (name == u"Search again"_s)
+                QVERIFY(m_model->chooser()->searching());
+            if (name.endsWith(u".gguf"_s))
+                QCOMPARE(m_storage->model(), name);
+        }
+        QCOMPARE(m_model->currentStep(), OnboardingModel::Step::Done);
+        QVERIFY(m_storage->onboardingFinished());
+        QCOMPARE(m_storage->model(), model);
+    }
+
+    // Where Ctrl+Alt+H is still to be bound, the last page starts with the keyboard on the
+    // button that binds it (or on Done where the desktop cannot take it), ring showing, and
+    // Return presses it.
+    void lastPageKeyboard_data()
+    {
+        QTest::addColumn<bool>("addable");
+        QTest::addColumn<QString>("focused");
+        QTest::newRow("the desktop takes the shortcut") << true << u"addShortcut"_s;
+        QTest::newRow("the user binds it") << false << u"leaveButton"_s;
+    }
+    void lastPageKeyboard()
+    {
+        QFETCH(bool, addable);
+        QFETCH(QString, focused);
+        FakeDesktopShortcut shortcut;
+        shortcut.addable = addable;
+        m_window.reset();
+        m_model = std::make_unique<OnboardingModel>(*m_storage, std::chrono::milliseconds(50),
+            QList<ModelProbe::Candidate> { { m_modelServer.port(), u"llama.cpp"_s } }, &shortcut);
+        QQmlComponent component(&m_engine, QUrl(u"qrc:/qt/qml/Tessary/Onboarding/OnboardingView.qml"_s));
+        m_window.reset(qobject_cast<QQuickWindow *>(
+            component.createWithInitialProperties({ { u"model"_s, QVariant::fromValue(m_model.get()) } })));
+        QVERIFY2(m_window, qPrintable(component.errorString()));
+        m_window->show();
+        m_window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+
+        m_model->advance();
+        m_model->finish();
+        QTRY_VERIFY(m_window->activeFocusItem());
+        QTRY_COMPARE(m_window->activeFocusItem()->objectName(), focused);
+        QVERIFY(m_window->activeFocusItem()->property("visualFocus").toBool());
+        QSignalSpy completed(m_model.get(), &OnboardingModel::completed);
+        QTest::keyClick(m_window.get(), Qt::Key_Return);
+        QCOMPARE(shortcut.adds, addable ? 1 : 0);
+        QCOMPARE(completed.size(), addable ? 0 : 1);
+        m_window.reset();
     }
 
     // The pointer rests on "Finish setup" while it is disabled: it stays the faint

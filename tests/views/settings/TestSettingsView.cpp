@@ -1,11 +1,13 @@
 // Faults: a control that does not write the store, wrong sample rows, Check usable while checking, a wrong
-// last-check line, no close.
+// last-check line, no close, Escape ignored, a field without a name or a control deaf to a screen reader's
+// Press.
 #include "FakeDesktopShortcut.h"
 #include "QuickItems.h"
 #include "Replies.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
 
+#include <QAccessible>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -282,11 +284,82 @@ private Q_SLOTS:
         QCOMPARE(view.storage.model(), u"qwen2.5.gguf"_s);
     }
 
+    // What a screen reader finds and does, through Qt's accessibility interfaces as the
+    // accessibility bus calls them: each control named, and Press acting as a click.
+    void screenReader_data()
+    {
+        QTest::addColumn<QString>("control");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("effect"); // what Press changes; empty: a field, nothing to press
+
+        QTest::newRow("the service's key, hidden") << u"apiKeyField"_s << u"API key"_s << QString();
+        QTest::newRow("the service's address")
+            << u"apiBaseField"_s << u"Tessary service address"_s << QString();
+        QTest::newRow("Show the key") << u"revealKey"_s << u"Show"_s << u"key shown"_s;
+        QTest::newRow("a choice of model")
+            << u"providerService"_s << u"An OpenAI-compatible service"_s << u"service chosen"_s;
+        QTest::newRow("a switch") << u"autoCheck"_s << u"Check for updates automatically"_s
+                                  << u"updates off"_s;
+        QTest::newRow("Check for Updates")
+            << u"checkForUpdates"_s << u"Check for Updates"_s << u"check asked"_s;
+        QTest::newRow("Add sample") << u"addSample"_s << u"Add sample"_s << u"sample added"_s;
+        QTest::newRow("Remove sample") << u"removeSample"_s << u"Remove sample 1"_s << u"sample removed"_s;
+        QTest::newRow("Search again") << u"searchAgain"_s << u"Search again"_s << u"searching"_s;
+        QTest::newRow("Test connection") << u"testConnection"_s << u"Test connection"_s << u"testing"_s;
+        QTest::newRow("Done") << u"done"_s << u"Done"_s << u"closed"_s;
+    }
+    void screenReader()
+    {
+        QFETCH(QString, control);
+        QFETCH(QString, name);
+        QFETCH(QString, effect);
+        QAccessible::setActive(true);
+        auto view = makeView({ u"first"_s });
+        if (control == u"searchAgain"_s)
+            view->storage.setProvider(StorageManager::Provider::LocalModel);
+        QSignalSpy checkAsked(&view->model, &SettingsModel::updateCheckRequested);
+
+        QQuickItem *target = nullptr;
+        QTRY_VERIFY((target = view->items(control).value(0)));
+        QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(target);
+        QVERIFY(accessible);
+        QCOMPARE(accessible->text(QAccessible::Name), name);
+        if (effect.isEmpty()) {
+            QCOMPARE(accessible->role(), QAccessible::EditableText);
+            return;
+        }
+        QTRY_VERIFY(view->model.chooser()->resultKind() != ModelChooser::Result::Working
+            && !view->model.chooser()->searching());
+        QVERIFY(accessible->actionInterface());
+        QSignalSpy searched(view->model.chooser(), &ModelChooser::localChoicesChanged);
+        accessible->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+
+        if (effect == u"key shown"_s)
+            QCOMPARE(view->item(u"apiKeyField"_s)->property("echoMode").toInt(), 0); // TextInput.Normal
+        else if (effect == u"service chosen"_s)
+            QCOMPARE(view->storage.provider(), StorageManager::Provider::ModelService);
+        else if (effect == u"updates off"_s)
+            QCOMPARE(view->storage.updateCheckEnabled(), false);
+        else if (effect == u"check asked"_s)
+            QCOMPARE(checkAsked.size(), 1);
+        else if (effect == u"sample added"_s)
+            QCOMPARE(view->storage.examples(), (QStringList { u"first"_s, QString() }));
+        else if (effect == u"sample removed"_s)
+            QCOMPARE(view->storage.examples(), QStringList());
+        else if (effect == u"searching"_s)
+            QTRY_VERIFY(!searched.isEmpty());
+        else if (effect == u"testing"_s)
+            QVERIFY(view->model.chooser()->resultKind() != ModelChooser::Result::None);
+        else
+            QTRY_VERIFY(!view->window->isVisible());
+    }
+
     void closing_data()
     {
         QTest::addColumn<QString>("how");
         QTest::newRow("Done") << u"done"_s;
         QTest::newRow("Return outside an editor") << u"return"_s;
+        QTest::newRow("Escape in a field") << u"escape"_s;
     }
     void closing()
     {
@@ -294,6 +367,9 @@ private Q_SLOTS:
         auto view = makeView({ u"x"_s });
         if (how == u"done"_s) {
             view->click(view->item(u"done"_s));
+        } else if (how == u"escape"_s) {
+            QMetaObject::invokeMethod(view->window.get(), "focusApiKey");
+            QTest::keyClick(view->window.get(), Qt::Key_Escape);
         } else {
             // Return inside a sample is a line break, not Done.
             view->items(u"sampleEditor"_s).first()->forceActiveFocus();

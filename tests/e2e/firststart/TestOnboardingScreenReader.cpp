@@ -1,0 +1,76 @@
+// Faults: an onboarding button that answers a screen reader's Press and does nothing, a flow that
+// a screen reader cannot finish, a finish that keeps no model.
+#include "AtspiClient.h"
+#include "ClosedPort.h"
+#include "Replies.h"
+#include "TessaryProcess.h"
+
+#include <QDBusConnection>
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+// A first start driven only through the accessibility bus, as a screen reader's user (or
+// automation) goes through it: every button of the way pressed with AT-SPI's action.
+class TestOnboardingScreenReader : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(),
+            "no session bus: run inside scripts/headless-session");
+        QVERIFY(m_atspi.connect());
+    }
+
+    void pressedToTheEnd_data()
+    {
+        QTest::addColumn<bool>("modelServer"); // one runs on this computer
+        QTest::addColumn<QStringList>("presses");
+        QTest::addColumn<QString>("stored"); // a line the settings file holds at the end
+
+        QTest::newRow("no model server: Search again, Set up later")
+            << false
+            << QStringList { u"Get started"_s, u"Skip for now"_s, u"Search again"_s, u"Set up later"_s }
+            << u"onboarding_finished=true"_s;
+    }
+    void pressedToTheEnd()
+    {
+        QFETCH(bool, modelServer);
+        QFETCH(QStringList, presses);
+        QFETCH(QString, stored);
+
+        FixtureServer models;
+        QVERIFY(models.listen());
+        models.route("/v1/models",
+            jsonReply(200, R"({"object":"list","data":[{"id":"stand-in-7b","object":"model"}]})"));
+        TessaryProcess program(
+            {}, { u"TESSARY_LOCAL_MODEL_PORTS=%1"_s.arg(modelServer ? models.port() : closedPort()) });
+        QVERIFY(program.start());
+        const auto settingsText = [&program] {
+            QFile file(program.path(u"Tessary/Tessary.conf"_s));
+            return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+        };
+
+        // Each button is pressed once it is on screen; every press but "Search again" moves the
+        // flow on to the next page, and the page that had the button goes.
+        for (const QString &name : std::as_const(presses)) {
+            bool pressed = false;
+            QTRY_VERIFY2_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), qPrintable(name), 15000);
+            if (name != u"Search again"_s)
+                QTRY_VERIFY2_WITH_TIMEOUT(!m_atspi.shows(name), qPrintable(name), 10000);
+        }
+        QTRY_VERIFY2_WITH_TIMEOUT(settingsText().contains(stored), qPrintable(settingsText()), 10000);
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            settingsText().contains(u"onboarding_finished=true"_s), qPrintable(settingsText()), 10000);
+        // The welcome window goes once the last page has been read.
+        QTRY_VERIFY_WITH_TIMEOUT(!m_atspi.shows(u"Welcome to Tessary"_s), 10000);
+    }
+
+private:
+    AtspiClient m_atspi;
+};
+
+QTEST_MAIN(TestOnboardingScreenReader)
+#include "TestOnboardingScreenReader.moc"

@@ -1,0 +1,142 @@
+// Faults: a popup the keyboard cannot walk or act on, a chip that does not say it is chosen,
+// a tone key that asks for another tone, Copy by keyboard that copies nothing.
+#include "AtspiClient.h"
+#include "DesktopFixture.h"
+#include "FixtureServer.h"
+#include "TessaryProcess.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+using namespace Desktop;
+
+// The popup with the keyboard only, as a user without a mouse meets it on a real desktop:
+// keys typed with xdotool, what has the keyboard and what is chosen read from the
+// accessibility bus, as a screen reader reads them.
+
+namespace {
+
+QString toneOf(const FixtureRequest &request)
+{
+    return QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString();
+}
+
+QString rewriteFor(const QString &tone)
+{
+    return u"A %1 rewrite.\u00a0👍🏽"_s.arg(tone);
+}
+
+FixtureReply streamFor(const FixtureRequest &request)
+{
+    const QJsonObject delta { { u"content"_s, rewriteFor(toneOf(request)) } };
+    const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    reply.body = "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\ndata: [DONE]\n\n";
+    return reply;
+}
+
+} // namespace
+
+class TestPopupKeyboard : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(),
+            "no session bus: run inside scripts/headless-session");
+        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
+        m_server.route("/api/v1/chat/completions", streamFor);
+        QVERIFY(m_atspi.connect());
+    }
+    void cleanup()
+    {
+        m_program.reset();
+        m_server.clearRequests();
+    }
+
+    void keyboardOnly()
+    {
+        open(u"Please rewrite this sentence now."_s);
+        QTRY_COMPARE_WITH_TIMEOUT(completed(), 1, 15000);
+
+        // The keyboard starts on the chosen tone, which says it is the chosen one.
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Natural"_s, 10000);
+        QCOMPARE(m_atspi.checked(u"Natural"_s), std::optional<bool>(true));
+        QCOMPARE(m_atspi.checked(u"Casual"_s), std::optional<bool>(false));
+        QVERIFY2(m_atspi.description(u"Natural"_s).startsWith(u"Selected"_s),
+            qPrintable(m_atspi.description(u"Natural"_s)));
+
+        // Tab walks every tone and button in reading order, and comes round again.
+        for (const QString &next : { u"Casual"_s, u"Professional"_s, u"Punchy"_s, u"Warm"_s, u"Retry"_s,
+                 u"Copy"_s, u"Replace"_s, u"Close"_s, u"Natural"_s }) {
+            keys({ u"Tab"_s });
+            QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), next, 5000);
+        }
+        QCOMPARE(rewrites().size(), 1); // walking asks for nothing
+
+        // Right moves to Casual; Space asks for a casual rewrite, and Casual is the chosen one.
+        keys({ u"Right"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Casual"_s, 5000);
+        keys({ u"space"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 2, 10000);
+        QCOMPARE(toneOf(rewrites().last()), u"casual"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.checked(u"Casual"_s), std::optional<bool>(true), 5000);
+        QCOMPARE(m_atspi.checked(u"Natural"_s), std::optional<bool>(false));
+        QTRY_COMPARE_WITH_TIMEOUT(completed(), 2, 10000);
+
+        // Tab on to Copy, and Return copies the casual rewrite.
+        for (int i = 0; i < 5; ++i)
+            keys({ u"Tab"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Copy"_s, 5000);
+        setClipboard("the user's own clipboard");
+        keys({ u"Return"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(QString::fromUtf8(clipboard()), rewriteFor(u"casual"_s), 5000);
+
+        // Alt+5 asks for a warm rewrite from wherever the keyboard is.
+        keys({ u"alt+5"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
+        QCOMPARE(toneOf(rewrites().last()), u"warm"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Warm"_s, 5000);
+
+        // Escape closes the popup: nothing of it has the keyboard any more.
+        keys({ u"Escape"_s });
+        QTRY_VERIFY_WITH_TIMEOUT(!m_atspi.shows(u"Warm"_s), 5000);
+    }
+
+private:
+    // The text handed over the session bus, as a desktop's own shortcut does.
+    void open(const QString &text)
+    {
+        m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n");
+        QVERIFY(m_program->start());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
+        call << text;
+        QDBusConnection::sessionBus().asyncCall(call);
+    }
+    int completed() const { return int(m_program->log.count(u"🏁 [StreamDelegate] Stream completed"_s)); }
+    QList<FixtureRequest> rewrites() const
+    {
+        QList<FixtureRequest> found = m_server.requests();
+        found.removeIf(
+            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
+        return found;
+    }
+
+    FixtureServer m_server;
+    AtspiClient m_atspi;
+    std::unique_ptr<TessaryProcess> m_program;
+};
+
+QTEST_MAIN(TestPopupKeyboard)
+#include "TestPopupKeyboard.moc"
