@@ -5,6 +5,8 @@
 #include <memory>
 
 class DesktopShortcut;
+class HistoryListModel;
+class HistoryStore;
 class OnboardingModel;
 class Presence;
 class QmlEngine;
@@ -30,6 +32,9 @@ public:
 
     void showSettings();
     void showOnboarding();
+    // The rewrites kept on this machine; without a store the window is not offered.
+    void setHistoryStore(HistoryStore *store) { m_history = store; }
+    void showHistory();
     void windowWillClose(QWindow *window);
     QQuickWindow *settingsWindow() const { return m_settingsWindow.get(); }
     QQuickWindow *onboardingWindow() const { return m_onboardingWindow.get(); }
@@ -39,6 +44,8 @@ public:
 Q_SIGNALS:
     // The settings or onboarding window bound Ctrl+Alt+H in the desktop's settings.
     void desktopShortcutAdded();
+    // "Rewrite again" in the History window.
+    void rewriteRequested(const QString &text);
 
 private:
     QQuickWindow *createWindow(const QString &url, QObject *model);
@@ -50,6 +57,7 @@ private:
     Workspace *m_workspace;
     QmlEngine &m_qml;
     DesktopShortcut *m_desktopShortcut;
+    HistoryStore *m_history = nullptr;
 
     // Shared pointers: they are destroyed where these types are not known.
     std::shared_ptr<Presence> m_presence;
@@ -57,4 +65,6 @@ private:
     std::shared_ptr<QQuickWindow> m_settingsWindow;
     std::shared_ptr<OnboardingModel> m_onboardingModel;
     std::shared_ptr<QQuickWindow> m_onboardingWindow;
+    std::shared_ptr<HistoryListModel> m_historyModel;
+    std::shared_ptr<QQuickWindow> m_historyWindow;
 };

@@ -36,6 +36,7 @@ public:
 Q_SIGNALS:
     void rewriteRequested();
     void settingsRequested();
+    void historyRequested();
     void quitRequested();
 
 protected:

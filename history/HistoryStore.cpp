@@ -72,6 +72,12 @@ void HistoryStore::add(const HistoryEntry &entry)
     post([entry](HistoryDatabase &database) { database.add(entry); });
 }
 
+void HistoryStore::record(
+    const QString &original, const QString &result, const QString &instruction, const QString &application)
+{
+    add({ 0, original, result, instruction, application, QDateTime::currentDateTimeUtc() });
+}
+
 quint64 HistoryStore::search(const QString &text)
 {
     const quint64 serial = ++m_lastSerial;

@@ -36,6 +36,9 @@ public:
     void setRetentionDays(int days);
 
     void add(const HistoryEntry &entry);
+    // A rewrite that ended just now.
+    void record(const QString &original, const QString &result, const QString &instruction,
+        const QString &application);
     // Entries whose original or result contain `text` (all for an empty one), newest
     // first; answered by found() with the returned serial.
     quint64 search(const QString &text);

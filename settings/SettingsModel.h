@@ -75,6 +75,7 @@ public:
     Q_INVOKABLE void addExample();
     Q_INVOKABLE void checkForUpdates() { Q_EMIT updateCheckRequested(); }
     Q_INVOKABLE void download();
+    Q_INVOKABLE void showHistory() { Q_EMIT historyRequested(); }
 
 Q_SIGNALS:
     void samplesChanged();
@@ -82,6 +83,7 @@ Q_SIGNALS:
     void updateStateChanged();
     void startAtLoginChanged();
     void updateCheckRequested();
+    void historyRequested();
 
 private:
     StorageManager &m_storage;
