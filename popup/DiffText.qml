@@ -5,15 +5,16 @@ import Tessary.Popup
 
 // The rewrite with what it changed marked: added words underlined, dropped words struck
 // through, so the marks read without their colours too; above it, how many words changed.
-ColumnLayout {
+Item {
     id: diffText
     required property string original
     required property string result
     property bool partial: false
+    property real padding: 0
     readonly property string summary: marks.summary
     readonly property bool current: marks.current
 
-    spacing: 6
+    implicitHeight: column.implicitHeight + 2 * padding
 
     DiffMarks {
         id: marks
@@ -25,28 +26,37 @@ ColumnLayout {
         deletedColor: Theme.red
     }
 
-    Text {
-        objectName: "diffSummary"
-        Layout.fillWidth: true
-        text: marks.summary
-        font.family: Theme.fontFamily
-        font.pixelSize: 11
-        color: Theme.secondary
-        Accessible.role: Accessible.StaticText
-        Accessible.name: text
-    }
-    Text {
-        objectName: "diffText"
-        Layout.fillWidth: true
-        text: marks.markup
-        textFormat: Text.StyledText
-        wrapMode: Text.Wrap
-        font.family: Theme.fontFamily
-        font.pixelSize: 13
-        lineHeight: 1.2
-        color: Theme.primary
-        Accessible.role: Accessible.StaticText
-        Accessible.name: qsTr("Stylized text with changes marked")
-        Accessible.description: marks.summary
+    ColumnLayout {
+        id: column
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.margins: diffText.padding
+        spacing: 6
+
+        Text {
+            objectName: "diffSummary"
+            Layout.fillWidth: true
+            text: marks.summary
+            font.family: Theme.fontFamily
+            font.pixelSize: 11
+            color: Theme.secondary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+        Text {
+            objectName: "diffText"
+            Layout.fillWidth: true
+            text: marks.markup
+            textFormat: Text.StyledText
+            wrapMode: Text.Wrap
+            font.family: Theme.fontFamily
+            font.pixelSize: 13
+            lineHeight: 1.2
+            color: Theme.primary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: qsTr("Stylized text with changes marked")
+            Accessible.description: marks.summary
+        }
     }
 }

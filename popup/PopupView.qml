@@ -12,6 +12,7 @@ FocusScope {
     required property PopupViewModel viewModel
     property bool copied: false
     property int copiedFor: 1800 // ms that Copy reads "Copied!" after a click
+    property bool showChanges: false
     readonly property bool isLoading: viewModel.busy
 
     signal closeRequested
@@ -35,6 +36,10 @@ FocusScope {
     Shortcut {
         sequence: "Escape"
         onActivated: view.closeRequested()
+    }
+    Shortcut {
+        sequence: "Ctrl+D"
+        onActivated: view.showChanges = !view.showChanges
     }
     Shortcut {
         sequences: ["Ctrl+Return", "Ctrl+Enter"]
@@ -249,6 +254,11 @@ FocusScope {
                         SectionLabel {
                             text: qsTr("Stylized")
                         }
+                        ChangesToggle {
+                            objectName: "showChanges"
+                            checked: view.showChanges
+                            onToggled: view.showChanges = checked
+                        }
                         Rectangle {
                             id: resultArea
                             objectName: "resultArea"
@@ -263,7 +273,7 @@ FocusScope {
                             readonly property Item resultLayer: viewState === PopupViewModel.Error
                                                                 || viewState === PopupViewModel.Notice ? errorLayer
                                                               : viewState === PopupViewModel.Loading ? loadingLayer
-                                                              : resultEdit
+                                                              : view.showChanges ? changesLayer : resultEdit
 
                             Column {
                                 id: loadingLayer
@@ -376,6 +386,18 @@ FocusScope {
                                             view.viewModel.replace();
                                     }
                                 }
+                            }
+                            DiffText {
+                                id: changesLayer
+                                objectName: "changesLayer"
+                                visible: resultArea.resultLayer === this
+                                anchors.left: parent.left
+                                anchors.right: parent.right
+                                anchors.top: parent.top
+                                padding: 12
+                                original: view.viewModel.originalText
+                                result: visible ? view.viewModel.resultText : ""
+                                partial: view.viewModel.busy
                             }
                             StreamedText {
                                 id: feed
