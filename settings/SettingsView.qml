@@ -117,6 +117,14 @@ Window {
 
                     Divider {}
 
+                    SectionLabel { text: qsTr("Instructions") }
+                    InstructionsSection {
+                        Layout.fillWidth: true
+                        model: root.model
+                    }
+
+                    Divider {}
+
                     SectionLabel { text: qsTr("History") }
                     HistorySection {
                         Layout.fillWidth: true
