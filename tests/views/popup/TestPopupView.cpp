@@ -201,14 +201,14 @@ private Q_SLOTS:
             else
                 click(item("showChanges"));
         };
-        m_rewriter.token(u"See you "_s);
+        m_desk->rewriter.token(u"See you "_s);
         toggle();
         QQuickItem *changes = item("changesLayer");
         QTRY_VERIFY(changes->isVisible());
         QVERIFY(!item("resultText")->isVisible());
         QVERIFY(item("showChanges")->property("checked").toBool());
-        m_rewriter.token(u"tomorrow"_s);
-        m_rewriter.complete();
+        m_desk->rewriter.token(u"tomorrow"_s);
+        m_desk->rewriter.complete();
         // see → See counts one; the four words that gave way to "tomorrow", four.
         QTRY_COMPARE(changes->property("summary").toString(), u"5 words changed"_s);
         toggle();
