@@ -81,5 +81,7 @@ void AppDelegate::setupTray()
         Qt::QueuedConnection);
     connect(m_tray.get(), &TrayMenu::settingsRequested, &m_parts.windows, &AppWindows::showSettings,
         Qt::QueuedConnection);
+    connect(m_tray.get(), &TrayMenu::historyRequested, &m_parts.windows, &AppWindows::showHistory,
+        Qt::QueuedConnection);
     connect(m_tray.get(), &TrayMenu::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }

@@ -1,5 +1,6 @@
 #include "AppWindows.h"
 
+#include "HistoryListModel.h"
 #include "OnboardingModel.h"
 #include "OwnWindow.h"
 #include "Presence.h"
@@ -21,6 +22,7 @@
 
 Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
 Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_HistoryPlugin)
 
 Q_LOGGING_CATEGORY(lcWindows, "tessary.windows", QtInfoMsg)
 
@@ -103,6 +105,8 @@ void AppWindows::showSettings()
         m_settingsModel = std::make_shared<SettingsModel>(m_storage, m_desktopShortcut);
         connect(m_settingsModel->shortcutSetup(), &ShortcutSetup::shortcutAdded, this,
             &AppWindows::desktopShortcutAdded);
+        connect(m_settingsModel.get(), &SettingsModel::historyRequested, this, &AppWindows::showHistory,
+            Qt::QueuedConnection);
         connect(m_settingsModel.get(), &SettingsModel::updateCheckRequested, this,
             [this] { m_updateService.checkForUpdates(false); });
         const auto publish = [this] {
@@ -149,6 +153,25 @@ void AppWindows::showOnboarding()
     showWindow(m_onboardingWindow.get());
 }
 
+void AppWindows::showHistory()
+{
+    if (!m_history)
+        return;
+    presence().setRegular();
+    if (!m_historyWindow) {
+        m_historyModel = std::make_shared<HistoryListModel>(*m_history);
+        connect(m_historyModel.get(), &HistoryListModel::rewriteRequested, this,
+            [this](const QString &original) { Q_EMIT rewriteRequested(original); });
+        m_historyWindow.reset(
+            createWindow(u"qrc:/qt/qml/Tessary/History/HistoryView.qml"_s, m_historyModel.get()));
+        if (!m_historyWindow)
+            return;
+    } else {
+        m_historyModel->refresh();
+    }
+    showWindow(m_historyWindow.get());
+}
+
 void AppWindows::onboardingCompleted()
 {
     // Dropped before it closes, so its closing does not schedule a second hide that
@@ -180,6 +203,6 @@ void AppWindows::windowWillClose(QWindow *window)
     };
     if (window == m_settingsWindow.get())
         goAccessory();
-    if (window == m_onboardingWindow.get())
+    if (window == m_onboardingWindow.get() || window == m_historyWindow.get())
         goAccessory();
 }

@@ -6,6 +6,8 @@
 
 class Accessibility;
 class DesktopShortcut;
+class HistoryListModel;
+class HistoryStore;
 class OnboardingModel;
 class Presence;
 class QmlEngine;
@@ -35,6 +37,9 @@ public:
     void setTrayShown(bool shown) { m_trayShown = shown; }
     void showSettings();
     void showOnboarding();
+    // The rewrites kept on this machine; without a store the window is not offered.
+    void setHistoryStore(HistoryStore *store) { m_history = store; }
+    void showHistory();
     void windowWillClose(QWindow *window);
     QQuickWindow *settingsWindow() const { return m_settingsWindow.get(); }
     QQuickWindow *onboardingWindow() const { return m_onboardingWindow.get(); }
@@ -44,6 +49,8 @@ public:
 Q_SIGNALS:
     // The settings or onboarding window bound Ctrl+Alt+H in the desktop's settings.
     void desktopShortcutAdded();
+    // "Rewrite again" in the History window.
+    void rewriteRequested(const QString &text);
 
 private:
     QQuickWindow *createWindow(const QString &url, QObject *model);
@@ -57,6 +64,7 @@ private:
     DesktopShortcut *m_desktopShortcut;
     Accessibility *m_accessibility = nullptr;
     bool m_trayShown = true;
+    HistoryStore *m_history = nullptr;
 
     // Shared pointers: they are destroyed where these types are not known.
     std::shared_ptr<Presence> m_presence;
@@ -64,4 +72,6 @@ private:
     std::shared_ptr<QQuickWindow> m_settingsWindow;
     std::shared_ptr<OnboardingModel> m_onboardingModel;
     std::shared_ptr<QQuickWindow> m_onboardingWindow;
+    std::shared_ptr<HistoryListModel> m_historyModel;
+    std::shared_ptr<QQuickWindow> m_historyWindow;
 };

@@ -65,6 +65,7 @@ void TrayMenu::rebuild()
     }
     connect(update, &QAction::triggered, this, &TrayMenu::checkForUpdates);
 
+    connect(menu->addAction(u"History…"_s), &QAction::triggered, this, &TrayMenu::historyRequested);
     QAction *settings = menu->addAction(u"Settings…"_s);
     // Shown for the user; they work while the menu is open.
     settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));

@@ -39,6 +39,7 @@ public:
 Q_SIGNALS:
     void rewriteRequested();
     void settingsRequested();
+    void historyRequested();
     void quitRequested();
 
 protected:

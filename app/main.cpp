@@ -4,6 +4,7 @@
 #include "BuildInfo.h"
 #include "CommandLine.h"
 #include "DBusService.h"
+#include "HistoryStore.h"
 #include "HumanizeService.h"
 #include "KeyStore.h"
 #include "Log.h"
@@ -63,8 +64,18 @@ int main(int argc, char *argv[])
     QmlEngine qml; // popups, settings and onboarding: one engine, made with the first window
     RewriteSessions sessions({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
     Shortcut shortcut(platform.keyboardGrab.get());
+    // Rewrites kept on this machine, as long as the user keeps them.
+    HistoryStore history(HistoryStore::defaultFilePath());
+    const auto followSettings = [&] {
+        history.setEnabled(storage.historyEnabled());
+        history.setRetentionDays(storage.historyDays());
+    };
+    followSettings();
+    QObject::connect(&storage, &StorageManager::historyEnabledChanged, &history, followSettings);
+    QObject::connect(&storage, &StorageManager::historyDaysChanged, &history, followSettings);
     AppWindows windows(storage, updates, platform.workspace.get(), qml, platform.desktopShortcut.get());
     windows.setAccessibility(platform.accessibility.get());
+    windows.setHistoryStore(&history);
     AppDelegate delegate({ windows, shortcut, sessions, updates, storage });
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);
@@ -73,6 +84,9 @@ int main(int argc, char *argv[])
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
     QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(&dbus, &DBusService::settingsRequested, &windows, &AppWindows::showSettings);
+    QObject::connect(
+        &windows, &AppWindows::rewriteRequested, &sessions, &RewriteSessions::humanizeSelectedText);
+    QObject::connect(&sessions, &RewriteSessions::rewriteFinished, &history, &HistoryStore::record);
     delegate.applicationDidFinishLaunching(commandLine.action == CommandLine::Action::ShowSettings);
     return QApplication::exec();
 }

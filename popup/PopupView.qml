@@ -10,6 +10,7 @@ FocusScope {
     id: view
 
     required property PopupViewModel viewModel
+    property bool showChanges: false
 
     signal closeRequested
     signal moveRequested
@@ -36,6 +37,10 @@ FocusScope {
     Shortcut {
         sequence: "Escape"
         onActivated: view.closeRequested()
+    }
+    Shortcut {
+        sequence: "Ctrl+D"
+        onActivated: view.showChanges = !view.showChanges
     }
     Shortcut {
         sequences: ["Ctrl+Return", "Ctrl+Enter"]
@@ -137,10 +142,16 @@ FocusScope {
                         SectionLabel {
                             text: qsTr("Stylized")
                         }
+                        ChangesToggle {
+                            objectName: "showChanges"
+                            checked: view.showChanges
+                            onToggled: view.showChanges = checked
+                        }
                         ResultArea {
                             objectName: "resultArea"
                             Layout.fillWidth: true
                             viewModel: view.viewModel
+                            showChanges: view.showChanges
                         }
                         ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
                         Text {

@@ -8,11 +8,13 @@ Rectangle {
     id: resultArea
 
     required property PopupViewModel viewModel
+    // The rewrite with its differences from the original marked, instead of plain.
+    property bool showChanges: false
     readonly property int viewState: viewModel.state
     readonly property Item resultLayer: viewState === PopupViewModel.Error
                                         || viewState === PopupViewModel.Notice ? errorLayer
                                       : viewState === PopupViewModel.Loading ? loadingLayer
-                                      : resultEdit
+                                      : showChanges ? changesLayer : resultEdit
 
     implicitHeight: Math.max(120, resultLayer.implicitHeight)
     radius: 10
@@ -88,6 +90,18 @@ Rectangle {
                     resultArea.viewModel.replace();
             }
         }
+    }
+    DiffText {
+        id: changesLayer
+        objectName: "changesLayer"
+        visible: resultArea.resultLayer === this
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        padding: 12
+        original: resultArea.viewModel.originalText
+        result: visible ? resultArea.viewModel.resultText : ""
+        partial: resultArea.viewModel.busy
     }
     StreamedText {
         objectName: "resultFeed"

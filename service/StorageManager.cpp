@@ -31,6 +31,10 @@ const auto providerKey = u"provider"_s;
 const auto modelBaseKey = u"model_base"_s;
 const auto modelKeyKey = u"model_key"_s;
 const auto modelNameKey = u"model"_s;
+const auto historyEnabledKey = u"history_enabled"_s;
+const auto historyDaysKey = u"history_days"_s;
+const auto showChangesKey = u"show_changes"_s;
+const auto savedInstructionsKey = u"saved_instructions"_s;
 
 // As stored: words, so the file reads plainly and a value from a newer release that we
 // do not know falls back to the default service.
@@ -110,6 +114,15 @@ void makePrivate(const QString &filePath)
         qCWarning(lcStorage) << "cannot create settings file" << filePath << file.errorString();
 }
 
+// A whole number of days in the range the settings offer; the default otherwise.
+int readDays(const QSettings &settings, const QString &key)
+{
+    bool ok = false;
+    const int days = settings.value(key).toString().toInt(&ok);
+    return ok && days >= 1 && days <= StorageManager::maxHistoryDays ? days
+                                                                     : StorageManager::defaultHistoryDays;
+}
+
 } // namespace
 
 StorageManager::StorageManager(const QString &filePath, const QString &defaultApiBase, QObject *parent)
@@ -134,6 +147,10 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
     , m_modelKey(modelKeyKey, readKey(m_defaults, modelKeyKey), keys,
           [this](const QVariant &value) { store(modelKeyKey, value); })
     , m_model(readString(m_defaults, modelNameKey))
+    , m_historyEnabled(!m_defaults.contains(historyEnabledKey) || readBool(m_defaults, historyEnabledKey))
+    , m_historyDays(readDays(m_defaults, historyDaysKey))
+    , m_showChanges(readBool(m_defaults, showChangesKey))
+    , m_savedInstructions(readStringList(m_defaults, savedInstructionsKey))
 {
     // QSettings would write itself out at the next turn of the event loop, a file write
     // per keystroke; the timer writes instead.
@@ -301,6 +318,43 @@ void StorageManager::setUpdateCheckEnabled(bool enabled)
     m_updateCheckEnabled = enabled;
     store(updateCheckEnabledKey, enabled);
     Q_EMIT updateCheckEnabledChanged();
+}
+
+void StorageManager::setHistoryEnabled(bool enabled)
+{
+    if (m_historyEnabled == enabled)
+        return;
+    m_historyEnabled = enabled;
+    store(historyEnabledKey, enabled);
+    Q_EMIT historyEnabledChanged();
+}
+
+void StorageManager::setHistoryDays(int days)
+{
+    days = std::clamp(days, 1, maxHistoryDays);
+    if (m_historyDays == days)
+        return;
+    m_historyDays = days;
+    store(historyDaysKey, days);
+    Q_EMIT historyDaysChanged();
+}
+
+void StorageManager::setShowChanges(bool show)
+{
+    if (m_showChanges == show)
+        return;
+    m_showChanges = show;
+    store(showChangesKey, show);
+    Q_EMIT showChangesChanged();
+}
+
+void StorageManager::setSavedInstructions(const QStringList &instructions)
+{
+    if (m_savedInstructions == instructions)
+        return;
+    m_savedInstructions = instructions;
+    store(savedInstructionsKey, instructions);
+    Q_EMIT savedInstructionsChanged();
 }
 
 void StorageManager::setOnboardingFinished()

@@ -44,12 +44,23 @@ class StorageManager : public QObject
     Q_PROPERTY(bool keysLoaded READ keysLoaded NOTIFY keysLoadedChanged)
     // True when no keyring answers and the keys are kept in the settings file.
     Q_PROPERTY(bool keysInSettingsFile READ keysInSettingsFile NOTIFY keysInSettingsFileChanged)
+    // Rewrites are kept on this machine, for historyDays days.
+    Q_PROPERTY(bool historyEnabled READ historyEnabled WRITE setHistoryEnabled NOTIFY historyEnabledChanged)
+    Q_PROPERTY(int historyDays READ historyDays WRITE setHistoryDays NOTIFY historyDaysChanged)
+    // The popup marks what the rewrite changed.
+    Q_PROPERTY(bool showChanges READ showChanges WRITE setShowChanges NOTIFY showChangesChanged)
+    // Instructions the user wrote once to give again ("shorter", "in German").
+    Q_PROPERTY(QStringList savedInstructions READ savedInstructions WRITE setSavedInstructions NOTIFY
+            savedInstructionsChanged)
     // False while a key is on its way to the keyring.
     Q_PROPERTY(bool keysSaved READ keysSaved NOTIFY keysSavedChanged)
 
 public:
     enum class Provider { TessaryService, LocalModel, ModelService };
     Q_ENUM(Provider)
+
+    static constexpr int defaultHistoryDays = 30;
+    static constexpr int maxHistoryDays = 3650;
 
     // A store whose keys live in the settings file.
     StorageManager(const QString &filePath, const QString &defaultApiBase, QObject *parent = nullptr);
@@ -86,6 +97,14 @@ public:
     QString model() const { return m_model; }
     void setModel(const QString &model);
     bool serviceUsable() const;
+    bool historyEnabled() const { return m_historyEnabled; }
+    void setHistoryEnabled(bool enabled);
+    int historyDays() const { return m_historyDays; }
+    void setHistoryDays(int days);
+    bool showChanges() const { return m_showChanges; }
+    void setShowChanges(bool show);
+    QStringList savedInstructions() const { return m_savedInstructions; }
+    void setSavedInstructions(const QStringList &instructions);
     bool keysLoaded() const { return m_apiKey.loaded() && m_modelKey.loaded(); }
     bool keysInSettingsFile() const;
     bool keysSaved() const { return m_apiKey.saved() && m_modelKey.saved(); }
@@ -114,6 +133,10 @@ Q_SIGNALS:
     void keysLoadedChanged();
     void keysInSettingsFileChanged();
     void keysSavedChanged();
+    void historyEnabledChanged();
+    void historyDaysChanged();
+    void showChangesChanged();
+    void savedInstructionsChanged();
 
 private:
     void store(const QString &key, const QVariant &value);
@@ -135,4 +158,8 @@ private:
     QString m_modelBase;
     StoredSecret m_modelKey;
     QString m_model;
+    bool m_historyEnabled = true;
+    int m_historyDays = defaultHistoryDays;
+    bool m_showChanges = false;
+    QStringList m_savedInstructions;
 };

@@ -119,6 +119,30 @@ void SettingsModel::addExample()
     m_storage.setExamples(m_storage.examples() << QString());
 }
 
+void SettingsModel::setInstruction(int index, const QString &text)
+{
+    QStringList instructions = m_storage.savedInstructions();
+    // As with samples: a row that has just gone must not write into the one after it.
+    if (index < 0 || index >= instructions.size() || instructions.at(index) == text)
+        return;
+    instructions[index] = text;
+    m_storage.setSavedInstructions(instructions);
+}
+
+void SettingsModel::removeInstruction(int index)
+{
+    QStringList instructions = m_storage.savedInstructions();
+    if (index < 0 || index >= instructions.size())
+        return;
+    instructions.removeAt(index);
+    m_storage.setSavedInstructions(instructions);
+}
+
+void SettingsModel::addInstruction()
+{
+    m_storage.setSavedInstructions(m_storage.savedInstructions() << QString());
+}
+
 void SettingsModel::download()
 {
     if (!m_release)

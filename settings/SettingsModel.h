@@ -81,6 +81,11 @@ public:
     Q_INVOKABLE void addExample();
     Q_INVOKABLE void checkForUpdates() { Q_EMIT updateCheckRequested(); }
     Q_INVOKABLE void download();
+    Q_INVOKABLE void showHistory() { Q_EMIT historyRequested(); }
+    // The saved instructions, edited by position like the samples.
+    Q_INVOKABLE void setInstruction(int index, const QString &text);
+    Q_INVOKABLE void removeInstruction(int index);
+    Q_INVOKABLE void addInstruction();
 
 Q_SIGNALS:
     void samplesChanged();
@@ -88,6 +93,7 @@ Q_SIGNALS:
     void updateStateChanged();
     void startAtLoginChanged();
     void updateCheckRequested();
+    void historyRequested();
 
 private:
     StorageManager &m_storage;

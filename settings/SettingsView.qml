@@ -118,6 +118,22 @@ Window {
 
                     Divider {}
 
+                    SectionLabel { text: qsTr("Instructions") }
+                    InstructionsSection {
+                        Layout.fillWidth: true
+                        model: root.model
+                    }
+
+                    Divider {}
+
+                    SectionLabel { text: qsTr("History") }
+                    HistorySection {
+                        Layout.fillWidth: true
+                        model: root.model
+                    }
+
+                    Divider {}
+
                     SectionLabel { text: qsTr("Startup") }
                     SettingsSwitch {
                         objectName: "startAtLogin"

@@ -1,7 +1,10 @@
-// tessary-gallery OUTDIR: renders the settings window (with an update known) and every
-// onboarding page, light and dark, into PNG files for the documentation and the demo.
+// tessary-gallery OUTDIR: renders the settings window (with an update known), every
+// onboarding page, the History window and a rewrite with its changes marked, light and
+// dark, into PNG files for the documentation and the demo.
 
 #include "FixtureServer.h"
+#include "HistoryListModel.h"
+#include "HistoryStore.h"
 #include "OnboardingModel.h"
 #include "Rewriter.h"
 #include "SettingsModel.h"
@@ -14,16 +17,20 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
+#include <array>
 #include <cstdio>
 #include <memory>
 
 Q_IMPORT_QML_PLUGIN(Tessary_UiPlugin)
 Q_IMPORT_QML_PLUGIN(Tessary_SettingsPlugin)
 Q_IMPORT_QML_PLUGIN(Tessary_OnboardingPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_HistoryPlugin)
+Q_IMPORT_QML_PLUGIN(Tessary_PopupPlugin)
 
 using namespace Qt::StringLiterals;
 
@@ -88,6 +95,58 @@ void shoot(QQuickWindow &window, const QString &path, int settleMs)
         std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
     else
         std::printf("%s\n", qPrintable(path));
+}
+
+// A rewrite with what it changed marked, as the popup shows it with Show changes on.
+void shootChanges(QQmlEngine &engine, const QString &path)
+{
+    QQmlComponent component(&engine);
+    component.setData(R"(
+        import QtQuick
+        import Tessary.Ui
+        import Tessary.Popup
+        Window {
+            width: 360; height: 190; color: Theme.background
+            DiffText {
+                anchors.fill: parent; anchors.margins: 16
+                original: "hey, the meeting got moved to thurs, can u let the team know? thx"
+                result: "Hi — the meeting has moved to Thursday. Could you let the team know? Thanks!"
+            }
+        })",
+        QUrl(u"qrc:/gallery/changes.qml"_s));
+    std::unique_ptr<QQuickWindow> window(qobject_cast<QQuickWindow *>(component.create()));
+    if (!window) {
+        std::fprintf(stderr, "%s\n", qPrintable(component.errorString()));
+        return;
+    }
+    shoot(*window, path, 500);
+}
+
+// The History window with a few rewrites of a morning.
+void shootHistory(QQmlEngine &engine, const QString &dir, const QString &path)
+{
+    HistoryStore store(dir + u"/history.sqlite"_s);
+    QSignalSpy added(&store, &HistoryStore::added);
+    const QList<std::array<QString, 4>> rewrites {
+        { u"pls send the report by fri"_s, u"Could you send the report by Friday, please?"_s,
+            u"professional"_s, u"Thunderbird"_s },
+        { u"the meeting moved to 3"_s, u"Heads up: the meeting is now at three."_s, u"casual"_s, u"Slack"_s },
+        { u"thx for the notes, will fix"_s, u"Thanks for the notes — I'll fix those today."_s, u"warm"_s,
+            u"Mousepad"_s },
+    };
+    int minutes = 90;
+    for (const auto &[original, result, tone, application] : rewrites) {
+        store.add({ 0, original, result, tone, application,
+            QDateTime::currentDateTimeUtc().addSecs(-60 * minutes) });
+        minutes -= 35;
+    }
+    while (added.size() < rewrites.size() && added.wait(5000)) { }
+    HistoryListModel model(store);
+    auto window = load(engine, u"qrc:/qt/qml/Tessary/History/HistoryView.qml"_s,
+        { { u"model"_s, QVariant::fromValue(&model) } });
+    window->resize(520, 440);
+    shoot(*window, path, 600);
+    window->close();
 }
 
 } // namespace
@@ -156,6 +215,9 @@ int main(int argc, char *argv[])
         shoot(*modelWindow, out.filePath(u"settings-model-%1.png"_s.arg(scheme)), 900);
         modelWindow->close();
         storage.setProvider(StorageManager::Provider::TessaryService);
+
+        shootChanges(engine, out.filePath(u"changes-%1.png"_s.arg(scheme)));
+        shootHistory(engine, home.path(), out.filePath(u"history-%1.png"_s.arg(scheme)));
 
         // The last page differs while no key is stored: show both.
         for (const bool withKey : { true, false }) {

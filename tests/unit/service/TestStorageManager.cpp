@@ -214,6 +214,56 @@ private Q_SLOTS:
         QCOMPARE(storage.apiKey(), storedKey); // the token is never shown or stored as the key
     }
 
+    // The history is kept unless the user said otherwise, for a number of days in range;
+    // the popup's Show changes and the saved instructions come back as they were left.
+    void historyAndPopupChoices_data()
+    {
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<bool>("historyEnabled");
+        QTest::addColumn<int>("historyDays");
+        QTest::addColumn<bool>("showChanges");
+        QTest::addColumn<QStringList>("instructions");
+
+        QTest::newRow("nothing stored") << QByteArray() << true << 30 << false << QStringList {};
+        QTest::newRow("all stored") << QByteArray(
+            "[General]\nhistory_enabled=false\nhistory_days=7\n"
+            "show_changes=true\nsaved_instructions=shorter, in German\n")
+                                    << false << 7 << true << QStringList { u"shorter"_s, u"in German"_s };
+        QTest::newRow("one instruction") << QByteArray("[General]\nsaved_instructions=shorter\n") << true
+                                         << 30 << false << QStringList { u"shorter"_s };
+        QTest::newRow("days out of range")
+            << QByteArray("[General]\nhistory_days=0\n") << true << 30 << false << QStringList {};
+        QTest::newRow("days not a number")
+            << QByteArray("[General]\nhistory_days=week\n") << true << 30 << false << QStringList {};
+    }
+    void historyAndPopupChoices()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(bool, historyEnabled);
+        QFETCH(int, historyDays);
+        QFETCH(bool, showChanges);
+        QFETCH(QStringList, instructions);
+
+        const QString path = file.isNull() ? m_files.newPath() : m_files.write(file);
+        {
+            StorageManager storage(path, defaultBase);
+            QCOMPARE(storage.historyEnabled(), historyEnabled);
+            QCOMPARE(storage.historyDays(), historyDays);
+            QCOMPARE(storage.showChanges(), showChanges);
+            QCOMPARE(storage.savedInstructions(), instructions);
+            // Changed, and read back by the next run.
+            storage.setHistoryEnabled(!historyEnabled);
+            storage.setHistoryDays(99999);
+            storage.setShowChanges(!showChanges);
+            storage.setSavedInstructions(instructions + QStringList { u"fix grammar only"_s });
+        }
+        StorageManager again(path, defaultBase);
+        QCOMPARE(again.historyEnabled(), !historyEnabled);
+        QCOMPARE(again.historyDays(), StorageManager::maxHistoryDays);
+        QCOMPARE(again.showChanges(), !showChanges);
+        QCOMPARE(again.savedInstructions(), instructions + QStringList { u"fix grammar only"_s });
+    }
+
     void unreadableFileLoadsDefaults()
     {
         if (geteuid() == 0)

@@ -396,6 +396,38 @@ private Q_SLOTS:
         QTest::keyClick(m_popup->window(), Qt::Key_Escape);
         QTRY_VERIFY(!m_popup->window()->isVisible());
     }
+    // Ctrl+D and the toggle switch between the plain result and the one with its changes
+    // marked, also while it streams; the marks follow the stream.
+    void showChanges_data()
+    {
+        QTest::addColumn<bool>("byKey");
+        QTest::newRow("Ctrl+D") << true;
+        QTest::newRow("toggle") << false;
+    }
+    void showChanges()
+    {
+        QFETCH(bool, byKey);
+        open(u"see you tmrw at the office"_s, true);
+        const auto toggle = [&] {
+            if (byKey)
+                QTest::keyClick(m_popup->window(), Qt::Key_D, Qt::ControlModifier);
+            else
+                click(item("showChanges"));
+        };
+        m_desk->rewriter.token(u"See you "_s);
+        toggle();
+        QQuickItem *changes = item("changesLayer");
+        QTRY_VERIFY(changes->isVisible());
+        QVERIFY(!item("resultText")->isVisible());
+        QVERIFY(item("showChanges")->property("checked").toBool());
+        m_desk->rewriter.token(u"tomorrow"_s);
+        m_desk->rewriter.complete();
+        // see → See counts one; the four words that gave way to "tomorrow", four.
+        QTRY_COMPARE(changes->property("summary").toString(), u"5 words changed"_s);
+        toggle();
+        QTRY_VERIFY(item("resultText")->isVisible());
+        QVERIFY(!changes->isVisible());
+    }
     // Ctrl+C copies the part of the result selected, and the popup stays; Copy copies all of
     // it and says so for a while.
     void copying()

@@ -176,6 +176,31 @@ private Q_SLOTS:
         QTRY_COMPARE(view->items(u"sampleEditor"_s).at(1)->property("text").toString(), u"c"_s);
     }
 
+    // Saved instructions: added empty, typed into their own row, removed by position; the
+    // history's switch and days write through.
+    void instructionsAndHistory()
+    {
+        auto view = makeView({});
+        view->storage.setSavedInstructions({ u"shorter"_s });
+        view->click(view->item(u"addInstruction"_s));
+        QCOMPARE(view->storage.savedInstructions(), (QStringList { u"shorter"_s, QString() }));
+        QTRY_COMPARE(view->items(u"instructionEditor"_s).size(), 2);
+        view->items(u"instructionEditor"_s).at(1)->forceActiveFocus();
+        type(view->window.get(), "in German");
+        QCOMPARE(view->storage.savedInstructions(), (QStringList { u"shorter"_s, u"in German"_s }));
+        view->click(view->items(u"removeInstruction"_s).at(0));
+        QCOMPARE(view->storage.savedInstructions(), QStringList { u"in German"_s });
+        QTRY_COMPARE(view->items(u"instructionEditor"_s).at(0)->property("text").toString(), u"in German"_s);
+
+        QSignalSpy history(&view->model, &SettingsModel::historyRequested);
+        view->click(view->item(u"openHistory"_s));
+        QCOMPARE(history.size(), 1);
+        QVERIFY(view->storage.historyEnabled());
+        view->click(view->item(u"historyEnabled"_s));
+        QVERIFY(!view->storage.historyEnabled());
+        QVERIFY(!view->item(u"historyDays"_s)->isEnabled());
+    }
+
     // The update, shortcut, key and toggle controls, on one window.
     void controls()
     {

@@ -56,7 +56,7 @@ void TestTrayMenu::menuAndTooltipFollowTheState()
     BrowserCatcher browser;
 
     TrayMenu tray(updates);
-    const QStringList plain { u"Rewrite as me Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s,
+    const QStringList plain { u"Rewrite as me Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s, u"History…"_s,
         u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
     QCOMPARE(describe(tray.menu()), plain);
 

@@ -1,0 +1,121 @@
+#include "DiffMarks.h"
+
+#include <QPromise>
+#include <QThreadPool>
+
+#include <memory>
+
+namespace {
+constexpr int frameMs = 16;
+} // namespace
+
+DiffMarks::DiffMarks(QObject *parent)
+    : QObject(parent)
+{
+    m_frame.setSingleShot(true);
+    m_frame.setInterval(frameMs);
+    connect(&m_frame, &QTimer::timeout, this, &DiffMarks::start);
+    connect(&m_watcher, &QFutureWatcher<WordDiff::Result>::finished, this, &DiffMarks::finished);
+}
+
+// A comparison still running finishes on its own; nobody reads its answer.
+DiffMarks::~DiffMarks()
+{
+    m_watcher.disconnect(this);
+}
+
+void DiffMarks::setOriginal(const QString &text)
+{
+    if (m_original == text)
+        return;
+    m_original = text;
+    changed();
+}
+
+void DiffMarks::setResult(const QString &text)
+{
+    if (m_result == text)
+        return;
+    m_result = text;
+    changed();
+}
+
+void DiffMarks::setPartial(bool partial)
+{
+    if (m_partial == partial)
+        return;
+    m_partial = partial;
+    changed();
+}
+
+void DiffMarks::setActive(bool active)
+{
+    if (m_active == active)
+        return;
+    m_active = active;
+    changed();
+}
+
+void DiffMarks::setInsertedColor(const QColor &color)
+{
+    if (m_inserted == color)
+        return;
+    m_inserted = color;
+    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    Q_EMIT colorsChanged();
+    Q_EMIT marksChanged();
+}
+
+void DiffMarks::setDeletedColor(const QColor &color)
+{
+    if (m_deleted == color)
+        return;
+    m_deleted = color;
+    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    Q_EMIT colorsChanged();
+    Q_EMIT marksChanged();
+}
+
+QString DiffMarks::summary() const
+{
+    return WordDiff::summary(m_diff);
+}
+
+void DiffMarks::changed()
+{
+    Q_EMIT inputChanged();
+    if (!m_active)
+        return;
+    const bool wasCurrent = isCurrent();
+    m_dirty = true;
+    if (wasCurrent)
+        Q_EMIT marksChanged();
+    if (!m_frame.isActive() && !m_watcher.isRunning())
+        m_frame.start();
+}
+
+void DiffMarks::start()
+{
+    if (!m_dirty || m_watcher.isRunning() || !m_active)
+        return;
+    m_dirty = false;
+    auto promise = std::make_shared<QPromise<WordDiff::Result>>();
+    m_watcher.setFuture(promise->future());
+    promise->start();
+    QThreadPool::globalInstance()->start(
+        [promise, original = m_original, result = m_result, partial = m_partial] {
+            promise->addResult(WordDiff::compare(original, result, partial));
+            promise->finish();
+        });
+}
+
+void DiffMarks::finished()
+{
+    if (m_watcher.future().resultCount() > 0)
+        m_diff = m_watcher.result();
+    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    // Texts that changed meanwhile are compared a frame later.
+    if (m_dirty)
+        m_frame.start();
+    Q_EMIT marksChanged();
+}

@@ -1,0 +1,62 @@
+import QtQuick
+import QtQuick.Layouts
+import Tessary.Ui
+import Tessary.Popup
+
+// The rewrite with what it changed marked: added words underlined, dropped words struck
+// through, so the marks read without their colours too; above it, how many words changed.
+Item {
+    id: diffText
+    required property string original
+    required property string result
+    property bool partial: false
+    property real padding: 0
+    readonly property string summary: marks.summary
+    readonly property bool current: marks.current
+
+    implicitHeight: column.implicitHeight + 2 * padding
+
+    DiffMarks {
+        id: marks
+        original: diffText.original
+        result: diffText.result
+        partial: diffText.partial
+        active: diffText.visible
+        insertedColor: Theme.green
+        deletedColor: Theme.red
+    }
+
+    ColumnLayout {
+        id: column
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.margins: diffText.padding
+        spacing: 6
+
+        Text {
+            objectName: "diffSummary"
+            Layout.fillWidth: true
+            text: marks.summary
+            font.family: Theme.fontFamily
+            font.pixelSize: 11
+            color: Theme.secondary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
+        Text {
+            objectName: "diffText"
+            Layout.fillWidth: true
+            text: marks.markup
+            textFormat: Text.StyledText
+            wrapMode: Text.Wrap
+            font.family: Theme.fontFamily
+            font.pixelSize: 13
+            lineHeight: 1.2
+            color: Theme.primary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: qsTr("Stylized text with changes marked")
+            Accessible.description: marks.summary
+        }
+    }
+}
