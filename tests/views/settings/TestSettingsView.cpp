@@ -325,8 +325,7 @@ private Q_SLOTS:
             << u"providerService"_s << u"An OpenAI-compatible service"_s << u"service chosen"_s;
         QTest::newRow("a switch") << u"autoCheck"_s << u"Check for updates automatically"_s
                                   << u"updates off"_s;
-        QTest::newRow("Check for Updates")
-            << u"checkForUpdates"_s << u"Check for Updates"_s << u"check asked"_s;
+        QTest::newRow("Check now") << u"checkForUpdates"_s << u"Check now"_s << u"check asked"_s;
         QTest::newRow("Add sample") << u"addSample"_s << u"Add sample"_s << u"sample added"_s;
         QTest::newRow("Remove sample") << u"removeSample"_s << u"Remove sample 1"_s << u"sample removed"_s;
         QTest::newRow("Search again") << u"searchAgain"_s << u"Search again"_s << u"searching"_s;
