@@ -154,6 +154,19 @@ FocusScope {
                             showChanges: view.showChanges
                         }
                         ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
+                        // The rewrite came back in another script than the text: Retry is the fix.
+                        Text {
+                            objectName: "languageNote"
+                            Layout.fillWidth: true
+                            visible: text.length > 0
+                            text: view.viewModel.languageNote
+                            font.family: Theme.fontFamily
+                            font.pixelSize: 11
+                            color: Theme.secondary
+                            wrapMode: Text.Wrap
+                            Accessible.role: Accessible.StaticText
+                            Accessible.name: text
+                        }
                         Text {
                             objectName: "note"
                             Layout.fillWidth: true
