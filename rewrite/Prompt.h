@@ -5,6 +5,12 @@
 #include <QString>
 #include <QStringList>
 
+// What both programs agree on about a rewrite request. The instruction Tessary puts before
+// the user's text in its one user message: the service takes the text as what follows it.
+inline constexpr char16_t rewriteInstruction[] = u"Rewrite this in my voice:\n\n";
+// Characters of writing samples one prompt carries by default, the newest kept.
+inline constexpr int defaultSampleBudget = 6000;
+
 // The samples that fit into `budget` characters, newest first in priority, returned in
 // their original order (the newest last). A newest sample longer than the whole budget
 // is cut to fit.

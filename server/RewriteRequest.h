@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Prompt.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -20,9 +22,6 @@ struct RequestParse
     std::optional<RewriteRequest> request;
     QString error; // why the body was refused, for the client
 };
-
-// The instruction Tessary puts before the user's text in its one user message.
-inline constexpr char16_t rewriteInstruction[] = u"Rewrite this in my voice:\n\n";
 
 // Reads a completion request body: {"stream", "examples", "tone", "messages"}, and an
 // optional "instruction".

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Prompt.h"
+
 #include <QByteArrayView>
 #include <QSet>
 #include <QString>
@@ -19,7 +21,7 @@ struct ServerConfig
     int port = 8787;
     QString clientToken; // what Tessary must send; filled from the token file when unset
     bool noClientToken = false; // only ever on a loopback address: every local client is let in
-    int sampleBudget = 6000; // characters of writing samples put into one prompt
+    int sampleBudget = defaultSampleBudget; // characters of writing samples put into one prompt
     qint64 maxBodyBytes = 512 * 1024;
     int maxHeaderBytes = 16 * 1024;
     int maxStreams = 256; // rewrites streamed at the same time

@@ -4,6 +4,7 @@
 #include "FailureAdvice.h"
 #include "Log.h"
 #include "ModelClient.h"
+#include "Prompt.h"
 #include "StorageManager.h"
 #include "StreamDelegate.h"
 
@@ -80,7 +81,7 @@ std::shared_ptr<RewriteRequest> HumanizeService::humanize(
     }
 
     const QJsonObject message { { u"role"_s, u"user"_s },
-        { u"content"_s, u"Rewrite this in my voice:\n\n"_s + text } };
+        { u"content"_s, QString::fromUtf16(rewriteInstruction) + text } };
     QJsonObject body { { u"stream"_s, true },
         { u"examples"_s, QJsonArray::fromStringList(m_storage.examples()) }, { u"tone"_s, tone },
         { u"messages"_s, QJsonArray { message } } };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Failure.h"
+#include "Prompt.h"
 
 #include <QByteArray>
 #include <QNetworkRequest>
@@ -24,7 +25,7 @@ public:
     };
 
     // Characters of writing samples put into one prompt, newest kept; as the server does.
-    static constexpr int sampleBudget = 6000;
+    static constexpr int sampleBudget = defaultSampleBudget;
 
     explicit ModelClient(const StorageManager &storage);
 
