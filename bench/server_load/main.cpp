@@ -45,6 +45,11 @@ constexpr int warmUpFragments = 5;
 constexpr double p99TargetMs = 2.0;
 constexpr double rssTargetMb = 60.0;
 constexpr int proxiedStreams = 1000;
+// A model server batching a thousand requests gives each far fewer tokens a second than
+// one alone; 100 ms apart is 10,000 fragments a second in all, which the two cores this
+// is built on can carry beside the load generator, the stand-in, the proxy and both
+// instances. At 20 ms apart the machine itself saturates and the figure measures that.
+constexpr auto proxiedFragmentInterval = 100ms;
 constexpr double proxiedP99TargetMs = 5.0;
 
 qint64 nowNs()
@@ -64,8 +69,10 @@ struct Connection
 {
     int socket = -1;
     bool sent = false;
-    std::string received;
+    std::string received; // from the start of the line not yet complete
     size_t lineStart = 0;
+    bool readAny = false;
+    bool answeredOk = false;
     bool sawDone = false;
     std::vector<qint64> latencies;
 };
@@ -93,7 +100,10 @@ void readLines(Connection &connection, qint64 arrived)
 
 // All clients on one thread with epoll, so the load generator itself needs few context
 // switches and what is measured is mostly the servers'.
-Phase runPhase(int port, const std::string &path, const std::string &token, int streams = ::streams)
+// The streams are opened evenly over `spread`, as requests of many people arrive, rather
+// than all in the same millisecond, which keeps every fragment of every stream in step.
+Phase runPhase(int port, const std::string &path, const std::string &token, int streams = ::streams,
+    std::chrono::milliseconds spread = 0ms)
 {
     const std::string body
         = QJsonDocument(QJsonObject {
@@ -118,24 +128,29 @@ Phase runPhase(int port, const std::string &path, const std::string &token, int 
     address.sin_port = htons(uint16_t(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const auto began = std::chrono::steady_clock::now();
-    for (int i = 0; i < streams; ++i) {
-        Connection &connection = connections[size_t(i)];
-        connection.socket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        const int on = 1;
-        setsockopt(connection.socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        connect(connection.socket, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-        epoll_event event {};
-        event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP;
-        event.data.u32 = uint32_t(i);
-        epoll_ctl(epoll, EPOLL_CTL_ADD, connection.socket, &event);
-    }
+    int opened = 0;
+    const auto openDue = [&] {
+        for (; opened < streams && began + spread * opened / streams <= std::chrono::steady_clock::now();
+             ++opened) {
+            Connection &connection = connections[size_t(opened)];
+            connection.socket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            const int on = 1;
+            setsockopt(connection.socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            connect(connection.socket, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+            epoll_event event {};
+            event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP;
+            event.data.u32 = uint32_t(opened);
+            epoll_ctl(epoll, EPOLL_CTL_ADD, connection.socket, &event);
+        }
+    };
 
     int open = streams;
     const auto deadline = began + 60s;
     epoll_event events[1024];
     char buffer[16384];
     while (open > 0 && std::chrono::steady_clock::now() < deadline) {
-        const int count = epoll_wait(epoll, events, 1024, 100);
+        openDue();
+        const int count = epoll_wait(epoll, events, 1024, opened < streams ? 1 : 100);
         for (int e = 0; e < count; ++e) {
             Connection &connection = connections[events[e].data.u32];
             if (connection.socket < 0)
@@ -152,8 +167,17 @@ Phase runPhase(int port, const std::string &path, const std::string &token, int 
             for (;;) {
                 const ssize_t n = recv(connection.socket, buffer, sizeof buffer, 0);
                 if (n > 0) {
+                    const qint64 arrived = nowNs();
+                    if (!connection.readAny)
+                        connection.answeredOk
+                            = std::string_view(buffer, size_t(n)).starts_with("HTTP/1.1 200");
+                    connection.readAny = true;
                     connection.received.append(buffer, size_t(n));
-                    readLines(connection, nowNs());
+                    readLines(connection, arrived);
+                    // What was read is dropped, so the buffer stays small and allocation
+                    // in this thread does not contend with the stand-in's threads.
+                    connection.received.erase(0, connection.lineStart);
+                    connection.lineStart = 0;
                     continue;
                 }
                 if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
@@ -171,7 +195,7 @@ Phase runPhase(int port, const std::string &path, const std::string &token, int 
     for (Connection &connection : connections) {
         if (connection.socket >= 0)
             close(connection.socket);
-        const bool ok = connection.received.starts_with("HTTP/1.1 200") && connection.sawDone
+        const bool ok = connection.answeredOk && connection.sawDone
             && int(connection.latencies.size()) == fragmentsPerStream;
         phase.errors += ok ? 0 : 1;
         if (connection.latencies.size() > size_t(warmUpFragments))
@@ -331,6 +355,15 @@ int main(int argc, char *argv[])
                   percentileMs(phase.*set, 0.99));
           };
     const double addedP99 = added(through.steady, direct.steady, 0.99);
+    // What passes through the server can gain no more than its whole delay: under the
+    // target that is a pass even when a noisy direct run makes the difference negative.
+    const auto judge = [](double added, const std::vector<qint64> &through, double target) {
+        if (percentileMs(through, 0.99) < target || (added >= 0 && added < target))
+            return "ok";
+        return added < 0 ? "INCONCLUSIVE, the direct run was slower: the machine is busy, run again"
+                         : "MISSED";
+    };
+    const char *serverVerdict = judge(addedP99, through.steady, p99TargetMs);
     std::printf("tessary-server under load: %d concurrent streams x %d fragments, %lld ms apart upstream\n",
         streams, fragmentsPerStream, qlonglong(std::chrono::milliseconds(fragmentInterval).count()));
     std::printf("  throughput             %.0f fragments/s, %.1f rewrites/s (%.2f s)\n",
@@ -344,16 +377,14 @@ int main(int argc, char *argv[])
         added(through.latencies, direct.latencies, 0.50), added(through.latencies, direct.latencies, 0.99));
     std::printf("  added by the server    steady (after %d fragments): p50 %.3f ms, p99 %.3f ms   "
                 "(target p99 < %.1f ms: %s)\n",
-        warmUpFragments, added(through.steady, direct.steady, 0.50), addedP99, p99TargetMs,
-        addedP99 < 0 ? "INCONCLUSIVE, the direct run was slower: the machine is busy, run again"
-                     : verdict(addedP99 < p99TargetMs));
+        warmUpFragments, added(through.steady, direct.steady, 0.50), addedP99, p99TargetMs, serverVerdict);
     std::printf("  errors                 %d direct, %d through server   (target 0: %s)\n", direct.errors,
         through.errors, verdict(through.errors == 0));
     std::printf("  server CPU             %.2f s in all, %.1f us per fragment\n", serverCpu,
         serverCpu * 1e6 / double(std::max<size_t>(1, through.latencies.size())));
     std::printf("  server RSS             %.1f MB idle, %.1f MB peak   (target < %.0f MB: %s)\n", idleRss,
         peakRss, rssTargetMb, verdict(peakRss < rssTargetMb));
-    bool met = addedP99 >= 0 && addedP99 < p99TargetMs && through.errors == 0 && direct.errors == 0
+    bool met = serverVerdict == std::string_view("ok") && through.errors == 0 && direct.errors == 0
         && peakRss < rssTargetMb;
 
     // Two instances behind HAProxy, 1,000 streams at once.
@@ -365,8 +396,10 @@ int main(int argc, char *argv[])
     QFile config(home.filePath(u"haproxy.cfg"_s));
     if (portOne == 0 || portTwo == 0 || !config.open(QIODevice::WriteOnly))
         return 1;
+    // http-no-delay as in packaging/team/haproxy.cfg.
     config.write(QStringLiteral("global\n    maxconn 8192\ndefaults\n    mode http\n    maxconn 8192\n"
                                 "    timeout connect 5s\n    timeout client 120s\n    timeout server 120s\n"
+                                "    option http-no-delay\n"
                                 "frontend bench\n    bind 127.0.0.1:%1\n    default_backend servers\n"
                                 "backend servers\n    balance leastconn\n    option httpchk GET /readyz\n"
                                 "    default-server inter 500ms rise 1 fall 2\n"
@@ -381,8 +414,12 @@ int main(int argc, char *argv[])
     proxy.start(u"haproxy"_s, { u"-db"_s, u"-f"_s, config.fileName() });
     for (int attempt = 0; attempt < 100 && !proxyReady(front); ++attempt)
         std::this_thread::sleep_for(100ms);
-    const Phase directMany = runPhase(upstream.port(), "/v1/chat/completions", "unused", proxiedStreams);
-    const Phase proxied = runPhase(front, "/api/v1/chat/completions", "bench", proxiedStreams);
+    script.interval = proxiedFragmentInterval;
+    upstream.setScript(script);
+    const Phase directMany = runPhase(
+        upstream.port(), "/v1/chat/completions", "unused", proxiedStreams, proxiedFragmentInterval);
+    const Phase proxied
+        = runPhase(front, "/api/v1/chat/completions", "bench", proxiedStreams, proxiedFragmentInterval);
     const double rssOne = statusMb(one.processId(), "VmHWM");
     const double rssTwo = statusMb(two.processId(), "VmHWM");
     for (QProcess *process : { &proxy, &one, &two }) {
@@ -390,19 +427,20 @@ int main(int argc, char *argv[])
         process->waitForFinished(10000);
     }
     const double proxiedP99 = added(proxied.steady, directMany.steady, 0.99);
-    std::printf("two instances behind HAProxy: %d concurrent streams x %d fragments\n", proxiedStreams,
-        fragmentsPerStream);
+    const char *proxiedVerdict = judge(proxiedP99, proxied.steady, proxiedP99TargetMs);
+    std::printf(
+        "two instances behind HAProxy: %d concurrent streams x %d fragments, %lld ms apart upstream\n",
+        proxiedStreams, fragmentsPerStream,
+        qlonglong(std::chrono::milliseconds(proxiedFragmentInterval).count()));
     latencyLine("direct, steady", directMany, &Phase::steady);
     latencyLine("through proxy, steady", proxied, &Phase::steady);
     std::printf("  added by proxy+server  steady: p50 %.3f ms, p99 %.3f ms   (target p99 < %.1f ms: %s)\n",
-        added(proxied.steady, directMany.steady, 0.50), proxiedP99, proxiedP99TargetMs,
-        proxiedP99 < 0 ? "INCONCLUSIVE, the direct run was slower: run again"
-                       : verdict(proxiedP99 < proxiedP99TargetMs));
+        added(proxied.steady, directMany.steady, 0.50), proxiedP99, proxiedP99TargetMs, proxiedVerdict);
     std::printf("  errors                 %d direct, %d through proxy   (target 0: %s)\n", directMany.errors,
         proxied.errors, verdict(proxied.errors == 0));
     std::printf("  instance RSS peak      %.1f MB and %.1f MB   (target < %.0f MB each: %s)\n", rssOne,
         rssTwo, rssTargetMb, verdict(rssOne < rssTargetMb && rssTwo < rssTargetMb));
-    met = met && proxiedP99 >= 0 && proxiedP99 < proxiedP99TargetMs && proxied.errors == 0
-        && rssOne < rssTargetMb && rssTwo < rssTargetMb;
+    met = met && proxiedVerdict == std::string_view("ok") && proxied.errors == 0 && rssOne < rssTargetMb
+        && rssTwo < rssTargetMb;
     return met ? 0 : 1;
 }
