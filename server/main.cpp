@@ -91,6 +91,15 @@ int tokenCommand(const ServerConfig &config, const QStringList &words)
 
 int main(int argc, char *argv[])
 {
+    // Blocked before anything can start a thread: every thread then leaves SIGINT and
+    // SIGTERM to the main thread, which waits for them and stops the server as ordinary
+    // code, not inside a signal handler. A token command ends before it would wait.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(u"tessary-server"_s);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(TESSARY_SERVER_VERSION));
@@ -130,13 +139,6 @@ int main(int argc, char *argv[])
         serverLog(
             u"warning: running without a client token: every program on this machine may use the model"_s);
 
-    // Threads started from here on leave SIGINT and SIGTERM to the main thread, which waits
-    // for them and stops the server as ordinary code, not inside a signal handler.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     if (config.upstreamUrl.isEmpty())
         adoptLocalModelServer(config);
     RewriteServer server(config);
