@@ -25,9 +25,10 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
 #include <QProcess>
 #include <QQuickWindow>
-#include <QSet>
+#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -100,8 +101,13 @@ int main(int argc, char *argv[])
             },
             10000);
     };
-    // Nothing listens there: the rewrite fails at once and does not disturb the timing.
-    StorageManager storage(config.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:9/api/v1"_s);
+    // A model that is still thinking: connections are taken and never answered, so the
+    // popup's first frame is the one a user sees while waiting, not a failure's.
+    QTcpServer thinking;
+    if (!thinking.listen(QHostAddress::LocalHost))
+        return 1;
+    StorageManager storage(
+        config.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:%1/api/v1"_s.arg(thinking.serverPort()));
     HumanizeService rewriter(storage);
     AccessibilityHelper textAccess(platform);
     QmlEngine qml;
@@ -123,41 +129,56 @@ int main(int argc, char *argv[])
             return 1;
         }
         PopupWindowController *before = delegate.popupWindowController();
-        bool swapped = false;
-        // The popup's window is usually built ahead and may draw its frames before this run
-        // first looks at it: listen to every window there is now.
-        QSet<QQuickWindow *> swappedWindows;
-        QList<QMetaObject::Connection> early;
-        for (QWindow *window : QGuiApplication::topLevelWindows()) {
-            if (auto *quick = qobject_cast<QQuickWindow *>(window))
-                early.append(QObject::connect(
-                    quick, &QQuickWindow::frameSwapped, [&, quick] { swappedWindows.insert(quick); }));
-        }
+        // Times are taken where they happen, not when this loop next looks: while the
+        // popup shows that it is waiting for the model, processing events may not return
+        // before a frame or two has been drawn.
         QElapsedTimer clock;
+        QHash<QQuickWindow *, double> shownAt; // Trigger() to show(): capture and construction
+        QHash<QQuickWindow *, double> swappedAt; // Trigger() to the first frame on screen
+        QList<QMetaObject::Connection> listening;
+        const auto listen = [&](QQuickWindow *quick) {
+            listening.append(QObject::connect(quick, &QWindow::visibleChanged, [&, quick](bool visible) {
+                if (visible && !shownAt.contains(quick))
+                    shownAt.insert(quick, clock.nsecsElapsed() / 1e6);
+            }));
+            listening.append(QObject::connect(quick, &QQuickWindow::frameSwapped, [&, quick] {
+                if (!swappedAt.contains(quick))
+                    swappedAt.insert(quick, clock.nsecsElapsed() / 1e6);
+            }));
+        };
+        // The popup's window is usually built ahead: listen to every window there is now.
+        QList<QQuickWindow *> known;
+        for (QWindow *window : QGuiApplication::topLevelWindows()) {
+            if (auto *quick = qobject_cast<QQuickWindow *>(window)) {
+                listen(quick);
+                known.append(quick);
+            }
+        }
         clock.start();
         QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
             DBusService::serviceName, DBusService::objectPath, DBusService::serviceName, u"Trigger"_s));
-        QMetaObject::Connection frame;
-        double createdMs = 0;
+        QQuickWindow *window = nullptr;
         const bool shown = waitFor(
             [&] {
                 PopupWindowController *popup = delegate.popupWindowController();
                 if (!popup || popup == before || !popup->window())
                     return false;
-                if (!createdMs)
-                    createdMs = clock.nsecsElapsed() / 1e6;
-                if (!frame)
-                    frame = QObject::connect(
-                        popup->window(), &QQuickWindow::frameSwapped, [&] { swapped = true; });
-                swapped = swapped || swappedWindows.contains(popup->window());
-                return swapped && popup->window()->isExposed()
+                if (!window) {
+                    window = popup->window();
+                    // Built on the spot: it is seen no later than now.
+                    if (!known.contains(window)) {
+                        shownAt.insert(window, clock.nsecsElapsed() / 1e6);
+                        listen(window);
+                    }
+                }
+                return swappedAt.contains(window) && window->isExposed()
                     && popup->viewModel()->originalText() == sentence;
             },
             10000);
-        const double ms = clock.nsecsElapsed() / 1e6;
-        QObject::disconnect(frame);
-        for (const QMetaObject::Connection &connection : std::as_const(early))
+        for (const QMetaObject::Connection &connection : std::as_const(listening))
             QObject::disconnect(connection);
+        const double ms = window ? swappedAt.value(window) : 0;
+        const double createdMs = window ? shownAt.value(window) : 0;
         if (!shown) {
             // Counted, not fatal: one lost selection should not hide the other figures.
             std::fprintf(stderr, "trigger_latency: run %d: no popup with the sentence\n", run);
