@@ -34,6 +34,10 @@ private Q_SLOTS:
             << false
             << QStringList { u"Get started"_s, u"Skip for now"_s, u"Search again"_s, u"Set up later"_s }
             << u"onboarding_finished=true"_s;
+        QTest::newRow("a model server here: its model, Finish setup")
+            << true
+            << QStringList { u"Get started"_s, u"Skip for now"_s, u"stand-in-7b"_s, u"Finish setup"_s }
+            << u"stand-in-7b"_s;
     }
     void pressedToTheEnd()
     {
@@ -56,9 +60,20 @@ private Q_SLOTS:
         // Each button is pressed once it is on screen; every press but "Search again" moves the
         // flow on to the next page, and the page that had the button goes.
         for (const QString &name : std::as_const(presses)) {
+            // A model's row is named with its server's address as well.
+            const QRegularExpression button(
+                u"^"_s + QRegularExpression::escape(name) + (name.contains(u'-') ? u" — .*"_s : u"$"_s));
+            // The page before may still be sliding away with a button of the same name
+            // ("Finish setup" once a model is chosen); only the one that stays is pressed.
+            if (!name.contains(u'-'))
+                QTRY_COMPARE_WITH_TIMEOUT(m_atspi.shownCount(name), 1, 10000);
             bool pressed = false;
-            QTRY_VERIFY2_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), qPrintable(name), 15000);
-            if (name != u"Search again"_s)
+            QTRY_VERIFY2_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(button)), qPrintable(name), 15000);
+            // A model's row stores the model and stays.
+            if (name.contains(u'-'))
+                QTRY_VERIFY2_WITH_TIMEOUT(
+                    settingsText().contains(u"model="_s + name), qPrintable(settingsText()), 10000);
+            else if (name != u"Search again"_s)
                 QTRY_VERIFY2_WITH_TIMEOUT(!m_atspi.shows(name), qPrintable(name), 10000);
         }
         QTRY_VERIFY2_WITH_TIMEOUT(settingsText().contains(stored), qPrintable(settingsText()), 10000);

@@ -5,6 +5,7 @@
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QRegularExpression>
 #include <QStringList>
 
 #include <algorithm>
@@ -31,13 +32,20 @@ public:
     // true when a button of that name was found on screen, enabled, and pressed.
     bool press(const QString &name)
     {
+        return press(QRegularExpression(u"^"_qs + QRegularExpression::escape(name) + u"$"_qs));
+    }
+    // The same for the first button whose whole name the pattern matches, for names that
+    // carry what a test does not know, such as a port.
+    bool press(const QRegularExpression &pattern)
+    {
         for (const Node &app : children(root())) {
             if (!this->name(app).contains(u"essary"_qs, Qt::CaseInsensitive))
                 continue;
             // A page sliding away keeps its buttons until it has gone; only one on screen counts.
             constexpr int visibleState = 30; // ATSPI_STATE_VISIBLE
             const auto enabledButton = [&](const Node &node) {
-                return this->name(node) == name && isEnabledButton(node) && hasState(node, visibleState);
+                return pattern.match(this->name(node)).hasMatch() && isEnabledButton(node)
+                    && hasState(node, visibleState);
             };
             if (auto button = find(app, enabledButton)) {
                 const QDBusMessage reply
@@ -48,6 +56,18 @@ public:
         return false;
     }
 
+    // How many elements of that name Tessary has on screen: a page sliding away still
+    // shows its own for a moment.
+    int shownCount(const QString &elementName)
+    {
+        constexpr int visibleState = 30; // ATSPI_STATE_VISIBLE
+        int count = 0;
+        findInTessary([&](const Node &node) {
+            count += name(node) == elementName && hasState(node, visibleState) ? 1 : 0;
+            return false;
+        });
+        return count;
+    }
     // The name of the element of Tessary's that has the keyboard; empty when none has.
     QString focused()
     {
@@ -191,10 +211,12 @@ private:
 
     bool isEnabledButton(const Node &node)
     {
-        // A push button, or one that stays pressed: a check box, radio or toggle button.
-        constexpr uint checkBox = 7, pushButton = 43, radioButton = 44, toggleButton = 62;
+        // A push button, or one that stays pressed: a check box, radio or toggle button; or
+        // a row of a list, which is chosen by pressing it.
+        constexpr uint checkBox = 7, listItem = 32, pushButton = 43, radioButton = 44, toggleButton = 62;
         const uint role = call(node, u"Accessible"_qs, u"GetRole"_qs).arguments().value(0).toUInt();
-        if (role != pushButton && role != checkBox && role != radioButton && role != toggleButton)
+        if (role != pushButton && role != checkBox && role != radioButton && role != toggleButton
+            && role != listItem)
             return false;
         QList<uint> words;
         call(node, u"Accessible"_qs, u"GetState"_qs).arguments().value(0).value<QDBusArgument>() >> words;
