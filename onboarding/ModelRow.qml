@@ -15,6 +15,9 @@ ItemDelegate {
     Accessible.role: Accessible.RadioButton
     Accessible.checked: chosen
     Accessible.onPressAction: if (enabled) clicked()
+    // The list has the row take the keys, and GNOME's theme presses a button that has them
+    // with Return: the keys go to the list first, whose Return finishes the page.
+    Keys.forwardTo: [ListView.view]
     padding: 8
     focusPolicy: Qt.NoFocus
 

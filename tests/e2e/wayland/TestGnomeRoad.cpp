@@ -3,33 +3,22 @@
 // settings daemon: the shortcut not grabbed, or its command not reaching the program.
 #include "AtspiClient.h"
 #include "EditorRoad.h"
+#include "GnomeShellKeys.h"
 #include "Replies.h"
 #include "TessaryProcess.h"
 #include "gnome/GnomeKeybindingLoader.h"
 
 #include <QDBusInterface>
+#include <QFile>
 #include <QPlainTextEdit>
 
 #include <future>
 
 using namespace Qt::StringLiterals;
 using namespace EditorRoad;
+using GnomeShellKeys::pressKeys;
 
 namespace {
-
-// The headless seat has no keyboard: a virtual one inside the shell presses Ctrl+Alt+H,
-// which the shell hands to whoever grabbed it.
-bool pressCtrlAltH()
-{
-    const QString script = uR"(const C = imports.gi.Clutter;
-        const keyboard = C.get_default_backend().get_default_seat()
-            .create_virtual_device(C.InputDeviceType.KEYBOARD_DEVICE);
-        const keys = [C.KEY_Control_L, C.KEY_Alt_L, C.KEY_h], time = global.get_current_time() * 1000;
-        keys.forEach(key => keyboard.notify_keyval(time, key, C.KeyState.PRESSED));
-        keys.reverse().forEach(key => keyboard.notify_keyval(time, key, C.KeyState.RELEASED));)"_s;
-    QDBusInterface shell(u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.gnome.Shell"_s);
-    return shell.call(u"Eval"_s, script).arguments().value(0).toBool();
-}
 
 // Pressed from another thread: the accessibility bus asks this process about its own
 // editor too, and the main thread must keep answering meanwhile.
@@ -89,7 +78,7 @@ private Q_SLOTS:
             QVERIFY(keybinding->isBound());
             QByteArray grabs;
             QTRY_VERIFY_WITH_TIMEOUT((grabs += monitor.readAll()).contains("\"<Control><Alt>h\""), 10000);
-            QVERIFY(pressCtrlAltH());
+            QVERIFY(pressKeys(u"Control_L+Alt_L+h"_s));
         } else {
             QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0);
         }
