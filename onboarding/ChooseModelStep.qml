@@ -73,10 +73,15 @@ FocusScope {
             objectName: "noLocalModel"
             Layout.fillWidth: true
             visible: !page.chooser.searching && list.count === 0
-            text: qsTr("No model server found on this computer. Start Ollama (`ollama serve`), llama.cpp's server, LM Studio or vLLM and search again, or set up a service in Settings later.")
+            text: qsTr("No model server found on this computer. Start Ollama with the command below, or llama.cpp's server, LM Studio or vLLM, and search again; or set up a service in Settings later.")
             wrapMode: Text.Wrap
             font.pixelSize: 12
             color: Theme.secondary
+        }
+        CodeLine {
+            visible: !page.chooser.searching && list.count === 0
+            Layout.topMargin: 6
+            command: "ollama serve"
         }
         ListView {
             id: list

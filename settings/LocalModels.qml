@@ -27,10 +27,14 @@ ColumnLayout {
         objectName: "noLocalModel"
         Layout.fillWidth: true
         visible: !list.chooser.searching && list.chooser.localChoices.length === 0
-        text: qsTr("No model server found on this computer. Start Ollama (`ollama serve`), llama.cpp's server, LM Studio or vLLM, then search again.")
+        text: qsTr("No model server found on this computer. Start Ollama with the command below, or llama.cpp's server, LM Studio or vLLM, then search again.")
         wrapMode: Text.Wrap
         font.pixelSize: 11
         color: Theme.secondary
+    }
+    CodeLine {
+        visible: !list.chooser.searching && list.chooser.localChoices.length === 0
+        command: "ollama serve"
     }
     Repeater {
         model: list.chooser.searching ? [] : list.chooser.localChoices
