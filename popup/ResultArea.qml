@@ -109,7 +109,7 @@ Rectangle {
         anchors.top: parent.top
         padding: 12
         original: resultArea.viewModel.originalText
-        result: visible ? resultArea.viewModel.resultText : ""
+        viewModel: resultArea.viewModel
         partial: resultArea.viewModel.busy
     }
     StreamedText {

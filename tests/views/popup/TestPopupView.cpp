@@ -497,7 +497,10 @@ private Q_SLOTS:
         QTRY_VERIFY(changes->isVisible());
         QVERIFY(!item("resultText")->isVisible());
         QVERIFY(item("showChanges")->property("checked").toBool());
+        QTRY_COMPARE(changes->property("summary").toString(), u"1 word changed"_s);
         m_desk->rewriter.token(u"tomorrow"_s);
+        // The marks follow the text while it streams, not only once it ends.
+        QTRY_COMPARE(changes->property("summary").toString(), u"2 words changed"_s);
         m_desk->rewriter.complete();
         // see → See counts one; the four words that gave way to "tomorrow", four.
         QTRY_COMPARE(changes->property("summary").toString(), u"5 words changed"_s);
