@@ -1,5 +1,7 @@
 #include "DiffMarks.h"
 
+#include "PopupViewModel.h"
+
 #include <QPromise>
 #include <QThreadPool>
 
@@ -37,6 +39,23 @@ void DiffMarks::setResult(const QString &text)
     if (m_result == text)
         return;
     m_result = text;
+    changed();
+}
+
+QString DiffMarks::result() const
+{
+    return m_viewModel ? m_viewModel->resultText() : m_result;
+}
+
+void DiffMarks::setViewModel(PopupViewModel *viewModel)
+{
+    if (m_viewModel == viewModel)
+        return;
+    if (m_viewModel)
+        disconnect(m_viewModel, nullptr, this, nullptr);
+    m_viewModel = viewModel;
+    if (m_viewModel)
+        connect(m_viewModel, &PopupViewModel::resultTextChanged, this, &DiffMarks::changed);
     changed();
 }
 
@@ -103,7 +122,7 @@ void DiffMarks::start()
     m_watcher.setFuture(promise->future());
     promise->start();
     QThreadPool::globalInstance()->start(
-        [promise, original = m_original, result = m_result, partial = m_partial] {
+        [promise, original = m_original, result = result(), partial = m_partial] {
             promise->addResult(WordDiff::compare(original, result, partial));
             promise->finish();
         });

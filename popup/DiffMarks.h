@@ -1,10 +1,12 @@
 #pragma once
 
+#include "PopupViewModel.h"
 #include "WordDiff.h"
 
 #include <QColor>
 #include <QFutureWatcher>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QTimer>
 #include <QtQml/qqmlregistration.h>
@@ -19,6 +21,9 @@ class DiffMarks : public QObject
 
     Q_PROPERTY(QString original READ original WRITE setOriginal NOTIFY inputChanged)
     Q_PROPERTY(QString result READ result WRITE setResult NOTIFY inputChanged)
+    // Or follow a popup's result: read when a comparison starts, without a binding
+    // evaluated (and a copy made) for every fragment.
+    Q_PROPERTY(PopupViewModel *viewModel READ viewModel WRITE setViewModel NOTIFY inputChanged)
     // The rewrite is still arriving.
     Q_PROPERTY(bool partial READ isPartial WRITE setPartial NOTIFY inputChanged)
     // Off: nothing is compared (the marks are not shown).
@@ -37,8 +42,10 @@ public:
 
     QString original() const { return m_original; }
     void setOriginal(const QString &text);
-    QString result() const { return m_result; }
+    QString result() const;
     void setResult(const QString &text);
+    PopupViewModel *viewModel() const { return m_viewModel; }
+    void setViewModel(PopupViewModel *viewModel);
     bool isPartial() const { return m_partial; }
     void setPartial(bool partial);
     bool isActive() const { return m_active; }
@@ -65,6 +72,7 @@ private:
 
     QString m_original;
     QString m_result;
+    QPointer<PopupViewModel> m_viewModel;
     bool m_partial = false;
     bool m_active = true;
     QColor m_inserted;

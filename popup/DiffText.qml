@@ -8,7 +8,9 @@ import Tessary.Popup
 Item {
     id: diffText
     required property string original
-    required property string result
+    property string result
+    // Or the result of this popup, followed as it streams.
+    property PopupViewModel viewModel: null
     property bool partial: false
     property real padding: 0
     readonly property string summary: marks.summary
@@ -20,6 +22,7 @@ Item {
         id: marks
         original: diffText.original
         result: diffText.result
+        viewModel: diffText.viewModel
         partial: diffText.partial
         active: diffText.visible
         insertedColor: Theme.green

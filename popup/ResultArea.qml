@@ -14,7 +14,7 @@ Rectangle {
     readonly property Item resultLayer: viewState === PopupViewModel.Error
                                         || viewState === PopupViewModel.Notice ? errorLayer
                                       : viewState === PopupViewModel.Loading ? loadingLayer
-                                      : showChanges ? changesLayer : resultEdit
+                                      : showChanges ? changesLayer : resultPages
 
     implicitHeight: Math.max(120, resultLayer.implicitHeight)
     radius: 10
@@ -56,38 +56,47 @@ Rectangle {
         viewModel: resultArea.viewModel
     }
 
-    TextEdit {
-        id: resultEdit
-        objectName: "resultText"
+    // The result, in as many pages as it is long (see StreamedText).
+    Column {
+        id: resultPages
+        objectName: "resultPages"
         visible: resultArea.resultLayer === this
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.top: parent.top
-        topPadding: 12
-        bottomPadding: 12
-        leftPadding: 12
-        rightPadding: 12
-        readOnly: true
-        selectByMouse: true
-        persistentSelection: true
-        textFormat: TextEdit.PlainText
-        wrapMode: TextEdit.Wrap
-        font.family: Theme.fontFamily
-        font.pixelSize: 13
-        color: Theme.primary
-        selectionColor: Theme.withAlpha(Theme.purple, 0.35)
-        selectedTextColor: Theme.primary
-        Accessible.role: Accessible.EditableText
-        Accessible.name: qsTr("Stylized text")
-        Accessible.readOnly: true
-        // With the keyboard here, the text takes Ctrl+Enter before the window's shortcut
-        // can: hand it on.
-        Keys.onPressed: event => {
-            const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
-            if (enter && (event.modifiers & Qt.ControlModifier)) {
-                event.accepted = true;
-                if (resultArea.viewModel.canReplace)
-                    resultArea.viewModel.replace();
+        padding: 12
+    }
+    Component {
+        id: resultPage
+
+        TextEdit {
+            objectName: "resultText"
+            // A page after the first: the text goes on from the one above.
+            property bool continued: false
+
+            width: parent ? parent.width - parent.leftPadding - parent.rightPadding : 0
+            readOnly: true
+            selectByMouse: true
+            persistentSelection: true
+            textFormat: TextEdit.PlainText
+            wrapMode: TextEdit.Wrap
+            font.family: Theme.fontFamily
+            font.pixelSize: 13
+            color: Theme.primary
+            selectionColor: Theme.withAlpha(Theme.purple, 0.35)
+            selectedTextColor: Theme.primary
+            Accessible.role: Accessible.EditableText
+            Accessible.name: continued ? qsTr("Stylized text, continued") : qsTr("Stylized text")
+            Accessible.readOnly: true
+            // With the keyboard here, the text takes Ctrl+Enter before the window's shortcut
+            // can: hand it on.
+            Keys.onPressed: event => {
+                const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
+                if (enter && (event.modifiers & Qt.ControlModifier)) {
+                    event.accepted = true;
+                    if (resultArea.viewModel.canReplace)
+                        resultArea.viewModel.replace();
+                }
             }
         }
     }
@@ -100,12 +109,13 @@ Rectangle {
         anchors.top: parent.top
         padding: 12
         original: resultArea.viewModel.originalText
-        result: visible ? resultArea.viewModel.resultText : ""
+        viewModel: resultArea.viewModel
         partial: resultArea.viewModel.busy
     }
     StreamedText {
         objectName: "resultFeed"
-        target: resultEdit
+        container: resultPages
+        page: resultPage
         viewModel: resultArea.viewModel
         lineSpacing: 3
     }

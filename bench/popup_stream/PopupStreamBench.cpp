@@ -16,6 +16,7 @@
 #include "SceneGraph.h"
 #include "SessionDesk.h"
 #include "StorageManager.h"
+#include "StreamedText.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -109,6 +110,12 @@ int main(int argc, char *argv[])
         QQuickWindow *window = popup.window();
         QQuickItem *result = QuickItems::all(window->contentItem(), u"resultText"_s).value(0);
         QQuickItem *changes = QuickItems::all(window->contentItem(), u"changesLayer"_s).value(0);
+        // What the result's pages hold: a long text spans several.
+        const StreamedText *feed = window->findChild<StreamedText *>(u"resultFeed"_s);
+        if (!feed) {
+            std::fprintf(stderr, "popup_stream: the popup has no result feed\n");
+            return false;
+        }
         if (showChanges) {
             QQuickItem *view = result;
             while (view && !view->property("showChanges").isValid())
@@ -122,7 +129,7 @@ int main(int argc, char *argv[])
         // On screen: the text itself, or the marks made for all of it.
         const auto shownAll = [&] {
             if (!showChanges)
-                return result && result->property("length").toInt() >= fullLength;
+                return feed && feed->shownText().size() >= fullLength;
             return popup.viewModel()->resultText().size() >= fullLength && !popup.viewModel()->isBusy()
                 && changes->property("current").toBool();
         };

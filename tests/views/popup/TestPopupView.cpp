@@ -1,6 +1,7 @@
 // Faults: a button usable in the wrong state, a lost or stale result, dead keys or chips, a wrong layer,
 // a control Tab skips or reaches out of order, no focus ring, a chip silent on the accessibility bus or
-// deaf to its Press, a label cut short at some scale or in a longer language.
+// deaf to its Press, a label cut short at some scale or in a longer language, a long result whose pages
+// lose text or do not read as one.
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
@@ -377,6 +378,82 @@ private Q_SLOTS:
         m_desk->rewriter.token(u"fresh"_s);
         QTRY_COMPARE(result->property("text").toString(), u"fresh"_s);
     }
+    // A long result is shown in pages, each cut where a line wraps or a paragraph ends: the
+    // pages hold the whole text, in order, and take the height it takes in one piece.
+    void longResultReadsAsOneText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("fragmentLength"); // 0: all at once
+
+        QString paragraph;
+        for (int i = 0; i < 400; ++i)
+            paragraph += u"word%1 "_s.arg(i);
+        QString paragraphs;
+        for (int i = 0; i < 400; ++i)
+            paragraphs += u"word%1"_s.arg(i) + (i % 29 == 28 ? u"\n\n"_s : i % 11 == 10 ? u"\n"_s : u" "_s);
+        QTest::newRow("one paragraph, streamed") << paragraph << 5;
+        QTest::newRow("one paragraph, at once") << paragraph << 0;
+        QTest::newRow("paragraphs and empty lines, streamed") << paragraphs << 7;
+        QTest::newRow("paragraphs and empty lines, at once") << paragraphs << 0;
+        QTest::newRow("one word wider than the page") << QString(3000, u'x') << 13;
+    }
+    void longResultReadsAsOneText()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, fragmentLength);
+        constexpr int pageLength = 500;
+
+        open(sample);
+        auto *feed = m_popup->window()->findChild<StreamedText *>(u"resultFeed"_s);
+        QVERIFY(feed);
+        feed->setPageLength(pageLength);
+        const int step = fragmentLength ? fragmentLength : int(text.size());
+        for (qsizetype at = 0; at < text.size(); at += step)
+            m_desk->rewriter.token(text.mid(at, step));
+        m_desk->rewriter.complete();
+        QTRY_COMPARE(feed->shownText(), text);
+
+        const QList<QQuickItem *> pages = feed->pages();
+        QVERIFY2(pages.size() >= 5, qPrintable(QString::number(pages.size())));
+        qsizetype at = 0;
+        for (int i = 0; i < pages.size(); ++i) {
+            const QString page = pages[i]->property("text").toString();
+            QCOMPARE(text.mid(at, page.size()), page);
+            at += page.size();
+            if (i + 1 < pages.size()) {
+                QVERIFY2(page.size() <= pageLength, qPrintable(QString::number(page.size())));
+                if (text.at(at) == u'\n') // the paragraph's end between two pages
+                    ++at;
+            }
+        }
+        QCOMPARE(at, text.size());
+
+        // Once the pages are placed, what holds them is as high as they are.
+        QQuickItem *holder = item("resultPages");
+        const auto placed = [holder] {
+            qreal height
+                = holder->property("topPadding").toReal() + holder->property("bottomPadding").toReal();
+            for (const QQuickItem *page : holder->childItems())
+                height += page->height();
+            return qAbs(holder->implicitHeight() - height) < 0.5;
+        };
+        QTRY_VERIFY(placed());
+        const qreal paged = holder->implicitHeight();
+        feed->setPageLength(int(text.size()) + 1);
+        QTRY_COMPARE(feed->pages().size(), 1);
+        QTRY_COMPARE(feed->shownText(), text);
+        QTRY_VERIFY(placed());
+        QCOMPARE(holder->implicitHeight(), paged);
+
+        // Retry starts over in one page.
+        feed->setPageLength(pageLength);
+        QTRY_COMPARE(feed->pages().size(), pages.size());
+        QQuickItem *first = feed->pages().first();
+        click(item("retryButton"));
+        m_desk->rewriter.token(u"fresh"_s);
+        QTRY_COMPARE(feed->pages(), QList<QQuickItem *> { first });
+        QTRY_COMPARE(first->property("text").toString(), u"fresh"_s);
+    }
     void keyboard()
     {
         open(sample, true);
@@ -420,7 +497,10 @@ private Q_SLOTS:
         QTRY_VERIFY(changes->isVisible());
         QVERIFY(!item("resultText")->isVisible());
         QVERIFY(item("showChanges")->property("checked").toBool());
+        QTRY_COMPARE(changes->property("summary").toString(), u"1 word changed"_s);
         m_desk->rewriter.token(u"tomorrow"_s);
+        // The marks follow the text while it streams, not only once it ends.
+        QTRY_COMPARE(changes->property("summary").toString(), u"2 words changed"_s);
         m_desk->rewriter.complete();
         // see → See counts one; the four words that gave way to "tomorrow", four.
         QTRY_COMPARE(changes->property("summary").toString(), u"5 words changed"_s);
