@@ -43,6 +43,9 @@ void UndoNotice::say(const QString &message, bool offersUndo, bool refused, cons
             return;
         }
         QQmlEngine::setObjectOwnership(m_window.get(), QQmlEngine::CppOwnership);
+        // Mapped with a user time of 0, which window managers read as "do not focus":
+        // the keyboard stays in the window the text went into.
+        m_window->setProperty("_q_showWithoutActivating", true);
     }
     QRect place = where;
     if (!place.isValid()) {
@@ -51,7 +54,6 @@ void UndoNotice::say(const QString &message, bool offersUndo, bool refused, cons
     }
     const QSize size(m_window->width(), m_window->height());
     m_window->setPosition(place.center() - QPoint(size.width() / 2, size.height() / 2));
-    // Shown without activation: the keyboard stays in the window the text went into.
     m_window->show();
 }
 

@@ -4,14 +4,16 @@ import Tessary.Ui
 import Tessary.Popup
 
 // A small notice where the popup was: "Replaced." with Undo for a few seconds, then how
-// an Undo ended. It never takes the keyboard from the window the text went into; when
-// the user gives it the keyboard, Return or Space presses Undo and Escape closes it.
+// an Undo ended. It comes up without taking the keyboard from the window the text went
+// into; once the user gives it the keyboard, Return or Space presses Undo and Escape
+// closes it.
 Window {
     id: notice
 
     required property UndoNoticeModel model
-    // How long it stays; the pointer over it holds it.
-    property int showFor: model.offersUndo ? 6000 : 8000
+    // How long it stays, offering Undo or telling how one ended; the pointer over it holds it.
+    property int offerFor: 6000
+    property int tellFor: 8000
 
     width: content.implicitWidth
     height: content.implicitHeight
@@ -19,7 +21,7 @@ Window {
     maximumWidth: width
     minimumHeight: height
     maximumHeight: height
-    flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint | Qt.WindowDoesNotAcceptFocus
+    flags: Qt.Tool | Qt.FramelessWindowHint | Qt.WindowStaysOnTopHint
     title: qsTr("Tessary")
     color: Theme.background
 
@@ -34,7 +36,7 @@ Window {
 
     Timer {
         id: hide
-        interval: notice.showFor
+        interval: notice.model.offersUndo ? notice.offerFor : notice.tellFor
         onTriggered: notice.model.dismiss()
     }
 

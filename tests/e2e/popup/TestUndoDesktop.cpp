@@ -36,11 +36,11 @@ FixtureReply streamRewrite(const FixtureRequest &)
     return reply;
 }
 
-// The windows of the session whose WM_CLASS instance matches, as xdotool finds them.
-QStringList windowsOf(const QString &instance)
+// The windows of the session whose WM_CLASS ("--class") or instance ("--classname")
+// matches, as xdotool finds them.
+QStringList windows(const QString &how, const QString &pattern)
 {
-    return QString::fromUtf8(
-        run(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, u"--classname"_s, instance }))
+    return QString::fromUtf8(run(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, how, pattern }))
         .split(u'\n', Qt::SkipEmptyParts);
 }
 
@@ -63,7 +63,7 @@ private Q_SLOTS:
             { u"--edge"_s, u"top"_s, u"--align"_s, u"right"_s, u"--widthtype"_s, u"request"_s, u"--height"_s,
                 u"26"_s });
         QVERIFY(m_tray.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(!windowsOf(u"trayer"_s).isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!windows(u"--class"_s, u"trayer"_s).isEmpty(), 10000);
     }
     void cleanupTestCase()
     {
@@ -159,10 +159,10 @@ private:
     void chooseUndoInTheTrayMenu()
     {
         QString icon;
-        QTRY_VERIFY_WITH_TIMEOUT(!(icon = windowsOf(u"tessary"_s).value(0)).isEmpty(), 10000);
-        const qsizetype before = windowsOf(u"tessary"_s).size();
+        QTRY_VERIFY_WITH_TIMEOUT(!(icon = windows(u"--classname"_s, u"tessary"_s).value(0)).isEmpty(), 10000);
+        const qsizetype before = windows(u"--classname"_s, u"tessary"_s).size();
         run(u"xdotool"_s, { u"mousemove"_s, u"--window"_s, icon, u"8"_s, u"8"_s, u"click"_s, u"1"_s });
-        QTRY_VERIFY_WITH_TIMEOUT(windowsOf(u"tessary"_s).size() > before, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(windows(u"--classname"_s, u"tessary"_s).size() > before, 10000);
         run(u"xdotool"_s, { u"key"_s, u"Down"_s, u"Down"_s, u"Return"_s });
     }
     const QString &log() const { return m_program->log; }
