@@ -68,9 +68,9 @@ public:
     // front and its focused element, while that same text is selected there.
     void captureHandedText(const QString &text, CaptureCallback done);
 
-    // Writes text over the selection the target was captured from. replaced is true when
+    // Writes text over the selection the target was captured from. written says where when
     // the text was set through the accessibility bus or the paste fallback was started;
-    // false when target's window is not in front, its element cannot be had, the
+    // nullopt when target's window is not in front, its element cannot be had, the
     // selection there has changed, or the target is a terminal (the caller copies then).
     // Nothing is ever written into another window: when another one is in front by the
     // time of the paste, nothing is typed and the text is left on the clipboard.
