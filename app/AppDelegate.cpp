@@ -83,5 +83,9 @@ void AppDelegate::setupTray()
         Qt::QueuedConnection);
     connect(m_tray.get(), &TrayMenu::historyRequested, &m_parts.windows, &AppWindows::showHistory,
         Qt::QueuedConnection);
+    m_tray->setUndoAvailable(m_parts.sessions.canUndo());
+    connect(&m_parts.sessions, &RewriteSessions::canUndoChanged, m_tray.get(), &TrayMenu::setUndoAvailable);
+    connect(m_tray.get(), &TrayMenu::undoRequested, &m_parts.sessions, &RewriteSessions::undoLastRewrite,
+        Qt::QueuedConnection);
     connect(m_tray.get(), &TrayMenu::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }

@@ -82,3 +82,8 @@ void DBusService::ShowSettings()
 {
     Q_EMIT settingsRequested();
 }
+
+void DBusService::UndoLastRewrite()
+{
+    Q_EMIT undoRequested();
+}

@@ -36,11 +36,14 @@ public Q_SLOTS:
     Q_SCRIPTABLE void Trigger();
     // Opens the settings window, in front: desktops without a tray have no other way there.
     Q_SCRIPTABLE void ShowSettings();
+    // Takes the last Replace back, as the tray menu's "Undo last rewrite" does.
+    Q_SCRIPTABLE void UndoLastRewrite();
 
 Q_SIGNALS:
     void humanizeRequested(const QString &text);
     void triggerRequested();
     void settingsRequested();
+    void undoRequested();
 
 private:
     bool m_registered = false;

@@ -5,6 +5,7 @@
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
 #include "QmlEngine.h"
+#include "UndoNotice.h"
 
 #include <QQuickWindow>
 
@@ -18,7 +19,12 @@ RewriteSessions::RewriteSessions(const RewriteSession::Services &services, QmlEn
     : QObject(parent)
     , m_services(services)
     , m_qml(qml)
+    , m_undo(services.textAccess, services.workspace)
 {
+    connect(&m_undo, &ReplaceUndo::canUndoChanged, this, &RewriteSessions::canUndoChanged);
+    connect(&m_undo, &ReplaceUndo::undone, this, [this](bool restored, const QString &message) {
+        notice().say(message, false, !restored, m_popupPlace);
+    });
 }
 
 // The sessions, with their popups, go before the factory their windows came from.
@@ -37,6 +43,11 @@ std::unique_ptr<RewriteSession> RewriteSessions::newSession()
     connect(created, &RewriteSession::settingsRequested, this, &RewriteSessions::settingsRequested,
         Qt::QueuedConnection);
     connect(created, &RewriteSession::finished, this, &RewriteSessions::rewriteFinished);
+    connect(created, &RewriteSession::closeRequested, this, [this, created] {
+        if (created == m_session.get() && m_popup && m_popup->window())
+            m_popupPlace = m_popup->window()->geometry();
+    });
+    connect(created, &RewriteSession::replaced, this, [this, created] { offerUndo(created); });
     return session;
 }
 
@@ -76,6 +87,8 @@ void RewriteSessions::showPopup(RewriteSession *captured)
         m_session->end();
         retire(std::move(m_session));
     }
+    if (m_notice)
+        m_notice->close();
     m_session = std::move(m_capturing);
     Log::write(u"🎯", u"AppDelegate", { u"Stored previous app: ", Log::Public(m_session->applicationName()) });
     auto popup = std::make_unique<PopupWindowController>(*m_session, popupWindows());
@@ -95,6 +108,29 @@ void RewriteSessions::retire(std::unique_ptr<RewriteSession> session)
         ended->deleteLater();
     else
         connect(ended, &RewriteSession::idle, ended, &QObject::deleteLater);
+}
+
+void RewriteSessions::offerUndo(RewriteSession *replaced)
+{
+    m_undo.remember(*replaced);
+    if (m_undo.canUndo())
+        notice().say(tr("Replaced."), true, false, m_popupPlace);
+}
+
+void RewriteSessions::undoLastRewrite()
+{
+    if (m_notice)
+        m_notice->close();
+    m_undo.undo();
+}
+
+UndoNotice &RewriteSessions::notice()
+{
+    if (!m_notice) {
+        m_notice = std::make_unique<UndoNotice>(m_qml.get());
+        connect(m_notice.get(), &UndoNotice::undoRequested, this, &RewriteSessions::undoLastRewrite);
+    }
+    return *m_notice;
 }
 
 PopupWindowFactory &RewriteSessions::popupWindows()

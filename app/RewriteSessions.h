@@ -1,8 +1,10 @@
 #pragma once
 
+#include "ReplaceUndo.h"
 #include "RewriteSession.h"
 
 #include <QObject>
+#include <QRect>
 #include <QString>
 
 #include <memory>
@@ -10,6 +12,7 @@
 class PopupWindowController;
 class PopupWindowFactory;
 class QmlEngine;
+class UndoNotice;
 
 // Where rewrite requests arrive (the shortcut, the tray menu, D-Bus) and become one
 // rewrite session at a time, shown in its popup. Requests cannot pile up: one that
@@ -34,18 +37,28 @@ public:
     PopupWindowController *popupWindowController() const { return m_session ? m_popup : nullptr; }
     static QString tooLongMessage(qsizetype length) { return RewriteSession::tooLongMessage(length); }
 
+    // Takes the last Replace back (the notice's Undo, the tray menu, D-Bus); the notice
+    // says how it ended.
+    void undoLastRewrite();
+    bool canUndo() const { return m_undo.canUndo(); }
+    UndoNotice *undoNotice() const { return m_notice.get(); }
+
 Q_SIGNALS:
     // A popup's error is fixed in Settings, and the user asked to go there.
     void settingsRequested();
     // A rewrite ended with a text (every session's RewriteSession::finished).
     void rewriteFinished(
         const QString &original, const QString &result, const QString &tone, const QString &application);
+    // Whether there is a Replace to take back.
+    void canUndoChanged(bool canUndo);
 
 private:
     std::unique_ptr<RewriteSession> newSession();
     void showPopup(RewriteSession *captured);
     PopupWindowFactory &popupWindows();
     void retire(std::unique_ptr<RewriteSession> session);
+    void offerUndo(RewriteSession *replaced);
+    UndoNotice &notice();
 
     const RewriteSession::Services m_services;
     QmlEngine &m_qml;
@@ -53,4 +66,7 @@ private:
     std::unique_ptr<RewriteSession> m_capturing; // joined by triggers until it has its text
     std::unique_ptr<RewriteSession> m_session; // the one shown
     PopupWindowController *m_popup = nullptr; // the view of m_session, which owns it
+    ReplaceUndo m_undo;
+    std::unique_ptr<UndoNotice> m_notice;
+    QRect m_popupPlace; // where the last popup stood, for the notice after its Replace
 };

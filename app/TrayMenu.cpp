@@ -54,6 +54,9 @@ void TrayMenu::rebuild()
     // Shown beside the title like the other items' keys; the key grab is what answers it.
     rewrite->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_H));
     connect(rewrite, &QAction::triggered, this, &TrayMenu::rewriteRequested);
+    m_undo = menu->addAction(u"Undo last rewrite"_s);
+    m_undo->setEnabled(m_undoAvailable);
+    connect(m_undo, &QAction::triggered, this, &TrayMenu::undoRequested);
     menu->addSeparator();
 
     QAction *update = menu->addAction(u"Check for Updates…"_s);
@@ -134,6 +137,13 @@ void TrayMenu::setDesktopShortcut(const DesktopShortcut *shortcut)
 {
     m_desktopShortcut = shortcut;
     updateToolTip();
+}
+
+void TrayMenu::setUndoAvailable(bool available)
+{
+    m_undoAvailable = available;
+    if (m_undo)
+        m_undo->setEnabled(available);
 }
 
 void TrayMenu::updateToolTip()

@@ -29,6 +29,8 @@ public:
     // Where the desktop runs Ctrl+Alt+H for Tessary (null elsewhere) no other program can
     // hold it: the tooltip says whether it is set up instead. Call again once it is.
     void setDesktopShortcut(const DesktopShortcut *shortcut);
+    // "Undo last rewrite" can be chosen only while there is a Replace to take back.
+    void setUndoAvailable(bool available);
 
     // Whether the desktop shows tray icons at all: stock GNOME and a bare sway do not.
     static bool hostFound();
@@ -38,6 +40,7 @@ public:
 
 Q_SIGNALS:
     void rewriteRequested();
+    void undoRequested();
     void settingsRequested();
     void historyRequested();
     void quitRequested();
@@ -55,4 +58,6 @@ private:
     QMenu *m_menu = nullptr;
     bool m_shortcutAvailable = true;
     const DesktopShortcut *m_desktopShortcut = nullptr;
+    bool m_undoAvailable = false;
+    QAction *m_undo = nullptr; // in m_menu
 };

@@ -82,6 +82,7 @@ int main(int argc, char *argv[])
     QObject::connect(&dbus, &DBusService::triggerRequested, &sessions, &RewriteSessions::triggerHumanize);
     QObject::connect(
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
+    QObject::connect(&dbus, &DBusService::undoRequested, &sessions, &RewriteSessions::undoLastRewrite);
     QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(&dbus, &DBusService::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(

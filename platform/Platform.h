@@ -51,6 +51,13 @@ struct Element
     QString path;
 };
 
+// A stretch of an element's text, in the element's own offsets.
+struct TextRange
+{
+    int start = 0;
+    int end = 0;
+};
+
 struct FocusResult
 {
     int error = AxError::Success;
@@ -100,6 +107,17 @@ public:
     // Writes text over the element's selection; answers an AxError code.
     virtual void setSelectedText(
         const Element &element, const QString &text, std::function<void(int error)> done)
+        = 0;
+    // Where the element's selection is; nullopt when it cannot tell.
+    virtual void selectedRange(const Element &element, std::function<void(std::optional<TextRange>)> done)
+        = 0;
+    // The element's text in range; nullopt when the element has none to read (or is gone).
+    virtual void textIn(
+        const Element &element, TextRange range, std::function<void(std::optional<QString>)> done)
+        = 0;
+    // Writes text over range; answers an AxError code.
+    virtual void replaceRange(
+        const Element &element, TextRange range, const QString &text, std::function<void(int error)> done)
         = 0;
 };
 

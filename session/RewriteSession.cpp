@@ -401,16 +401,19 @@ void RewriteSession::returnAndReplace(const QString &text)
             self->finishReplace(false);
             return;
         }
-        self->m_services.textAccess.replaceSelectedText(text, self->m_target, [self, text](bool replaced) {
-            if (!self)
-                return;
-            // Where the text may not be written (the selection there has changed, the
-            // window is gone), the rewrite is not lost: it waits on the clipboard.
-            if (!replaced)
-                self->m_services.textAccess.copy(text, self->m_target);
-            logReplaceResult(replaced);
-            self->finishReplace(replaced);
-        });
+        self->m_services.textAccess.replaceSelectedText(
+            text, self->m_target, [self, text](const std::optional<WrittenPlace> &written) {
+                if (!self)
+                    return;
+                const bool replaced = written.has_value();
+                self->m_writtenPlace = written;
+                // Where the text may not be written (the selection there has changed, the
+                // window is gone), the rewrite is not lost: it waits on the clipboard.
+                if (!replaced)
+                    self->m_services.textAccess.copy(text, self->m_target);
+                logReplaceResult(replaced);
+                self->finishReplace(replaced);
+            });
     };
     returnToPreviousApp([pending, finish](bool returned) {
         pending->returned = returned;

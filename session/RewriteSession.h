@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 class AccessibilityHelper;
 class Pasteboard;
@@ -120,6 +121,8 @@ public:
     bool isIdle() const { return !m_writing; }
     // The result was written where the text came from.
     bool wasWritten() const { return m_state == State::Replaced && m_written; }
+    // Where the result was written, once it was.
+    const std::optional<WrittenPlace> &writtenPlace() const { return m_writtenPlace; }
 
 Q_SIGNALS:
     void captured();
@@ -175,6 +178,7 @@ private:
     bool m_stalled = false;
     bool m_writing = false; // past the checks of a Replace, until written or copied
     bool m_written = false;
+    std::optional<WrittenPlace> m_writtenPlace;
     std::shared_ptr<RewriteRequest> m_request;
     QTimer m_stallTimer;
     QTimer m_clipboardLook;

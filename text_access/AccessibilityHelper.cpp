@@ -4,6 +4,7 @@
 #include "Log.h"
 #include "TerminalPaste.h"
 
+#include <QHash>
 #include <QLoggingCategory>
 #include <QMimeData>
 #include <QPointer>
@@ -271,7 +272,7 @@ void AccessibilityHelper::replaceSelectedText(
     if (target.method == CaptureTarget::Method::Primary) {
         leaveOnClipboard(
             text, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is a terminal"_s, target);
-        done(false);
+        done(std::nullopt);
         return;
     }
     m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(m_timings.answerDeadline,
@@ -285,20 +286,20 @@ void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarge
 {
     if (!front) {
         Log::write(u"❌", tag, u"No frontmost application");
-        done(false);
+        done(std::nullopt);
         return;
     }
     logStep({ u"Frontmost app: ", Log::Public(nameOrUnknown(front)) });
     if (target.application && !sameWindow(*front, *target.application)) {
         leaveOnClipboard(
             text, u"Not replacing: "_s + nameOrUnknown(target.application) + u" is not in front"_s);
-        done(false);
+        done(std::nullopt);
         return;
     }
     if (isTerminal(*front)) {
         leaveOnClipboard(text, u"Not replacing: "_s + nameOrUnknown(front) + u" is a terminal"_s,
             { CaptureTarget::Method::Primary, front, std::nullopt, {} });
-        done(false);
+        done(std::nullopt);
         return;
     }
 
@@ -309,7 +310,7 @@ void AccessibilityHelper::replaceInFront(const QString &text, const CaptureTarge
                 logStep({ u"Focus result: ", focus.error });
                 if (focus.error != AxError::Success || !focus.element) {
                     Log::write(u"❌", tag, u"Failed to get focused element");
-                    done(false);
+                    done(std::nullopt);
                     return;
                 }
                 replaceInElement(text, target, front, focus, done);
@@ -342,7 +343,7 @@ void AccessibilityHelper::replaceInElement(const QString &text, const CaptureTar
                         Log::write(u"❌", tag, Log::Public(message));
                     else
                         leaveOnClipboard(text, message);
-                    done(false);
+                    done(std::nullopt);
                     return;
                 }
                 logStep(u"Got focused element, attempting AX replace...");
@@ -353,28 +354,44 @@ void AccessibilityHelper::replaceInElement(const QString &text, const CaptureTar
 void AccessibilityHelper::writeElement(const QString &text, const Element &element,
     const RunningApplication &front, bool pasteAllowed, ReplaceCallback done)
 {
+    // Where the selection begins is where the text will start: kept so that the Replace
+    // can be read back and taken back later.
+    m_accessibility.selectedRange(element,
+        deadline<std::optional<TextRange>>(m_timings.answerDeadline, std::nullopt,
+            [this, text, element, front, pasteAllowed, done = std::move(done)](
+                std::optional<TextRange> range) {
+                writeElementAt(text, element, front, pasteAllowed, range, done);
+            }));
+}
+
+void AccessibilityHelper::writeElementAt(const QString &text, const Element &element,
+    const RunningApplication &front, bool pasteAllowed, std::optional<TextRange> range, ReplaceCallback done)
+{
     m_accessibility.setSelectedText(element, text,
         deadline<int>(m_timings.writeDeadline, noAnswer,
-            [this, text, front, pasteAllowed, done = std::move(done)](int error) {
+            [this, text, element, front, pasteAllowed, range, done = std::move(done)](int error) {
                 const bool answered = error != noAnswer;
                 if (!answered)
                     error = AxError::CannotComplete;
                 logStep({ u"AX replace result: ", error });
                 if (error == AxError::Success) {
                     Log::write(u"✅", tag, u"AX replace successful");
-                    done(true);
+                    // Without a selection the text went in at the caret, whose offset is unknown.
+                    const bool placed = range && range->end > range->start;
+                    done(WrittenPlace {
+                        front, placed ? std::optional(element) : std::nullopt, placed ? range->start : 0 });
                     return;
                 }
                 if (!answered || !pasteAllowed) {
                     leaveOnClipboard(text,
                         u"Not pasting: "_s + nameOrUnknown(front)
                             + (answered ? u" has moved its focus"_s : u" did not answer in time"_s));
-                    done(false);
+                    done(std::nullopt);
                     return;
                 }
                 logStep(u"AX failed, using clipboard fallback...");
                 pasteFallback(text, front);
-                done(true);
+                done(WrittenPlace { front, std::nullopt, 0 });
             }));
 }
 
@@ -442,6 +459,86 @@ void AccessibilityHelper::restoreAfterPaste(int generation)
         return;
     m_pasteboard.restore(saved);
     logStep(u"Clipboard restored");
+}
+
+// Taking a Replace back
+
+void AccessibilityHelper::takeBack(const QString &original, const QString &rewrite, const WrittenPlace &place,
+    std::function<void(TakeBack result)> done)
+{
+    const auto finish
+        = [this, original, name = nameOrUnknown(place.application), done = std::move(done)](TakeBack result) {
+              if (result == TakeBack::Restored) {
+                  Log::write(u"↩️", tag, u"Undo successful: the original is written back");
+              } else {
+                  static const QHash<TakeBack, QString> why {
+                      { TakeBack::NotInFront, u" is not in front"_s },
+                      { TakeBack::CannotCheck, u" got the rewrite by a paste, which cannot be read back"_s },
+                      { TakeBack::Gone, u" no longer has the text"_s },
+                      { TakeBack::Changed, u" has other text where the rewrite went"_s },
+                      { TakeBack::NotWritten, u" did not take the original"_s },
+                  };
+                  leaveOnClipboard(original, u"Not undoing: "_s + name + why.value(result));
+              }
+              done(result);
+          };
+    m_workspace.frontmostApplication(deadline<std::optional<RunningApplication>>(m_timings.answerDeadline,
+        std::nullopt, [this, original, rewrite, place, finish](std::optional<RunningApplication> front) {
+            if (!front || !sameWindow(*front, place.application)) {
+                finish(TakeBack::NotInFront);
+                return;
+            }
+            takeBackInFront(original, rewrite, place, finish);
+        }));
+}
+
+void AccessibilityHelper::takeBackInFront(const QString &original, const QString &rewrite,
+    const WrittenPlace &place, std::function<void(TakeBack)> done)
+{
+    if (!place.element) {
+        done(TakeBack::CannotCheck);
+        return;
+    }
+    const Element element = *place.element;
+    // Offsets count code points in GTK and UTF-16 units in some other toolkits: the rewrite
+    // is looked for at both lengths, which differ only beyond the Basic Multilingual Plane.
+    const int codePoints = int(rewrite.toUcs4().size());
+    const int units = int(rewrite.size());
+    const TextRange first { place.start, place.start + codePoints };
+    const TextRange second { place.start, place.start + units };
+    m_accessibility.textIn(element, first,
+        deadline<std::optional<QString>>(m_timings.answerDeadline, std::nullopt,
+            [this, original, rewrite, element, first, second, done](std::optional<QString> there) {
+                if (!there) {
+                    done(TakeBack::Gone);
+                    return;
+                }
+                if (*there == rewrite) {
+                    writeBack(original, element, first, done);
+                    return;
+                }
+                if (second.end == first.end) {
+                    done(TakeBack::Changed);
+                    return;
+                }
+                m_accessibility.textIn(element, second,
+                    deadline<std::optional<QString>>(m_timings.answerDeadline, std::nullopt,
+                        [this, original, rewrite, element, second, done](std::optional<QString> inUnits) {
+                            if (inUnits == rewrite)
+                                writeBack(original, element, second, done);
+                            else
+                                done(inUnits ? TakeBack::Changed : TakeBack::Gone);
+                        }));
+            }));
+}
+
+void AccessibilityHelper::writeBack(
+    const QString &original, const Element &element, TextRange range, std::function<void(TakeBack)> done)
+{
+    m_accessibility.replaceRange(element, range, original,
+        deadline<int>(m_timings.writeDeadline, noAnswer, [done = std::move(done)](int error) {
+            done(error == AxError::Success ? TakeBack::Restored : TakeBack::NotWritten);
+        }));
 }
 
 void AccessibilityHelper::copy(const QString &text, const CaptureTarget &target)

@@ -40,7 +40,18 @@ class AccessibilityHelper : public QObject
     Q_OBJECT
 public:
     using CaptureCallback = std::function<void(const Capture &capture)>;
-    using ReplaceCallback = std::function<void(bool replaced)>;
+    // written: where the text went; nullopt when it was not written.
+    using ReplaceCallback = std::function<void(const std::optional<WrittenPlace> &written)>;
+    // How taking a Replace back ended.
+    enum class TakeBack {
+        Restored, // the original is written back
+        NotInFront, // the window written into is not the one in front
+        CannotCheck, // the text was pasted: what is there now cannot be read
+        Gone, // the element written into has no text to read any more
+        Changed, // the text there is no longer the rewrite
+        NotWritten, // the application refused the write, or did not answer in time
+    };
+    Q_ENUM(TakeBack)
 
     AccessibilityHelper(Workspace &workspace, Accessibility &accessibility, KeySynth &keySynth,
         Pasteboard &pasteboard, PrimarySelection *primarySelection, TextAccessTimings timings = {},
@@ -57,13 +68,18 @@ public:
     // front and its focused element, while that same text is selected there.
     void captureHandedText(const QString &text, CaptureCallback done);
 
-    // Writes text over the selection the target was captured from. replaced is true when
+    // Writes text over the selection the target was captured from. written says where when
     // the text was set through the accessibility bus or the paste fallback was started;
-    // false when target's window is not in front, its element cannot be had, the
+    // nullopt when target's window is not in front, its element cannot be had, the
     // selection there has changed, or the target is a terminal (the caller copies then).
     // Nothing is ever written into another window: when another one is in front by the
     // time of the paste, nothing is typed and the text is left on the clipboard.
     void replaceSelectedText(const QString &text, const CaptureTarget &target, ReplaceCallback done);
+    // Writes original back over rewrite where place says it went, only while the text
+    // there is still exactly rewrite and its window is in front. Otherwise nothing is
+    // written and original is left on the clipboard. done is called once.
+    void takeBack(const QString &original, const QString &rewrite, const WrittenPlace &place,
+        std::function<void(TakeBack result)> done);
     // Leaves text for the user to paste: on the clipboard as plain text (a clipboard
     // manager may keep it) and, where the target is a terminal's selection, on PRIMARY as
     // well, which its Shift+Insert and middle button paste.
@@ -87,6 +103,12 @@ private:
         const FocusResult &focus, ReplaceCallback done);
     void writeElement(const QString &text, const Element &element, const RunningApplication &front,
         bool pasteAllowed, ReplaceCallback done);
+    void writeElementAt(const QString &text, const Element &element, const RunningApplication &front,
+        bool pasteAllowed, std::optional<TextRange> range, ReplaceCallback done);
+    void takeBackInFront(const QString &original, const QString &rewrite, const WrittenPlace &place,
+        std::function<void(TakeBack)> done);
+    void writeBack(
+        const QString &original, const Element &element, TextRange range, std::function<void(TakeBack)> done);
     void pasteFallback(const QString &text, const RunningApplication &front);
     void paste(int generation, const RunningApplication &target, const QString &text);
     // target: where the text was for; a terminal's gets PRIMARY too.

@@ -27,6 +27,16 @@ struct CaptureTarget
     QString selected;
 };
 
+// Where a Replace wrote its text, kept so that it can be taken back.
+struct WrittenPlace
+{
+    RunningApplication application; // the window written into
+    // The element and the offset the text begins at, where it was written over the
+    // accessibility bus; none after a paste, whose text cannot be read back.
+    std::optional<Element> element;
+    int start = 0;
+};
+
 struct Capture
 {
     std::optional<QString> text; // never empty when present

@@ -1,6 +1,6 @@
 // tessary-gallery OUTDIR: renders the settings window (with an update known), every
-// onboarding page, the History window and a rewrite with its changes marked, light and
-// dark, into PNG files for the documentation and the demo.
+// onboarding page, the History window, a rewrite with its changes marked and the notice
+// after a Replace, light and dark, into PNG files for the documentation and the demo.
 
 #include "FixtureServer.h"
 #include "HistoryListModel.h"
@@ -9,6 +9,7 @@
 #include "Rewriter.h"
 #include "SettingsModel.h"
 #include "StorageManager.h"
+#include "UndoNoticeModel.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -122,6 +123,21 @@ void shootChanges(QQmlEngine &engine, const QString &path)
     shoot(*window, path, 500);
 }
 
+// The notice after a Replace, where the popup was: Undo offered, and an Undo refused.
+void shootUndoNotice(QQmlEngine &engine, const QString &offeredPath, const QString &refusedPath)
+{
+    UndoNoticeModel model;
+    model.say(u"Replaced."_s, true);
+    auto window = load(engine, u"qrc:/qt/qml/Tessary/Popup/UndoNotice.qml"_s,
+        { { u"model"_s, QVariant::fromValue(&model) } });
+    shoot(*window, offeredPath, 300);
+    window->close();
+    model.say(u"The text in Mousepad has changed since the rewrite: the original is on the clipboard."_s,
+        false, true);
+    shoot(*window, refusedPath, 300);
+    window->close();
+}
+
 // The History window with a few rewrites of a morning.
 void shootHistory(QQmlEngine &engine, const QString &dir, const QString &path)
 {
@@ -217,6 +233,8 @@ int main(int argc, char *argv[])
         storage.setProvider(StorageManager::Provider::TessaryService);
 
         shootChanges(engine, out.filePath(u"changes-%1.png"_s.arg(scheme)));
+        shootUndoNotice(engine, out.filePath(u"undo-%1.png"_s.arg(scheme)),
+            out.filePath(u"undo-refused-%1.png"_s.arg(scheme)));
         shootHistory(engine, home.path(), out.filePath(u"history-%1.png"_s.arg(scheme)));
 
         // The last page differs while no key is stored: show both.

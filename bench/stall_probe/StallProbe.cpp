@@ -181,7 +181,7 @@ int main(int argc, char **argv)
                 target.selected = u"slow text"_s;
             }
             road.start();
-            helper.replaceSelectedText(u"rewritten"_s, target, [&](bool) {
+            helper.replaceSelectedText(u"rewritten"_s, target, [&](const std::optional<WrittenPlace> &) {
                 replaceMs.append(double(road.nsecsElapsed()) / 1e6);
                 QTimer::singleShot(0, next);
             });

@@ -561,6 +561,43 @@ void AtspiAccessibility::setSelectedText(
     });
 }
 
+void AtspiAccessibility::selectedRange(
+    const Element &element, std::function<void(std::optional<TextRange>)> done)
+{
+    selection(element, [done = std::move(done)](std::optional<Selection> range) {
+        done(range ? std::optional<TextRange>(TextRange { range->start, range->end }) : std::nullopt);
+    });
+}
+
+void AtspiAccessibility::textIn(
+    const Element &element, TextRange range, std::function<void(std::optional<QString>)> done)
+{
+    text(element, range.start, range.end, std::move(done));
+}
+
+void AtspiAccessibility::replaceRange(
+    const Element &element, TextRange range, const QString &replacement, std::function<void(int)> done)
+{
+    states(element, [this, element, range, replacement, done = std::move(done)](std::optional<quint64> bits) {
+        if (!bits || (*bits & (quint64(1) << stateDefunct))) {
+            done(AxError::CannotComplete);
+            return;
+        }
+        if (!(*bits & (quint64(1) << stateEditable))) {
+            done(AxError::AttributeUnsupported);
+            return;
+        }
+        call(element, editableTextInterface, u"DeleteText"_s, { range.start, range.end },
+            [this, element, range, replacement, done](const std::optional<QDBusMessage> &deleted) {
+                if (!deleted || !deleted->arguments().value(0).toBool()) {
+                    done(AxError::AttributeUnsupported);
+                    return;
+                }
+                insertAt(element, range.start, replacement, done);
+            });
+    });
+}
+
 void AtspiAccessibility::insertAt(
     const Element &element, int start, const QString &replacement, std::function<void(int)> done)
 {

@@ -27,6 +27,11 @@ public:
     void focusedElement(const RunningApplication &app, std::function<void(FocusResult)> done) override;
     void selectedText(const Element &element, std::function<void(std::optional<QString>)> done) override;
     void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
+    void selectedRange(const Element &element, std::function<void(std::optional<TextRange>)> done) override;
+    void textIn(
+        const Element &element, TextRange range, std::function<void(std::optional<QString>)> done) override;
+    void replaceRange(
+        const Element &element, TextRange range, const QString &text, std::function<void(int)> done) override;
 
     // The process whose window is active, Tessary itself left out; none when the window
     // in front belongs to an application off the bus.

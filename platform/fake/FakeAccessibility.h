@@ -14,6 +14,10 @@ public:
     AccessibilityStatus switchState { true, true };
     FocusResult focus { AxError::Success, Element { QStringLiteral("app"), QStringLiteral("/focused") } };
     std::optional<QString> selection;
+    // The element's whole text, where a test reads and writes by offsets; the selection is
+    // where it first holds the selected text.
+    QString document;
+    bool gone = false; // the element has left the bus: reads get nothing, writes fail
     int setError = AxError::Success;
     bool silent = false;
     bool writesHang = false; // reads are answered, writes never
@@ -28,7 +32,13 @@ public:
     void focusedElement(const RunningApplication &, std::function<void(FocusResult)> done) override;
     void selectedText(const Element &, std::function<void(std::optional<QString>)> done) override;
     void setSelectedText(const Element &element, const QString &text, std::function<void(int)> done) override;
+    void selectedRange(const Element &element, std::function<void(std::optional<TextRange>)> done) override;
+    void textIn(
+        const Element &element, TextRange range, std::function<void(std::optional<QString>)> done) override;
+    void replaceRange(
+        const Element &element, TextRange range, const QString &text, std::function<void(int)> done) override;
 
 private:
+    std::optional<TextRange> rangeOfSelection() const;
     void answer(std::function<void()> reply);
 };

@@ -274,7 +274,8 @@ private:
     bool replaceNow(const QString &text)
     {
         return answerOf<bool>([&](auto done) {
-            m_helper->replaceSelectedText(text, m_captured, done);
+            m_helper->replaceSelectedText(text, m_captured,
+                [done](const std::optional<WrittenPlace> &written) { done(written.has_value()); });
         }).value_or(false);
     }
     std::optional<bool> activate(const RunningApplication &app)

@@ -1,5 +1,6 @@
 // Faults: a burst of presses making several popups, an old rewrite leaking into a new one,
-// an over-long text reaching the service, Replace writing where the text did not come from.
+// an over-long text reaching the service, Replace writing where the text did not come from,
+// the notice after a Replace not where the popup stood or offering Undo twice.
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "QmlEngine.h"
@@ -7,6 +8,8 @@
 #include "RewriteSessions.h"
 #include "SessionDesk.h"
 #include "StdoutCapture.h"
+#include "UndoNotice.h"
+#include "UndoNoticeModel.h"
 
 #include <QLocale>
 #include <QQuickWindow>
@@ -206,6 +209,42 @@ private Q_SLOTS:
         QVERIFY(!desk.model()->note().isEmpty());
         QCOMPARE(desk.primary.taken, inTerminal ? QStringList { u"Hi there"_s } : QStringList());
         QCOMPARE(desk.model()->note().contains(u"Shift+Insert"_s), inTerminal);
+    }
+
+    // A written Replace is offered back where its popup stood, once: the notice's Undo puts
+    // the original back and says so, and there is nothing more to undo.
+    void replaceOffersUndoWhereThePopupWas()
+    {
+        Desk desk(u"hello"_s);
+        desk.accessibility.document = u"Say hello now"_s;
+        QSignalSpy canUndo(&desk.sessions, &RewriteSessions::canUndoChanged);
+        desk.sessions.triggerHumanize();
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        desk.rewriter.finish(u"Hi there"_s);
+        // Dragged away from the middle of the screen, where popups open.
+        QQuickWindow *popup = desk.sessions.popupWindowController()->window();
+        popup->setPosition(popup->position() + QPoint(-90, 60));
+        const QPoint popupCentre = popup->geometry().center();
+        desk.workspace.frontmost = std::nullopt; // the popup has the focus
+        desk.model()->replace();
+
+        QTRY_COMPARE(canUndo.size(), 1);
+        QCOMPARE(canUndo.last().first().toBool(), true);
+        QCOMPARE(desk.accessibility.document, u"Say Hi there now"_s);
+        UndoNotice *notice = desk.sessions.undoNotice();
+        QVERIFY(notice && notice->window());
+        QTRY_VERIFY(notice->window()->isVisible());
+        QVERIFY((notice->window()->geometry().center() - popupCentre).manhattanLength() <= 3);
+        QCOMPARE(notice->model()->message(), u"Replaced."_s);
+        QVERIFY(notice->model()->offersUndo());
+
+        notice->model()->undo();
+        QTRY_COMPARE(desk.accessibility.document, u"Say hello now"_s);
+        QTRY_COMPARE(notice->model()->message(), u"The original is back in Mousepad."_s);
+        QVERIFY(!notice->model()->offersUndo());
+        QVERIFY(!notice->model()->refused());
+        QCOMPARE(canUndo.size(), 2);
+        QVERIFY(!desk.sessions.canUndo());
     }
 };
 

@@ -76,9 +76,9 @@ private:
     {
         int answers = 0;
         std::optional<bool> result;
-        m_helper->replaceSelectedText(text, target, [&](bool replaced) {
+        m_helper->replaceSelectedText(text, target, [&](const std::optional<WrittenPlace> &written) {
             ++answers;
-            result = replaced;
+            result = written.has_value();
         });
         [&] { QTRY_COMPARE_WITH_TIMEOUT(answers, 1, 3000); }();
         return result;
@@ -524,9 +524,9 @@ private Q_SLOTS:
 
         StdoutCapture out;
         int answers = 0;
-        m_helper->replaceSelectedText(u"new text"_s, target, [&](bool replaced) {
+        m_helper->replaceSelectedText(u"new text"_s, target, [&](const std::optional<WrittenPlace> &written) {
             ++answers;
-            QCOMPARE(replaced, expected);
+            QCOMPARE(written.has_value(), expected);
             if (change == u"window changes before paste")
                 m_workspace->frontmost = other;
         });

@@ -17,7 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// One line per menu entry: its text, "[bold]" and its shortcut; "--" for a separator.
+// One line per menu entry: its text, "[bold]", "[off]" when it cannot be chosen, and its
+// shortcut; "--" for a separator.
 QStringList describe(const QMenu *menu)
 {
     QStringList lines;
@@ -29,6 +30,8 @@ QStringList describe(const QMenu *menu)
         QString line = action->text();
         if (action->font().bold())
             line += u" [bold]"_s;
+        if (!action->isEnabled())
+            line += u" [off]"_s;
         if (!action->shortcut().isEmpty())
             line += u" "_s + action->shortcut().toString();
         lines << line;
@@ -56,8 +59,8 @@ void TestTrayMenu::menuAndTooltipFollowTheState()
     BrowserCatcher browser;
 
     TrayMenu tray(updates);
-    const QStringList plain { u"Rewrite as me Ctrl+Alt+H"_s, u"--"_s, u"Check for Updates…"_s, u"History…"_s,
-        u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
+    const QStringList plain { u"Rewrite as me Ctrl+Alt+H"_s, u"Undo last rewrite [off]"_s, u"--"_s,
+        u"Check for Updates…"_s, u"History…"_s, u"Settings… Ctrl+,"_s, u"--"_s, u"Quit Tessary Ctrl+Q"_s };
     QCOMPARE(describe(tray.menu()), plain);
 
     // A newer release: the menu is rebuilt with the bold update item, which downloads.
@@ -66,9 +69,9 @@ void TestTrayMenu::menuAndTooltipFollowTheState()
     updates.checkForUpdates(true);
     QVERIFY(status.wait());
     QStringList available = plain;
-    available[2] = u"Update Available! [bold]"_s;
+    available[3] = u"Update Available! [bold]"_s;
     QCOMPARE(describe(tray.menu()), available);
-    tray.menu()->actions().at(2)->trigger();
+    tray.menu()->actions().at(3)->trigger();
     QCOMPARE(browser.opened, QList<QUrl> { QUrl(u"https://example.org/t-99.0"_s) });
     QCOMPARE(server.requests().size(), 1); // the item opened the download instead of asking again
 
@@ -82,7 +85,7 @@ void TestTrayMenu::menuAndTooltipFollowTheState()
 
     // Without a known update the item asks the service, and the user hears the answer.
     QSignalSpy upToDate(&updates, &UpdateService::upToDate);
-    tray.menu()->actions().at(2)->trigger();
+    tray.menu()->actions().at(3)->trigger();
     QVERIFY(upToDate.wait());
     QCOMPARE(server.requests().size(), 3);
 
@@ -90,6 +93,18 @@ void TestTrayMenu::menuAndTooltipFollowTheState()
     QVERIFY(!tray.icon()->toolTip().contains(u"unavailable"_s));
     tray.setShortcutAvailable(false);
     QVERIFY(tray.icon()->toolTip().contains(u"Ctrl+Alt+H is unavailable"_s));
+
+    // Undo can be chosen while there is a Replace to take back, also in a rebuilt menu.
+    QSignalSpy undo(&tray, &TrayMenu::undoRequested);
+    tray.setUndoAvailable(true);
+    tray.rebuild();
+    QStringList undoable = plain;
+    undoable[1] = u"Undo last rewrite"_s;
+    QCOMPARE(describe(tray.menu()), undoable);
+    tray.menu()->actions().at(1)->trigger();
+    QCOMPARE(undo.size(), 1);
+    tray.setUndoAvailable(false);
+    QCOMPARE(describe(tray.menu()), plain);
 }
 
 QTEST_MAIN(TestTrayMenu)

@@ -1,0 +1,177 @@
+// Faults: Undo not writing the original back into the editor, writing over text the user
+// has typed since the Replace, losing the original where it refuses, or the notice taking
+// the keyboard from the editor.
+#include "AtspiClient.h"
+#include "DesktopFixture.h"
+#include "FixtureServer.h"
+#include "Selection.h"
+#include "TessaryProcess.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+using namespace Desktop;
+
+// A Replace in a real editor taken back: from the tray menu, from the notice that stands
+// where the popup was, and refused once the user has typed in the editor meanwhile.
+
+namespace {
+
+const QString paragraph = u"First words stay. Please rewrite this sentence now. Last words stay too."_s;
+const QString sentence = u"Please rewrite this sentence now."_s;
+const QString rewrite = u"A rewrite, streamed.\u00a0👍🏽"_s;
+
+FixtureReply streamRewrite(const FixtureRequest &)
+{
+    FixtureReply reply;
+    reply.headers = { { "Content-Type", "text/event-stream" } };
+    const QJsonObject delta { { u"content"_s, rewrite } };
+    const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
+    reply.body = "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\ndata: [DONE]\n\n";
+    return reply;
+}
+
+// The windows of the session whose WM_CLASS ("--class") or instance ("--classname")
+// matches, as xdotool finds them.
+QStringList windows(const QString &how, const QString &pattern)
+{
+    return QString::fromUtf8(run(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, how, pattern }))
+        .split(u'\n', Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+class TestUndoDesktop : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(),
+            "no session bus: run inside scripts/headless-session");
+        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
+        m_server.route("/api/v1/chat/completions", streamRewrite);
+        QVERIFY(m_atspi.connect());
+        // A tray for the program's icon, as a panel holds it.
+        m_tray.start(u"trayer"_s,
+            { u"--edge"_s, u"top"_s, u"--align"_s, u"right"_s, u"--widthtype"_s, u"request"_s, u"--height"_s,
+                u"26"_s });
+        QVERIFY(m_tray.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(!windows(u"--class"_s, u"trayer"_s).isEmpty(), 10000);
+    }
+    void cleanupTestCase()
+    {
+        m_tray.terminate();
+        m_tray.waitForFinished();
+    }
+    void cleanup()
+    {
+        m_program.reset();
+        m_server.clearRequests();
+    }
+    void undoAReplace_data()
+    {
+        QTest::addColumn<QString>("from"); // where Undo is asked: "tray" or "notice"
+        QTest::addColumn<bool>("typeBetween"); // the user types in the editor after the Replace
+
+        QTest::newRow("from the tray menu: the original comes back") << u"tray"_s << false;
+        QTest::newRow("from the notice: the original comes back") << u"notice"_s << false;
+        QTest::newRow("typed in between: refused, the original on the clipboard") << u"tray"_s << true;
+    }
+    void undoAReplace()
+    {
+        QFETCH(QString, from);
+        QFETCH(bool, typeBetween);
+
+        Editor editor(paragraph, true);
+        QVERIFY(editor.waitUntilActive());
+        startProgram();
+        QVERIFY(editor.waitUntilActive());
+        keys(keysSelecting(paragraph, sentence));
+
+        trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
+        pressOnce(u"Replace"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"🔄 [PopupView] Replace result: "_s), 10000);
+        QVERIFY2(log().contains(u"✅ [AccessibilityHelper] AX replace successful"_s), qPrintable(log()));
+        QString replaced = paragraph;
+        replaced.replace(sentence, rewrite);
+        QCOMPARE(editor.savedText(), replaced);
+
+        if (typeBetween) {
+            // Typed while the notice is up: the keys reach the editor, not the notice.
+            QVERIFY(editor.waitUntilActive());
+            keys({ u"ctrl+Home"_s, u"x"_s });
+            replaced.prepend(u'x');
+            QCOMPARE(editor.savedText(), replaced);
+        }
+
+        if (from == u"tray"_s)
+            chooseUndoInTheTrayMenu();
+        else
+            pressOnce(u"Undo"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"↩️ [Undo] Undo result: "_s), 10000);
+
+        if (!typeBetween) {
+            QVERIFY2(log().contains(u"↩️ [Undo] Undo result: true"_s), qPrintable(log()));
+            QCOMPARE(editor.savedText(), paragraph);
+            return;
+        }
+        QVERIFY2(log().contains(u"↩️ [Undo] Undo result: false"_s), qPrintable(log()));
+        QVERIFY2(log().contains(u"❌ [AccessibilityHelper] Not undoing: Mousepad has other text where the "
+                                "rewrite went, the text is on the clipboard"_s),
+            qPrintable(log()));
+        QCOMPARE(QString::fromUtf8(clipboard()), sentence);
+        QCOMPARE(m_atspi.text(u"mousepad"_s), replaced);
+        // The notice says why, over the accessibility bus too.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            m_atspi.shows(u"The text in Mousepad has changed since the rewrite: the original is on the "
+                          "clipboard."_s),
+            5000);
+    }
+
+private:
+    void startProgram()
+    {
+        m_program
+            = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\nupdate_check_enabled=false\n");
+        QVERIFY(m_program->start());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+    }
+    void trigger()
+    {
+        QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+            u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+    }
+    void pressOnce(const QString &name)
+    {
+        bool pressed = false;
+        QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
+    }
+    // The icon opens its menu on a click; "Undo last rewrite" is the second item.
+    void chooseUndoInTheTrayMenu()
+    {
+        QString icon;
+        QTRY_VERIFY_WITH_TIMEOUT(!(icon = windows(u"--classname"_s, u"tessary"_s).value(0)).isEmpty(), 10000);
+        const qsizetype before = windows(u"--classname"_s, u"tessary"_s).size();
+        run(u"xdotool"_s, { u"mousemove"_s, u"--window"_s, icon, u"8"_s, u"8"_s, u"click"_s, u"1"_s });
+        QTRY_VERIFY_WITH_TIMEOUT(windows(u"--classname"_s, u"tessary"_s).size() > before, 10000);
+        run(u"xdotool"_s, { u"key"_s, u"Down"_s, u"Down"_s, u"Return"_s });
+    }
+    const QString &log() const { return m_program->log; }
+
+    FixtureServer m_server;
+    AtspiClient m_atspi;
+    QProcess m_tray;
+    std::unique_ptr<TessaryProcess> m_program;
+};
+
+QTEST_MAIN(TestUndoDesktop)
+#include "TestUndoDesktop.moc"
