@@ -147,13 +147,14 @@ FocusScope {
                             checked: view.showChanges
                             onToggled: view.showChanges = checked
                         }
+                        // Above the result, so that its one line is in sight without scrolling.
+                        ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
                         ResultArea {
                             objectName: "resultArea"
                             Layout.fillWidth: true
                             viewModel: view.viewModel
                             showChanges: view.showChanges
                         }
-                        ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
                         // The rewrite came back in another script than the text: Retry is the fix.
                         Text {
                             objectName: "languageNote"

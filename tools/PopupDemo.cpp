@@ -3,10 +3,12 @@
 // The service is played by a scripted rewriter, so every picture shows the same moment.
 // Run with QT_SCALE_FACTOR set, the pictures are named for the scale (popup-done-light@2x.png).
 
+#include "FailureAdvice.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
 #include "SceneGraph.h"
 #include "SessionDesk.h"
+#include "StorageManager.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -52,7 +54,13 @@ struct Scene
     QString text;
     std::function<void(FakeRewriter &, PopupViewModel &)> play;
     QList<Qt::Key> keys = {}; // typed once the rewrite has played
+    bool showThinking = false; // the thinking section opened
 };
+
+const QString thinking
+    = u"They want it in their own voice: short sentences, direct, no greeting. Keep the point "
+      u"about the step-two bug, since that is the reason for the delay, and end with the "
+      u"question about tomorrow."_s;
 
 } // namespace
 
@@ -88,9 +96,21 @@ int main(int argc, char *argv[])
         { u"error"_s, original,
             [](FakeRewriter &r, PopupViewModel &) {
                 r.token(rewrite.first(40));
-                r.error(u"Could not connect to the server."_s);
+                // What the program says when the service on this computer is not running.
+                r.error(FailureAdvice::forRewrite(
+                    { StorageManager::Provider::TessaryService, QUrl(u"http://127.0.0.1:8787/api/v1"_s), {} },
+                    Failure::of(Failure::Kind::Unreachable, u"Could not connect to the server."_s)));
             } },
         { u"no-text"_s, QString(), [](FakeRewriter &, PopupViewModel &) {} },
+        // A reasoning model: its thinking held apart from the rewrite, opened to read.
+        { u"thinking"_s, original, [](FakeRewriter &r, PopupViewModel &) { r.reasoning(thinking); }, {},
+            true },
+        { u"thought"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) {
+                r.reasoning(thinking);
+                r.token(rewrite);
+                r.complete();
+            } },
         // The keyboard on the next tone, its ring showing.
         { u"keyboard"_s, original,
             [](FakeRewriter &r, PopupViewModel &) {
@@ -122,6 +142,9 @@ int main(int argc, char *argv[])
                 std::fprintf(stderr, "popup-demo: %s never took the keyboard\n", qPrintable(scene.name));
             for (const Qt::Key key : scene.keys)
                 QTest::keyClick(popup.window(), key);
+            if (auto *toggle = popup.window()->findChild<QObject *>(u"thinkingToggle"_s);
+                toggle && scene.showThinking)
+                QMetaObject::invokeMethod(toggle, "clicked");
             QTest::qWait(300); // let the spinner turn and the text settle into its frame
             const qreal scale = popup.window()->devicePixelRatio();
             const QString suffix = scale == 1 ? QString() : u"@%1x"_s.arg(scale);
