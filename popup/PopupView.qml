@@ -10,7 +10,7 @@ FocusScope {
     id: view
 
     required property PopupViewModel viewModel
-    property bool showChanges: false
+    readonly property bool showChanges: viewModel.showChanges
 
     signal closeRequested
     signal moveRequested
@@ -18,9 +18,11 @@ FocusScope {
     implicitWidth: 360
     implicitHeight: 500
 
-    // The keyboard starts on the chosen tone: Tab walks on from there.
-    function focusTone() {
-        tones.focusChosen();
+    // The keyboard starts on the chosen tone, or on the instruction in its place: Tab
+    // walks on from there.
+    function focusTone(reason) {
+        if (!tones.focusChosen(reason))
+            instruction.focusField(reason);
     }
 
     // A button that turns disabled under the keyboard (Retry starts a rewrite) would leave
@@ -30,7 +32,7 @@ FocusScope {
         function onActiveFocusItemChanged() {
             const focused = view.Window.activeFocusItem;
             if (view.visible && view.Window.active && (focused === view || focused === null))
-                tones.focusChosen(Qt.TabFocusReason);
+                view.focusTone(Qt.TabFocusReason);
         }
     }
 
@@ -40,7 +42,7 @@ FocusScope {
     }
     Shortcut {
         sequence: "Ctrl+D"
-        onActivated: view.showChanges = !view.showChanges
+        onActivated: view.viewModel.setShowChanges(!view.showChanges)
     }
     Shortcut {
         sequences: ["Ctrl+Return", "Ctrl+Enter"]
@@ -133,6 +135,12 @@ FocusScope {
                         Layout.fillWidth: true
                         viewModel: view.viewModel
                     }
+                    InstructionSection {
+                        id: instruction
+                        Layout.fillWidth: true
+                        Layout.topMargin: -8
+                        viewModel: view.viewModel
+                    }
 
                     // Result
                     ColumnLayout {
@@ -144,8 +152,8 @@ FocusScope {
                         }
                         ChangesToggle {
                             objectName: "showChanges"
-                            checked: view.showChanges
-                            onToggled: view.showChanges = checked
+                            Binding on checked { value: view.showChanges }
+                            onToggled: view.viewModel.setShowChanges(checked)
                         }
                         // Above the result, so that its one line is in sight without scrolling.
                         ThinkingSection { viewModel: view.viewModel; Layout.fillWidth: true }
@@ -156,29 +164,15 @@ FocusScope {
                             showChanges: view.showChanges
                         }
                         // The rewrite came back in another script than the text: Retry is the fix.
-                        Text {
+                        NoteLine {
                             objectName: "languageNote"
                             Layout.fillWidth: true
-                            visible: text.length > 0
                             text: view.viewModel.languageNote
-                            font.family: Theme.fontFamily
-                            font.pixelSize: 11
-                            color: Theme.secondary
-                            wrapMode: Text.Wrap
-                            Accessible.role: Accessible.StaticText
-                            Accessible.name: text
                         }
-                        Text {
+                        NoteLine {
                             objectName: "note"
                             Layout.fillWidth: true
-                            visible: text.length > 0
                             text: view.viewModel.note
-                            font.family: Theme.fontFamily
-                            font.pixelSize: 11
-                            color: Theme.secondary
-                            wrapMode: Text.Wrap
-                            Accessible.role: Accessible.StaticText
-                            Accessible.name: text
                         }
                     }
                 }

@@ -20,6 +20,10 @@ PopupViewModel::PopupViewModel(RewriteSession *session, QObject *parent)
     connect(m_session, &RewriteSession::resultTextChanged, this, &PopupViewModel::resultChanged);
     connect(m_session, &RewriteSession::originalTextChanged, this, &PopupViewModel::originalTextChanged);
     connect(m_session, &RewriteSession::selectedToneChanged, this, &PopupViewModel::selectedToneChanged);
+    connect(m_session, &RewriteSession::instructionChanged, this, &PopupViewModel::instructionChanged);
+    connect(m_session, &RewriteSession::savedInstructionsChanged, this,
+        &PopupViewModel::savedInstructionsChanged);
+    connect(m_session, &RewriteSession::showChangesChanged, this, &PopupViewModel::showChangesChanged);
     connect(m_session, &RewriteSession::stalledChanged, this, &PopupViewModel::actionsChanged);
     connect(m_session, &RewriteSession::noteChanged, this, &PopupViewModel::noteChanged);
     connect(m_session, &RewriteSession::reasoningChanged, this, &PopupViewModel::reasoningChanged);
@@ -107,6 +111,21 @@ QString PopupViewModel::selectedTone() const
     return m_session ? m_session->selectedTone() : RewriteSession::toneNames().first();
 }
 
+QString PopupViewModel::instruction() const
+{
+    return m_session ? m_session->instruction() : QString();
+}
+
+QStringList PopupViewModel::savedInstructions() const
+{
+    return m_session ? m_session->savedInstructions() : QStringList();
+}
+
+bool PopupViewModel::showChanges() const
+{
+    return m_session && m_session->showChanges();
+}
+
 QString PopupViewModel::originalText() const
 {
     return m_session ? m_session->originalText() : QString();
@@ -170,6 +189,18 @@ void PopupViewModel::selectTone(const QString &tone)
 {
     if (m_session)
         m_session->selectTone(tone);
+}
+
+void PopupViewModel::useInstruction(const QString &instruction)
+{
+    if (m_session)
+        m_session->useInstruction(instruction);
+}
+
+void PopupViewModel::setShowChanges(bool show)
+{
+    if (m_session)
+        m_session->setShowChanges(show);
 }
 
 void PopupViewModel::copy()

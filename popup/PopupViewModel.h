@@ -32,6 +32,11 @@ class PopupViewModel : public QObject
     Q_PROPERTY(QString message READ message NOTIFY stateChanged)
     Q_PROPERTY(QString resultText READ resultText NOTIFY resultTextChanged)
     Q_PROPERTY(QString selectedTone READ selectedTone NOTIFY selectedToneChanged)
+    // The user's own words in effect instead of the tone; empty while the tone is.
+    Q_PROPERTY(QString instruction READ instruction NOTIFY instructionChanged)
+    Q_PROPERTY(QStringList savedInstructions READ savedInstructions NOTIFY savedInstructionsChanged)
+    // The result shows what it changed; the next popup starts as this one was left.
+    Q_PROPERTY(bool showChanges READ showChanges NOTIFY showChangesChanged)
     Q_PROPERTY(QString originalText READ originalText NOTIFY originalTextChanged)
     // The start of the captured text: all a view shows, or names for a screen reader.
     Q_PROPERTY(QString originalPreview READ originalPreview NOTIFY originalTextChanged)
@@ -68,6 +73,9 @@ public:
     QString message() const;
     QString resultText() const;
     QString selectedTone() const;
+    QString instruction() const;
+    QStringList savedInstructions() const;
+    bool showChanges() const;
     QString originalText() const;
     QString originalPreview() const;
     QStringList tones() const;
@@ -82,6 +90,8 @@ public:
     // Retry: a new request in the tone chosen last.
     Q_INVOKABLE void run();
     Q_INVOKABLE void selectTone(const QString &tone);
+    Q_INVOKABLE void useInstruction(const QString &instruction);
+    Q_INVOKABLE void setShowChanges(bool show);
     Q_INVOKABLE void copy();
     Q_INVOKABLE void openSettings();
     // The popup closes on closeRequested, then the result is written back.
@@ -92,6 +102,9 @@ Q_SIGNALS:
     void originalTextChanged();
     void resultTextChanged();
     void selectedToneChanged();
+    void instructionChanged();
+    void savedInstructionsChanged();
+    void showChangesChanged();
     void actionsChanged();
     void closeRequested();
     void noteChanged();

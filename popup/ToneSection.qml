@@ -13,10 +13,13 @@ ColumnLayout {
 
     required property PopupViewModel viewModel
 
-    // The keyboard starts on the chosen tone; no ring until the user moves it.
+    // The keyboard starts on the chosen tone; no ring until the user moves it. false when
+    // no tone is chosen (an instruction is in effect).
     function focusChosen(reason) {
-        if (toneGroup.checkedButton)
-            toneGroup.checkedButton.forceActiveFocus(reason ?? Qt.OtherFocusReason);
+        if (!toneGroup.checkedButton)
+            return false;
+        toneGroup.checkedButton.forceActiveFocus(reason ?? Qt.OtherFocusReason);
+        return true;
     }
     function focusNeighbour(index, step) {
         const count = chips.count;
@@ -48,7 +51,12 @@ ColumnLayout {
                 text: modelData.charAt(0).toUpperCase() + modelData.slice(1).toLowerCase()
                 number: index + 1
                 ButtonGroup.group: toneGroup
-                checked: section.viewModel.selectedTone === modelData
+                // A Binding, not a binding: a click checks the chip itself, and this must
+                // still uncheck it when an instruction takes the tone's place.
+                Binding on checked {
+                    value: section.viewModel.instruction.length === 0
+                        && section.viewModel.selectedTone === chip.modelData
+                }
                 onClicked: section.viewModel.selectTone(modelData)
                 Keys.onLeftPressed: section.focusNeighbour(index, -1)
                 Keys.onUpPressed: section.focusNeighbour(index, -1)

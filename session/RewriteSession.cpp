@@ -4,6 +4,7 @@
 #include "Characters.h"
 #include "Log.h"
 #include "Rewriter.h"
+#include "StorageManager.h"
 #include "TerminalPaste.h"
 
 #include <QLocale>
@@ -39,6 +40,11 @@ RewriteSession::RewriteSession(const Services &services, const Timings &timings,
     connect(&m_stallTimer, &QTimer::timeout, this, [this] { setStalled(true); });
     m_clipboardLook.setInterval(m_timings.clipboardLook);
     connect(&m_clipboardLook, &QTimer::timeout, this, &RewriteSession::lookAtClipboard);
+    if (StorageManager *settings = m_services.settings) {
+        connect(settings, &StorageManager::savedInstructionsChanged, this,
+            &RewriteSession::savedInstructionsChanged);
+        connect(settings, &StorageManager::showChangesChanged, this, &RewriteSession::showChangesChanged);
+    }
 }
 
 // The popup reads the session until it is gone.
@@ -178,7 +184,50 @@ void RewriteSession::selectTone(const QString &tone)
         m_tone = tone;
         Q_EMIT selectedToneChanged();
     }
+    if (!m_instruction.isEmpty()) {
+        m_instruction.clear();
+        Q_EMIT instructionChanged();
+    }
     retry();
+}
+
+void RewriteSession::useInstruction(const QString &instruction)
+{
+    const QString asked = instruction.trimmed();
+    if (asked.isEmpty())
+        return;
+    if (m_instruction != asked) {
+        m_instruction = asked;
+        Q_EMIT instructionChanged();
+    }
+    retry();
+}
+
+QStringList RewriteSession::savedInstructions() const
+{
+    if (!m_services.settings)
+        return {};
+    QStringList saved = m_services.settings->savedInstructions();
+    // Rows still being written in Settings are not offered here.
+    saved.removeIf([](const QString &instruction) { return instruction.trimmed().isEmpty(); });
+    return saved;
+}
+
+bool RewriteSession::showChanges() const
+{
+    return m_services.settings ? m_services.settings->showChanges() : m_showChanges;
+}
+
+void RewriteSession::setShowChanges(bool show)
+{
+    if (m_services.settings) {
+        m_services.settings->setShowChanges(show); // announced through the settings
+        return;
+    }
+    if (m_showChanges == show)
+        return;
+    m_showChanges = show;
+    Q_EMIT showChangesChanged();
 }
 
 void RewriteSession::run()
@@ -208,7 +257,8 @@ void RewriteSession::run()
             return;
         self->setState(State::Done);
         if (!self->m_result.isEmpty())
-            Q_EMIT self->finished(self->m_original, self->m_result, self->m_tone, self->applicationName());
+            Q_EMIT self->finished(self->m_original, self->m_result,
+                self->m_instruction.isEmpty() ? self->m_tone : self->m_instruction, self->applicationName());
     };
     callbacks.onError = [self](const Failure &failure) {
         if (!self)
@@ -220,7 +270,9 @@ void RewriteSession::run()
         if (self)
             self->appendReasoning(fragment);
     };
-    m_request = m_services.rewriter.humanize(m_original, m_tone, std::move(callbacks));
+    // An instruction takes the place of the tone: the plain tone leaves the words to it.
+    const QString tone = m_instruction.isEmpty() ? m_tone : toneNames().first();
+    m_request = m_services.rewriter.humanize(m_original, tone, m_instruction, std::move(callbacks));
     if (m_state == State::Rewriting)
         m_stallTimer.start();
 }

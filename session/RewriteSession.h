@@ -16,6 +16,7 @@ class AccessibilityHelper;
 class Pasteboard;
 class Rewriter;
 class RewriteRequest;
+class StorageManager;
 class Workspace;
 
 // One rewrite from capture to its end: the captured text and where it came from, the
@@ -44,6 +45,9 @@ public:
         Workspace *workspace; // null where the desktop tells nothing about its windows
         Pasteboard &pasteboard;
         Rewriter &rewriter;
+        // The user's settings the popup follows (saved instructions, Show changes); null:
+        // none are kept, and the popup remembers nothing.
+        StorageManager *settings = nullptr;
     };
 
     // How long things wait. The defaults are what users get; tests shorten the stall.
@@ -86,6 +90,11 @@ public:
     // A new request for the same text, in the tone chosen last.
     void retry();
     void selectTone(const QString &tone);
+    // A new request with the user's own words ("shorter") instead of the tone; a tone
+    // chosen later replaces it. Blank words change nothing.
+    void useInstruction(const QString &instruction);
+    // Whether the popup marks what the rewrite changed; the next popup starts the same.
+    void setShowChanges(bool show);
     // The result onto the clipboard, as the user's own copy.
     void copy();
     // Back to the window the text came from, and the result written over the selection
@@ -104,6 +113,10 @@ public:
     QString originalText() const { return m_original; }
     QString resultText() const { return m_result; }
     QString selectedTone() const { return m_tone; }
+    // The instruction in effect instead of the tone; empty while the tone is.
+    QString instruction() const { return m_instruction; }
+    QStringList savedInstructions() const;
+    bool showChanges() const;
     QString message() const { return m_message; }
     // Why the rewrite failed, and what fixes it; meaningful in Failed only.
     const Failure &failure() const { return m_failure; }
@@ -130,6 +143,9 @@ Q_SIGNALS:
     void originalTextChanged();
     void resultTextChanged();
     void selectedToneChanged();
+    void instructionChanged();
+    void savedInstructionsChanged();
+    void showChangesChanged();
     void stalledChanged();
     void reasoningChanged();
     void noteChanged();
@@ -138,7 +154,8 @@ Q_SIGNALS:
     void settingsRequested();
     // A Replace that outlived the popup is over.
     void idle();
-    // A request ended with a result (for the history).
+    // A request ended with a result (for the history); `tone` is the instruction when one
+    // was in effect.
     void finished(
         const QString &original, const QString &result, const QString &tone, const QString &application);
     // The result is written where the text came from: it may be taken back.
@@ -167,6 +184,8 @@ private:
     QString m_original;
     CaptureTarget m_target;
     QString m_tone;
+    QString m_instruction;
+    bool m_showChanges = false; // where no settings keep it
     QString m_result;
     QString m_message;
     Failure m_failure;

@@ -34,10 +34,11 @@ struct SessionDesk
             .answerDeadline = std::chrono::milliseconds(200),
             .writeDeadline = std::chrono::milliseconds(200) } };
     FakeRewriter rewriter;
+    StorageManager *settings = nullptr; // none: the sessions remember nothing
 
     SessionDesk() { workspace.frontmost = editor; }
 
-    RewriteSession::Services services() { return { textAccess, &workspace, pasteboard, rewriter }; }
+    RewriteSession::Services services() { return { textAccess, &workspace, pasteboard, rewriter, settings }; }
 
     // A session that has captured text selected in the editor over the accessibility bus
     // (no text: nothing was selected).

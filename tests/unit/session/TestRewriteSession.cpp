@@ -139,6 +139,15 @@ private Q_SLOTS:
         QTest::newRow("a failure") << QStringList { u"token:Hi"_s, u"error:boom"_s } << QStringList {};
         QTest::newRow("each finished request, in its tone") << QStringList { u"token:a"_s, u"complete"_s,
             u"tone:warm"_s, u"token:b"_s, u"complete"_s } << QStringList { u"a|natural"_s, u"b|warm"_s };
+        // The history keeps what was asked: the instruction when one took the tone's place.
+        QTest::newRow("an instruction instead of the tone") << QStringList { u"token:a"_s, u"complete"_s,
+            u"instruction: shorter "_s, u"token:b"_s, u"complete"_s }
+                                                            << QStringList { u"a|natural"_s, u"b|shorter"_s };
+        QTest::newRow("a tone after an instruction")
+            << QStringList { u"instruction:shorter"_s, u"tone:warm"_s, u"token:c"_s, u"complete"_s }
+            << QStringList { u"c|warm"_s };
+        QTest::newRow("blank words change nothing") << QStringList { u"tone:warm"_s, u"instruction:  "_s,
+            u"token:d"_s, u"complete"_s } << QStringList { u"d|warm"_s };
         QTest::newRow("a superseded request is not")
             << QStringList { u"token:a"_s, u"tone:warm"_s, u"first:complete"_s } << QStringList {};
     }
@@ -168,10 +177,15 @@ private Q_SLOTS:
                 desk.rewriter.requests.first().handle->complete();
             else if (step.startsWith(u"error:"))
                 desk.rewriter.error(Failure::service(step.sliced(6)));
+            else if (step.startsWith(u"instruction:"))
+                session->useInstruction(step.sliced(12));
             else
                 session->selectTone(step.sliced(5));
         }
         QTEST(announced, "announced");
+        // Each request carried what it announces: the instruction beside the plain tone.
+        for (const FakeRewriter::Request &request : std::as_const(desk.rewriter.requests))
+            QVERIFY(request.instruction.isEmpty() || request.tone == u"natural"_s);
     }
 };
 

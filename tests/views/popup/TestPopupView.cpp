@@ -6,7 +6,9 @@
 #include "PopupWindowController.h"
 #include "PopupWindowFactory.h"
 #include "QuickItems.h"
+#include "ScratchFiles.h"
 #include "SessionDesk.h"
+#include "StorageManager.h"
 #include "StreamedText.h"
 
 #include <QAccessible>
@@ -43,6 +45,7 @@ private Q_SLOTS:
         m_popup.reset();
         m_session.reset();
         m_desk.reset();
+        m_settings.reset();
     }
     void buttons_data()
     {
@@ -133,21 +136,28 @@ private Q_SLOTS:
     void tabOrder_data()
     {
         QTest::addColumn<bool>("done");
+        QTest::addColumn<bool>("saved"); // instructions are saved in Settings
         QTest::addColumn<QStringList>("order"); // after the chosen tone, Tab by Tab
 
-        const QStringList tones { u"tone-casual"_s, u"tone-professional"_s, u"tone-punchy"_s,
-            u"tone-warm"_s };
-        QTest::newRow("done: every button") << true
+        const QStringList tones { u"tone-casual"_s, u"tone-professional"_s, u"tone-punchy"_s, u"tone-warm"_s,
+            u"instructionField"_s };
+        QTest::newRow("done: every button") << true << false
                                             << tones
                 + QStringList { u"retryButton"_s, u"copyButton"_s, u"replaceButton"_s, u"closeButton"_s,
                       u"tone-natural"_s };
         QTest::newRow("loading: the footer is skipped")
-            << false << tones + QStringList { u"closeButton"_s, u"tone-natural"_s };
+            << false << false << tones + QStringList { u"closeButton"_s, u"tone-natural"_s };
+        QTest::newRow("saved instructions: their picker after the field")
+            << false << true
+            << tones + QStringList { u"savedInstructions"_s, u"closeButton"_s, u"tone-natural"_s };
     }
     void tabOrder()
     {
         QFETCH(bool, done);
+        QFETCH(bool, saved);
         QFETCH(QStringList, order);
+        if (saved)
+            useSettings()->setSavedInstructions({ u"shorter"_s, u"in German"_s });
         open(sample, true);
         if (done)
             m_desk->rewriter.finish(u"Result"_s);
@@ -157,7 +167,8 @@ private Q_SLOTS:
         for (const QString &expected : order) {
             QTest::keyClick(m_popup->window(), Qt::Key_Tab);
             QCOMPARE(focusedName(), expected);
-            QVERIFY2(ringShown(), qPrintable(expected));
+            // A text field shows the keyboard by its cursor and edge, not a ring.
+            QVERIFY2(expected == u"instructionField"_s || ringShown(), qPrintable(expected));
         }
         // Backwards the same way.
         QTest::keyClick(m_popup->window(), Qt::Key_Backtab);
@@ -185,10 +196,14 @@ private Q_SLOTS:
         QTest::newRow("Alt+3 from anywhere")
             << QList { QKeySequence(Qt::ALT | Qt::Key_3) } << u"tone-professional"_s << u"professional"_s;
         QTest::newRow("Alt+5 from Retry")
-            << QList { left, tab, QKeySequence(Qt::ALT | Qt::Key_5) } << u"tone-warm"_s << u"warm"_s;
+            << QList { left, tab, tab, QKeySequence(Qt::ALT | Qt::Key_5) } << u"tone-warm"_s << u"warm"_s;
         // Retry is disabled while the new rewrite runs: the keyboard goes back to the tone.
-        QTest::newRow("Return on Retry") << QList { left, tab, enter } << u"tone-natural"_s << u"natural"_s;
-        QTest::newRow("Space on Retry") << QList { left, tab, space } << u"tone-natural"_s << u"natural"_s;
+        QTest::newRow("Return on Retry")
+            << QList { left, tab, tab, enter } << u"tone-natural"_s << u"natural"_s;
+        QTest::newRow("Space on Retry")
+            << QList { left, tab, tab, space } << u"tone-natural"_s << u"natural"_s;
+        QTest::newRow("Return in an empty instruction asks nothing")
+            << QList { left, tab, enter } << u"instructionField"_s << QString();
     }
     void keys()
     {
@@ -202,7 +217,7 @@ private Q_SLOTS:
         for (const QKeySequence &key : keys)
             QTest::keySequence(m_popup->window(), key);
         QCOMPARE(focusedName(), focused);
-        QVERIFY(ringShown());
+        QVERIFY(focused == u"instructionField"_s || ringShown());
         QCOMPARE(m_desk->rewriter.requests.size(), tone.isEmpty() ? 1 : 2);
         const QString chosen = m_desk->rewriter.last().tone;
         QCOMPARE(chosen, tone.isEmpty() ? u"natural"_s : tone);
@@ -568,6 +583,14 @@ private Q_SLOTS:
     }
 
 private:
+    // Settings kept in a scratch file, read by the popups opened from here on.
+    StorageManager *useSettings()
+    {
+        if (!m_settings)
+            m_settings = std::make_unique<StorageManager>(m_files.newPath(), u"http://127.0.0.1:9/api/v1"_s);
+        m_desk->settings = m_settings.get();
+        return m_settings.get();
+    }
     void open(const QString &text, bool active = false)
     {
         m_popup.reset();
@@ -633,6 +656,8 @@ private:
     }
 
     QQmlEngine *m_engine = nullptr;
+    ScratchFiles m_files;
+    std::unique_ptr<StorageManager> m_settings;
     std::unique_ptr<SessionDesk> m_desk;
     std::unique_ptr<RewriteSession> m_session;
     std::unique_ptr<PopupWindowController> m_popup;
