@@ -62,7 +62,8 @@ int main(int argc, char *argv[])
     HumanizeService rewriter(storage);
     AccessibilityHelper textAccess(platform);
     QmlEngine qml; // popups, settings and onboarding: one engine, made with the first window
-    RewriteSessions sessions({ textAccess, platform.workspace.get(), *platform.pasteboard, rewriter }, qml);
+    RewriteSessions sessions(
+        { textAccess, platform.workspace.get(), *platform.pasteboard, rewriter, &storage }, qml);
     Shortcut shortcut(platform.keyboardGrab.get());
     // Rewrites kept on this machine, as long as the user keeps them.
     HistoryStore history(HistoryStore::defaultFilePath());

@@ -523,6 +523,44 @@ private Q_SLOTS:
         QTRY_VERIFY(item("resultText")->isVisible());
         QVERIFY(!changes->isVisible());
     }
+    // The next popup starts as the last one left Show changes, by key or by click; without
+    // settings to keep it in, each popup starts plain.
+    void showChangesRemembered_data()
+    {
+        QTest::addColumn<bool>("kept"); // settings keep it
+        QTest::addColumn<bool>("byKey");
+        QTest::addColumn<int>("presses");
+        QTest::newRow("turned on by Ctrl+D") << true << true << 1;
+        QTest::newRow("turned on by the toggle") << true << false << 1;
+        QTest::newRow("turned on and off again") << true << true << 2;
+        QTest::newRow("nowhere to keep it") << false << true << 1;
+    }
+    void showChangesRemembered()
+    {
+        QFETCH(bool, kept);
+        QFETCH(bool, byKey);
+        QFETCH(int, presses);
+        if (kept)
+            useSettings();
+        open(sample, true);
+        m_desk->rewriter.finish(u"Please send the report by Friday."_s);
+        for (int i = 0; i < presses; ++i) {
+            if (byKey)
+                QTest::keyClick(m_popup->window(), Qt::Key_D, Qt::ControlModifier);
+            else
+                click(item("showChanges"));
+        }
+        const bool left = presses % 2 == 1;
+        QTRY_COMPARE(item("showChanges")->property("checked").toBool(), left);
+        QTest::keyClick(m_popup->window(), Qt::Key_Escape);
+
+        open(sample, true);
+        m_desk->rewriter.finish(u"Please send the report by Friday."_s);
+        const bool expected = kept && left;
+        QCOMPARE(item("showChanges")->property("checked").toBool(), expected);
+        QTRY_COMPARE(item("changesLayer")->isVisible(), expected);
+        QCOMPARE(item("resultText")->isVisible(), !expected);
+    }
     // Ctrl+C copies the part of the result selected, and the popup stays; Copy copies all of
     // it and says so for a while.
     void copying()
