@@ -160,8 +160,8 @@ void AppWindows::showHistory()
     presence().setRegular();
     if (!m_historyWindow) {
         m_historyModel = std::make_shared<HistoryListModel>(*m_history);
-        connect(m_historyModel.get(), &HistoryListModel::rewriteRequested, this,
-            [this](const QString &original) { Q_EMIT rewriteRequested(original); });
+        connect(
+            m_historyModel.get(), &HistoryListModel::rewriteRequested, this, &AppWindows::rewriteRequested);
         m_historyWindow.reset(
             createWindow(u"qrc:/qt/qml/Tessary/History/HistoryView.qml"_s, m_historyModel.get()));
         if (!m_historyWindow)

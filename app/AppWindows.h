@@ -49,8 +49,8 @@ public:
 Q_SIGNALS:
     // The settings or onboarding window bound Ctrl+Alt+H in the desktop's settings.
     void desktopShortcutAdded();
-    // "Rewrite again" in the History window.
-    void rewriteRequested(const QString &text);
+    // "Rewrite again" in the History window: `asked` is the tone or instruction it had.
+    void rewriteRequested(const QString &text, const QString &asked);
 
 private:
     QQuickWindow *createWindow(const QString &url, QObject *model);

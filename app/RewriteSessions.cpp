@@ -13,6 +13,17 @@ using namespace Qt::StringLiterals;
 
 namespace {
 constexpr Log::Literal tag = u"Service";
+
+// A tone's name chooses that tone; anything else is the user's own instruction.
+void ask(RewriteSession &session, const QString &asked)
+{
+    if (asked.isEmpty())
+        return;
+    if (RewriteSession::toneNames().contains(asked))
+        session.selectTone(asked);
+    else
+        session.useInstruction(asked);
+}
 } // namespace
 
 RewriteSessions::RewriteSessions(const RewriteSession::Services &services, QmlEngine &qml, QObject *parent)
@@ -53,14 +64,38 @@ std::unique_ptr<RewriteSession> RewriteSessions::newSession()
 
 void RewriteSessions::triggerHumanize()
 {
-    if (m_capturing)
-        return; // joins the capture under way
+    trigger({});
+}
+
+void RewriteSessions::triggerWithInstruction(const QString &instruction)
+{
+    trigger(instruction);
+}
+
+void RewriteSessions::trigger(const QString &instruction)
+{
+    if (m_capturing) {
+        // Joins the capture under way, which rewrites with the words asked last.
+        m_capturing->useInstruction(instruction);
+        return;
+    }
     m_capturing = newSession();
+    m_capturing->useInstruction(instruction);
     // Nothing captured is no error: the popup then says that no text was selected.
     m_capturing->captureSelectedText();
 }
 
 bool RewriteSessions::humanizeSelectedText(const QString &text)
+{
+    return humanize(text, {});
+}
+
+bool RewriteSessions::rewriteAgain(const QString &text, const QString &asked)
+{
+    return humanize(text, asked);
+}
+
+bool RewriteSessions::humanize(const QString &text, const QString &asked)
 {
     Log::write(u"🔧", tag, u"humanizeSelectedText called");
     if (text.isEmpty()) {
@@ -69,6 +104,7 @@ bool RewriteSessions::humanizeSelectedText(const QString &text)
     }
     // The latest handed text wins over a capture still under way.
     m_capturing = newSession();
+    ask(*m_capturing, asked);
     if (text.size() > maxTextLength) {
         Log::write(u"❌", tag, { u"Text too long: ", text.size(), u" characters" });
         m_capturing->takeCapture({ text, {} });

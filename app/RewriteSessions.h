@@ -32,6 +32,11 @@ public:
     // The D-Bus entry: a rewrite of text handed over by another program. false when the
     // text is refused (over the limit): the popup says so, and so does the caller's reply.
     bool humanizeSelectedText(const QString &text);
+    // As triggerHumanize, with the user's own words instead of the tone (a saved
+    // instruction's shortcut).
+    void triggerWithInstruction(const QString &instruction);
+    // A text rewritten again as it was before: `asked` is a tone's name or an instruction.
+    bool rewriteAgain(const QString &text, const QString &asked);
 
     RewriteSession *session() const { return m_session.get(); }
     PopupWindowController *popupWindowController() const { return m_session ? m_popup : nullptr; }
@@ -54,6 +59,8 @@ Q_SIGNALS:
 
 private:
     std::unique_ptr<RewriteSession> newSession();
+    void trigger(const QString &instruction);
+    bool humanize(const QString &text, const QString &asked);
     void showPopup(RewriteSession *captured);
     PopupWindowFactory &popupWindows();
     void retire(std::unique_ptr<RewriteSession> session);

@@ -86,8 +86,7 @@ int main(int argc, char *argv[])
     QObject::connect(&dbus, &DBusService::undoRequested, &sessions, &RewriteSessions::undoLastRewrite);
     QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(&dbus, &DBusService::settingsRequested, &windows, &AppWindows::showSettings);
-    QObject::connect(
-        &windows, &AppWindows::rewriteRequested, &sessions, &RewriteSessions::humanizeSelectedText);
+    QObject::connect(&windows, &AppWindows::rewriteRequested, &sessions, &RewriteSessions::rewriteAgain);
     QObject::connect(&sessions, &RewriteSessions::rewriteFinished, &history, &HistoryStore::record);
     delegate.applicationDidFinishLaunching(commandLine.action == CommandLine::Action::ShowSettings);
     return QApplication::exec();

@@ -83,6 +83,38 @@ private Q_SLOTS:
         QCOMPARE(desk.accessibility.focusQueries, 2);
     }
 
+    // "Rewrite again" in the History asks for what the entry had, a tone or an instruction;
+    // a saved instruction's shortcut asks for its instruction over the selection.
+    void whatWasAskedIsKept_data()
+    {
+        QTest::addColumn<bool>("handed"); // from the History; else the shortcut's capture
+        QTest::addColumn<QString>("asked");
+        QTest::addColumn<QString>("tone");
+        QTest::addColumn<QString>("instruction");
+
+        QTest::newRow("again, nothing recorded") << true << QString() << u"natural"_s << QString();
+        QTest::newRow("again, a tone") << true << u"warm"_s << u"warm"_s << QString();
+        QTest::newRow("again, an instruction") << true << u"in German"_s << u"natural"_s << u"in German"_s;
+        QTest::newRow("again, a tone's name with other words")
+            << true << u"warm and short"_s << u"natural"_s << u"warm and short"_s;
+        QTest::newRow("shortcut of an instruction") << false << u"shorter"_s << u"natural"_s << u"shorter"_s;
+    }
+    void whatWasAskedIsKept()
+    {
+        QFETCH(bool, handed);
+        QFETCH(QString, asked);
+        Desk desk(u"one"_s);
+        if (handed)
+            desk.sessions.rewriteAgain(u"one"_s, asked);
+        else
+            desk.sessions.triggerWithInstruction(asked);
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        QCOMPARE(desk.rewriter.last().text, u"one"_s);
+        QTEST(desk.rewriter.last().tone, "tone");
+        QTEST(desk.rewriter.last().instruction, "instruction");
+        QTEST(desk.model()->instruction(), "instruction");
+    }
+
     void textOverTheLimitIsRefused_data()
     {
         QTest::addColumn<bool>("handed"); // over D-Bus, else captured
