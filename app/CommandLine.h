@@ -12,6 +12,7 @@ struct CommandLine
 
     Action action = Action::Run;
     QString output; // what to print for ShowVersion, ShowHelp and Fail
+    QString instruction; // Trigger: the user's own words instead of the tone; empty for none
 
     static CommandLine parse(const QStringList &arguments);
     static CommandLine parse(int argc, char *argv[]);

@@ -50,14 +50,19 @@ bool DBusService::registerService()
     return true;
 }
 
-bool DBusService::askRunningInstance(Request request)
+bool DBusService::askRunningInstance(Request request, const QString &instruction)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return false;
-    const QString method = request == Request::Trigger ? u"Trigger"_s : u"ShowSettings"_s;
+    const bool withInstruction = request == Request::Trigger && !instruction.isEmpty();
+    const QString method = withInstruction ? u"TriggerWithInstruction"_s
+        : request == Request::Trigger      ? u"Trigger"_s
+                                           : u"ShowSettings"_s;
     // Blocking is fine here: this process has nothing else to do and no window.
-    const QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName, method);
+    QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, serviceName, method);
+    if (withInstruction)
+        call << instruction;
     const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
     if (reply.type() == QDBusMessage::ErrorMessage) {
         qCWarning(lcDBus).noquote() << reply.errorMessage();
@@ -76,6 +81,15 @@ void DBusService::HumanizeSelectedText(const QString &text)
 void DBusService::Trigger()
 {
     Q_EMIT triggerRequested();
+}
+
+void DBusService::TriggerWithInstruction(const QString &instruction)
+{
+    if (instruction.trimmed().isEmpty()) {
+        Q_EMIT triggerRequested();
+        return;
+    }
+    Q_EMIT triggerWithInstructionRequested(instruction);
 }
 
 void DBusService::ShowSettings()

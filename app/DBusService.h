@@ -25,8 +25,9 @@ public:
 
     // false when the bus is unreachable or another instance owns the name.
     bool registerService();
-    // Asks the running instance; false when none answers.
-    static bool askRunningInstance(Request request);
+    // Asks the running instance; false when none answers. A Trigger with an instruction
+    // rewrites with those words instead of the tone.
+    static bool askRunningInstance(Request request, const QString &instruction = {});
 
 public Q_SLOTS:
     // Opens the popup for this text, as the hotkey does after capturing it. A text over
@@ -34,6 +35,9 @@ public Q_SLOTS:
     Q_SCRIPTABLE void HumanizeSelectedText(const QString &text);
     // Captures the selection of the window in front and opens the popup.
     Q_SCRIPTABLE void Trigger();
+    // As Trigger, rewriting with the user's own words instead of the tone (what a saved
+    // instruction's shortcut runs where the desktop binds the keys).
+    Q_SCRIPTABLE void TriggerWithInstruction(const QString &instruction);
     // Opens the settings window, in front: desktops without a tray have no other way there.
     Q_SCRIPTABLE void ShowSettings();
     // Takes the last Replace back, as the tray menu's "Undo last rewrite" does.
@@ -42,6 +46,7 @@ public Q_SLOTS:
 Q_SIGNALS:
     void humanizeRequested(const QString &text);
     void triggerRequested();
+    void triggerWithInstructionRequested(const QString &instruction);
     void settingsRequested();
     void undoRequested();
 

@@ -35,6 +35,42 @@ void Shortcut::startKeyGrab()
                             << "`tessary --trigger` to a shortcut in the desktop's settings instead.";
     }
     Q_EMIT availabilityChanged(m_running);
+    grabInstructionShortcuts();
+}
+
+void Shortcut::setInstructionShortcuts(const QStringList &instructions, const QStringList &sequences)
+{
+    QStringList kept;
+    QStringList keys;
+    for (qsizetype i = 0; i < instructions.size() && i < sequences.size(); ++i) {
+        if (instructions.at(i).trimmed().isEmpty() || sequences.at(i).isEmpty())
+            continue;
+        kept.append(instructions.at(i).trimmed());
+        keys.append(sequences.at(i));
+    }
+    if (kept == m_instructions && keys == m_sequences)
+        return;
+    m_instructions = kept;
+    m_sequences = keys;
+    grabInstructionShortcuts();
+}
+
+void Shortcut::grabInstructionShortcuts()
+{
+    if (!m_running)
+        return;
+    // The words travel with the grab, so a press always rewrites with the instruction its key
+    // was set for.
+    const QStringList instructions = m_instructions;
+    const bool taken = m_keyboardGrab->setShortcuts(m_sequences, [this, instructions](int index) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, instruction = instructions.value(index)] { Q_EMIT instructionTriggered(instruction); },
+            Qt::QueuedConnection);
+    });
+    if (!taken && !m_sequences.isEmpty())
+        qCInfo(lcHotkey) << "This desktop takes no further shortcuts from Tessary: bind"
+                         << "`tessary --trigger --instruction WORDS` in its settings instead.";
 }
 
 bool Shortcut::isHotkey(int keyCode, quint64 flags)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QStringList>
 
 class KeyboardGrab;
 
@@ -23,12 +24,21 @@ public:
     bool handleEvent(int keyCode, quint64 flags);
     static bool isHotkey(int keyCode, quint64 flags);
     bool isRunning() const { return m_running; }
+    // The saved instructions' own shortcuts: sequences[i] (a key sequence's portable text,
+    // empty for none) rewrites the selection with instructions[i]. Taken with the grab,
+    // and again whenever they change.
+    void setInstructionShortcuts(const QStringList &instructions, const QStringList &sequences);
 
 Q_SIGNALS:
     void triggered();
+    void instructionTriggered(const QString &instruction);
     void availabilityChanged(bool available);
 
 private:
+    void grabInstructionShortcuts();
+
     KeyboardGrab *m_keyboardGrab;
     bool m_running = false;
+    QStringList m_instructions; // each with a shortcut, in the order of m_sequences
+    QStringList m_sequences;
 };

@@ -81,6 +81,19 @@ int main(int argc, char *argv[])
 
     QObject::connect(&shortcut, &Shortcut::triggered, &sessions, &RewriteSessions::triggerHumanize);
     QObject::connect(&dbus, &DBusService::triggerRequested, &sessions, &RewriteSessions::triggerHumanize);
+    QObject::connect(&dbus, &DBusService::triggerWithInstructionRequested, &sessions,
+        &RewriteSessions::triggerWithInstruction);
+    // Each saved instruction with a shortcut of its own rewrites the selection with it.
+    const auto followInstructionShortcuts = [&] {
+        shortcut.setInstructionShortcuts(storage.savedInstructions(), storage.instructionShortcuts());
+    };
+    followInstructionShortcuts();
+    QObject::connect(
+        &storage, &StorageManager::savedInstructionsChanged, &shortcut, followInstructionShortcuts);
+    QObject::connect(
+        &storage, &StorageManager::instructionShortcutsChanged, &shortcut, followInstructionShortcuts);
+    QObject::connect(
+        &shortcut, &Shortcut::instructionTriggered, &sessions, &RewriteSessions::triggerWithInstruction);
     QObject::connect(
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
     QObject::connect(&dbus, &DBusService::undoRequested, &sessions, &RewriteSessions::undoLastRewrite);

@@ -141,6 +141,16 @@ public:
     // false when the shortcut cannot be had (another program holds it, no X server)
     virtual bool start(std::function<bool(int keyCode, quint64 flags)> handler) = 0;
     virtual void stop() = 0;
+    // Further shortcuts of the user's choosing, besides Ctrl+Alt+H, while started: each the
+    // portable text of a key sequence ("Ctrl+Alt+J"); a press of one calls activated with
+    // its index. Replaces the ones set before; an empty list releases them. false where
+    // this desktop takes no further shortcut from us; one it cannot have is left out.
+    virtual bool setShortcuts(const QStringList &sequences, std::function<void(int index)> activated)
+    {
+        Q_UNUSED(sequences);
+        Q_UNUSED(activated);
+        return false;
+    }
 };
 
 // The CLIPBOARD selection.

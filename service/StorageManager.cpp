@@ -35,6 +35,7 @@ const auto historyEnabledKey = u"history_enabled"_s;
 const auto historyDaysKey = u"history_days"_s;
 const auto showChangesKey = u"show_changes"_s;
 const auto savedInstructionsKey = u"saved_instructions"_s;
+const auto instructionShortcutsKey = u"instruction_shortcuts"_s;
 
 // As stored: words, so the file reads plainly and a value from a newer release that we
 // do not know falls back to the default service.
@@ -151,6 +152,7 @@ StorageManager::StorageManager(const QString &filePath, const QString &defaultAp
     , m_historyDays(readDays(m_defaults, historyDaysKey))
     , m_showChanges(readBool(m_defaults, showChangesKey))
     , m_savedInstructions(readStringList(m_defaults, savedInstructionsKey))
+    , m_instructionShortcuts(readStringList(m_defaults, instructionShortcutsKey))
 {
     // QSettings would write itself out at the next turn of the event loop, a file write
     // per keystroke; the timer writes instead.
@@ -355,6 +357,15 @@ void StorageManager::setSavedInstructions(const QStringList &instructions)
     m_savedInstructions = instructions;
     store(savedInstructionsKey, instructions);
     Q_EMIT savedInstructionsChanged();
+}
+
+void StorageManager::setInstructionShortcuts(const QStringList &shortcuts)
+{
+    if (m_instructionShortcuts == shortcuts)
+        return;
+    m_instructionShortcuts = shortcuts;
+    store(instructionShortcutsKey, shortcuts);
+    Q_EMIT instructionShortcutsChanged();
 }
 
 void StorageManager::setOnboardingFinished()

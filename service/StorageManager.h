@@ -52,6 +52,10 @@ class StorageManager : public QObject
     // Instructions the user wrote once to give again ("shorter", "in German").
     Q_PROPERTY(QStringList savedInstructions READ savedInstructions WRITE setSavedInstructions NOTIFY
             savedInstructionsChanged)
+    // Each saved instruction's own shortcut, by position: a key sequence's portable text
+    // ("Ctrl+Alt+J"), empty where it has none.
+    Q_PROPERTY(QStringList instructionShortcuts READ instructionShortcuts WRITE setInstructionShortcuts NOTIFY
+            instructionShortcutsChanged)
     // False while a key is on its way to the keyring.
     Q_PROPERTY(bool keysSaved READ keysSaved NOTIFY keysSavedChanged)
 
@@ -105,6 +109,8 @@ public:
     void setShowChanges(bool show);
     QStringList savedInstructions() const { return m_savedInstructions; }
     void setSavedInstructions(const QStringList &instructions);
+    QStringList instructionShortcuts() const { return m_instructionShortcuts; }
+    void setInstructionShortcuts(const QStringList &shortcuts);
     bool keysLoaded() const { return m_apiKey.loaded() && m_modelKey.loaded(); }
     bool keysInSettingsFile() const;
     bool keysSaved() const { return m_apiKey.saved() && m_modelKey.saved(); }
@@ -137,6 +143,7 @@ Q_SIGNALS:
     void historyDaysChanged();
     void showChangesChanged();
     void savedInstructionsChanged();
+    void instructionShortcutsChanged();
 
 private:
     void store(const QString &key, const QVariant &value);
@@ -162,4 +169,5 @@ private:
     int m_historyDays = defaultHistoryDays;
     bool m_showChanges = false;
     QStringList m_savedInstructions;
+    QStringList m_instructionShortcuts;
 };

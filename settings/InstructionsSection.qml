@@ -14,7 +14,9 @@ ColumnLayout {
 
     Text {
         Layout.fillWidth: true
-        text: qsTr("Say what you want instead of a tone; the popup offers these.")
+        text: section.model.shortcutSetup.offered
+            ? qsTr("Say what you want instead of a tone; the popup offers these. To give one a shortcut, bind its command below in the desktop's keyboard settings.")
+            : qsTr("Say what you want instead of a tone; the popup offers these, and a shortcut of its own rewrites the selection with one.")
         wrapMode: Text.Wrap
         font.pixelSize: 12
         color: Theme.secondary
@@ -36,6 +38,16 @@ ColumnLayout {
                 Accessible.name: qsTr("Saved instruction %1").arg(row.index + 1)
                 onTextEdited: section.model.setInstruction(row.index, text)
             }
+            ShortcutRecorder {
+                objectName: "instructionShortcut"
+                visible: !section.model.shortcutSetup.offered
+                sequence: section.model.storage.instructionShortcuts[row.index] ?? ""
+                Accessible.name: qsTr("Shortcut for instruction %1").arg(row.index + 1)
+                onKeysPressed: (key, modifiers) => {
+                    if (section.model.setInstructionShortcut(row.index, key, modifiers))
+                        recording = false;
+                }
+            }
             PlainButton {
                 objectName: "removeInstruction"
                 text: qsTr("Remove")
@@ -43,6 +55,25 @@ ColumnLayout {
                 Accessible.name: qsTr("Remove instruction %1").arg(row.index + 1)
                 onClicked: section.model.removeInstruction(row.index)
             }
+        }
+    }
+    // Where the desktop binds the keys, each instruction's command is bound there.
+    Repeater {
+        model: section.model.shortcutSetup.offered ? section.model.storage.savedInstructions : []
+        TextEdit {
+            required property int index
+            objectName: "instructionCommand"
+            Layout.fillWidth: true
+            visible: text.length > 0
+            text: section.model.instructionCommand(index)
+            readOnly: true
+            selectByMouse: true
+            wrapMode: TextEdit.Wrap
+            font.family: "monospace"
+            font.pixelSize: 11
+            color: Theme.secondary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: qsTr("Command for instruction %1: %2").arg(index + 1).arg(text)
         }
     }
     PlainButton {

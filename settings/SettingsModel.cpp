@@ -6,6 +6,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
+#include <QKeySequence>
 #include <QLocale>
 #include <QLoggingCategory>
 #include <QSaveFile>
@@ -134,8 +135,47 @@ void SettingsModel::removeInstruction(int index)
     QStringList instructions = m_storage.savedInstructions();
     if (index < 0 || index >= instructions.size())
         return;
+    // The shortcut goes with its instruction, so the ones after keep theirs.
+    if (QStringList shortcuts = m_storage.instructionShortcuts(); index < shortcuts.size()) {
+        shortcuts.removeAt(index);
+        m_storage.setInstructionShortcuts(shortcuts);
+    }
     instructions.removeAt(index);
     m_storage.setSavedInstructions(instructions);
+}
+
+bool SettingsModel::setInstructionShortcut(int index, int key, int modifiers)
+{
+    if (index < 0 || index >= m_storage.savedInstructions().size())
+        return false;
+    QString sequence;
+    if (key != 0) {
+        const auto held = Qt::KeyboardModifiers(modifiers)
+            & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier | Qt::ShiftModifier);
+        const bool modifierKey = key == Qt::Key_Control || key == Qt::Key_Alt || key == Qt::Key_Meta
+            || key == Qt::Key_Shift || key == Qt::Key_Super_L || key == Qt::Key_Super_R
+            || key == Qt::Key_AltGr;
+        if (modifierKey || !(held & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
+            return false;
+        sequence = QKeySequence(QKeyCombination(held, Qt::Key(key))).toString(QKeySequence::PortableText);
+    }
+    QStringList shortcuts = m_storage.instructionShortcuts();
+    while (shortcuts.size() <= index)
+        shortcuts.append(QString());
+    shortcuts[index] = sequence;
+    m_storage.setInstructionShortcuts(shortcuts);
+    return true;
+}
+
+QString SettingsModel::instructionCommand(int index) const
+{
+    const QString words = m_storage.savedInstructions().value(index).trimmed();
+    if (words.isEmpty())
+        return {};
+    // Single quotes keep every character as typed in a shell command line.
+    QString quoted = words;
+    quoted.replace(u"'"_s, u"'\\''"_s);
+    return u"tessary --trigger --instruction '%1'"_s.arg(quoted);
 }
 
 void SettingsModel::addInstruction()

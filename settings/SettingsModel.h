@@ -86,6 +86,12 @@ public:
     Q_INVOKABLE void setInstruction(int index, const QString &text);
     Q_INVOKABLE void removeInstruction(int index);
     Q_INVOKABLE void addInstruction();
+    // A key press from the shortcut recorder (a Qt key and its modifiers) becomes the
+    // instruction's own shortcut; key 0 clears it. A press without Ctrl, Alt or Super, or
+    // of a modifier alone, is no shortcut and changes nothing: false.
+    Q_INVOKABLE bool setInstructionShortcut(int index, int key, int modifiers);
+    // What the desktop is to run for the instruction, where it binds the keys itself.
+    Q_INVOKABLE QString instructionCommand(int index) const;
 
 Q_SIGNALS:
     void samplesChanged();

@@ -5,6 +5,7 @@
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QKeySequence>
 #include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
@@ -18,6 +19,8 @@ const QString portalPath = u"/org/freedesktop/portal/desktop"_s;
 const QString shortcutsInterface = u"org.freedesktop.portal.GlobalShortcuts"_s;
 const QString sessionInterface = u"org.freedesktop.portal.Session"_s;
 const QString shortcutId = u"rewrite-selection"_s;
+// A saved instruction's shortcut: this and its index.
+const QString instructionIdPrefix = u"instruction-"_s;
 // Fixed, so the desktop keeps one registration (and the user's own binding) across starts.
 const QString sessionToken = u"tessary"_s;
 
@@ -67,13 +70,60 @@ bool PortalGlobalShortcuts::start(std::function<bool(int keyCode, quint64 flags)
     m_handler = std::move(handler);
     m_bus.connect(
         portalService, portalPath, shortcutsInterface, u"Activated"_s, this, SLOT(activated(QDBusMessage)));
+    createSession();
+    return true;
+}
 
-    const PortalShortcut shortcut { shortcutId,
-        { { u"description"_s, u"Rewrite as me"_s }, { u"preferred_trigger"_s, u"CTRL+ALT+H"_s } } };
+bool PortalGlobalShortcuts::setShortcuts(
+    const QStringList &sequences, std::function<void(int index)> activated)
+{
+    if (!m_bus.isConnected())
+        return false;
+    m_extraSequences = sequences;
+    m_extraActivated = std::move(activated);
+    if (m_handler) {
+        closeSession();
+        createSession();
+    }
+    return true;
+}
+
+QString PortalGlobalShortcuts::trigger(const QString &sequence)
+{
+    const QKeySequence keys = QKeySequence::fromString(sequence, QKeySequence::PortableText);
+    if (keys.isEmpty())
+        return {};
+    const QKeyCombination first = keys[0];
+    QStringList parts;
+    const Qt::KeyboardModifiers modifiers = first.keyboardModifiers();
+    if (modifiers & Qt::ControlModifier)
+        parts << u"CTRL"_s;
+    if (modifiers & Qt::AltModifier)
+        parts << u"ALT"_s;
+    if (modifiers & Qt::ShiftModifier)
+        parts << u"SHIFT"_s;
+    if (modifiers & Qt::MetaModifier)
+        parts << u"LOGO"_s;
+    parts << QKeySequence(first.key()).toString(QKeySequence::PortableText).toUpper();
+    return parts.join(u'+');
+}
+
+void PortalGlobalShortcuts::createSession()
+{
+    QList<PortalShortcut> shortcuts { { shortcutId,
+        { { u"description"_s, u"Rewrite as me"_s }, { u"preferred_trigger"_s, u"CTRL+ALT+H"_s } } } };
+    for (int index = 0; index < m_extraSequences.size(); ++index) {
+        const QString preferred = trigger(m_extraSequences.at(index));
+        if (preferred.isEmpty())
+            continue;
+        shortcuts.append({ instructionIdPrefix + QString::number(index),
+            { { u"description"_s, u"Rewrite with saved instruction %1"_s.arg(index + 1) },
+                { u"preferred_trigger"_s, preferred } } });
+    }
     // Plasma 5.27 registers the shortcuts handed to CreateSession; BindShortcuts there only
     // opens the desktop's settings.
     const QVariantMap options { { u"session_handle_token"_s, sessionToken },
-        { u"shortcuts"_s, QVariant::fromValue(QList<PortalShortcut> { shortcut }) } };
+        { u"shortcuts"_s, QVariant::fromValue(shortcuts) } };
     PortalRequest::send(
         m_bus, shortcutsInterface, u"CreateSession"_s, {}, options,
         [this](uint response, const QVariantMap &results) {
@@ -86,7 +136,6 @@ bool PortalGlobalShortcuts::start(std::function<bool(int keyCode, quint64 flags)
             m_sessionHandle = results.value(u"session_handle"_s).toString();
         },
         this);
-    return true;
 }
 
 void PortalGlobalShortcuts::activated(const QDBusMessage &message)
@@ -95,9 +144,17 @@ void PortalGlobalShortcuts::activated(const QDBusMessage &message)
     const QVariantList arguments = message.arguments();
     if (arguments.size() < 2 || !m_handler)
         return;
-    if (arguments.at(1).toString() != shortcutId)
-        return;
     if (arguments.at(0).value<QDBusObjectPath>().path() != m_sessionHandle)
+        return;
+    const QString id = arguments.at(1).toString();
+    if (id.startsWith(instructionIdPrefix)) {
+        bool isIndex = false;
+        const int index = id.sliced(instructionIdPrefix.size()).toInt(&isIndex);
+        if (isIndex && index >= 0 && index < m_extraSequences.size() && m_extraActivated)
+            m_extraActivated(index);
+        return;
+    }
+    if (id != shortcutId)
         return;
     m_handler(Keys::H, Keys::Control | Keys::Alt);
 }
@@ -105,6 +162,11 @@ void PortalGlobalShortcuts::activated(const QDBusMessage &message)
 void PortalGlobalShortcuts::stop()
 {
     m_handler = nullptr;
+    closeSession();
+}
+
+void PortalGlobalShortcuts::closeSession()
+{
     if (m_sessionHandle.isEmpty())
         return;
     m_bus.send(QDBusMessage::createMethodCall(portalService, m_sessionHandle, sessionInterface, u"Close"_s));

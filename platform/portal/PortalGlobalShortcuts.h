@@ -24,12 +24,22 @@ public:
     // tray menu keeps working.
     bool start(std::function<bool(int keyCode, quint64 flags)> handler) override;
     void stop() override;
+    // The desktop registers shortcuts when a session is made: a new set makes a new session.
+    bool setShortcuts(const QStringList &sequences, std::function<void(int index)> activated) override;
+
+    // A key sequence's portable text ("Ctrl+Alt+J") as the portal's trigger ("CTRL+ALT+J").
+    static QString trigger(const QString &sequence);
 
 private Q_SLOTS:
     void activated(const QDBusMessage &message);
 
 private:
+    void createSession();
+    void closeSession();
+
     QDBusConnection m_bus;
+    QStringList m_extraSequences;
+    std::function<void(int)> m_extraActivated;
     std::function<bool(int, quint64)> m_handler;
     QString m_sessionHandle;
 };

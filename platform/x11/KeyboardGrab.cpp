@@ -2,6 +2,7 @@
 
 #include "Keysyms.h"
 
+#include <QKeySequence>
 #include <QLoggingCategory>
 #include <QSocketNotifier>
 
@@ -48,6 +49,8 @@ bool X11KeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> hand
     readModifierMapping();
     if (!grab())
         return false;
+    ungrabExtras();
+    grabExtras();
     if (!m_notifier) {
         m_notifier = new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
         connect(m_notifier, &QSocketNotifier::activated, this, &X11KeyboardGrab::readEvents);
@@ -59,6 +62,9 @@ bool X11KeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> hand
 
 void X11KeyboardGrab::stop()
 {
+    ungrabExtras();
+    m_extraSequences.clear();
+    m_extraActivated = nullptr;
     ungrab();
     delete m_notifier;
     m_notifier = nullptr;
@@ -82,7 +88,11 @@ std::pair<int, quint64> X11KeyboardGrab::translate(
 
 QList<quint16> X11KeyboardGrab::grabStates(const ModifierBits &bits)
 {
-    const quint16 base = controlMask | bits.alt;
+    return lockVariants(controlMask | bits.alt, bits);
+}
+
+QList<quint16> X11KeyboardGrab::lockVariants(quint16 base, const ModifierBits &bits)
+{
     const quint16 locks[] = { XCB_MOD_MASK_LOCK, bits.numLock, bits.scrollLock };
     QList<quint16> states;
     for (int subset = 0; subset < 8; ++subset) {
@@ -95,6 +105,108 @@ QList<quint16> X11KeyboardGrab::grabStates(const ModifierBits &bits)
             states.append(state);
     }
     return states;
+}
+
+std::pair<quint32, quint16> X11KeyboardGrab::combination(const QString &sequence, const ModifierBits &bits)
+{
+    const QKeySequence keys = QKeySequence::fromString(sequence, QKeySequence::PortableText);
+    if (keys.isEmpty())
+        return { 0, 0 };
+    const QKeyCombination first = keys[0];
+    const Qt::KeyboardModifiers modifiers = first.keyboardModifiers();
+    quint16 state = 0;
+    if (modifiers & Qt::ShiftModifier)
+        state |= shiftMask;
+    if (modifiers & Qt::ControlModifier)
+        state |= controlMask;
+    if (modifiers & Qt::AltModifier)
+        state |= bits.alt;
+    if (modifiers & Qt::MetaModifier)
+        state |= bits.super;
+    // A key without Ctrl, Alt or Super would be taken from every application's typing.
+    if (!(state & ~shiftMask))
+        return { 0, 0 };
+    const int key = first.key();
+    quint32 keysym = 0;
+    if (key > 0x20 && key < 0x7f)
+        keysym = quint32(QChar::toLower(char32_t(key))); // Latin-1 keysyms are their characters
+    else if (key == Qt::Key_Space)
+        keysym = XK_space;
+    else if (key >= Qt::Key_F1 && key <= Qt::Key_F12)
+        keysym = XK_F1 + quint32(key - Qt::Key_F1);
+    return { keysym, keysym ? state : quint16(0) };
+}
+
+bool X11KeyboardGrab::setShortcuts(const QStringList &sequences, std::function<void(int index)> activated)
+{
+    if (xcb_connection_has_error(m_connection))
+        return false;
+    ungrabExtras();
+    m_extraSequences = sequences;
+    m_extraActivated = std::move(activated);
+    if (m_handler)
+        grabExtras();
+    return true;
+}
+
+void X11KeyboardGrab::grabExtras()
+{
+    for (int index = 0; index < m_extraSequences.size(); ++index) {
+        const auto [keysym, modifiers] = combination(m_extraSequences.at(index), m_bits);
+        std::unique_ptr<xcb_keycode_t, decltype(&std::free)> keycodes(
+            keysym ? xcb_key_symbols_get_keycode(m_keySymbols, keysym) : nullptr, &std::free);
+        if (!keycodes || keycodes.get()[0] == XCB_NO_SYMBOL) {
+            qCWarning(lcKeyboardGrab) << "no key for the shortcut" << m_extraSequences.at(index);
+            continue;
+        }
+        const xcb_keycode_t keycode = keycodes.get()[0];
+        if (keycode == hKeycode && modifiers == (controlMask | m_bits.alt))
+            continue; // Ctrl+Alt+H is the rewrite's own
+        QList<xcb_void_cookie_t> cookies;
+        for (const quint16 state : lockVariants(modifiers, m_bits)) {
+            cookies.append(xcb_grab_key_checked(
+                m_connection, 0, m_root, state, keycode, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+        }
+        bool refused = false;
+        for (const xcb_void_cookie_t cookie : std::as_const(cookies))
+            refused = XcbReply<xcb_generic_error_t>(xcb_request_check(m_connection, cookie), &std::free)
+                || refused;
+        const Extra extra { keycode, modifiers, index };
+        if (refused) {
+            qCWarning(lcKeyboardGrab)
+                << m_extraSequences.at(index) << "is not available: another program holds it";
+            for (const quint16 state : lockVariants(modifiers, m_bits))
+                xcb_ungrab_key(m_connection, keycode, m_root, state);
+            continue;
+        }
+        m_extras.append(extra);
+    }
+    xcb_flush(m_connection);
+}
+
+void X11KeyboardGrab::ungrabExtras()
+{
+    if (xcb_connection_has_error(m_connection))
+        return;
+    for (const Extra &extra : std::as_const(m_extras)) {
+        for (const quint16 state : lockVariants(extra.modifiers, m_bits))
+            xcb_ungrab_key(m_connection, extra.keycode, m_root, state);
+    }
+    xcb_flush(m_connection);
+    m_extras.clear();
+}
+
+bool X11KeyboardGrab::pressedExtra(xcb_keycode_t keycode, quint16 state)
+{
+    const quint16 held = state & (shiftMask | controlMask | m_bits.alt | m_bits.super);
+    for (const Extra &extra : std::as_const(m_extras)) {
+        if (extra.keycode == keycode && extra.modifiers == held) {
+            if (m_extraActivated)
+                m_extraActivated(extra.index);
+            return true;
+        }
+    }
+    return false;
 }
 
 void X11KeyboardGrab::readModifierMapping()
@@ -187,6 +299,8 @@ void X11KeyboardGrab::readEvents()
         case XCB_KEY_PRESS: {
             // Auto-repeat arrives as further presses: each one is a request of its own.
             const auto *press = reinterpret_cast<const xcb_key_press_event_t *>(event.get());
+            if (pressedExtra(press->detail, press->state))
+                break;
             const auto [keyCode, flags] = translate(press->detail, press->state, m_bits);
             if (m_handler && !m_handler(keyCode, flags))
                 qCDebug(lcKeyboardGrab) << "grabbed key not used:" << press->detail << press->state;
@@ -199,7 +313,11 @@ void X11KeyboardGrab::readEvents()
             if (notify->request == XCB_MAPPING_POINTER)
                 break;
             xcb_refresh_keyboard_mapping(m_keySymbols, notify);
+            // The further shortcuts name keys by their letters, which a new layout may move.
+            ungrabExtras();
             readModifierMapping();
+            if (m_handler)
+                grabExtras();
             if (grabStates(m_bits) == m_grabbedStates)
                 break; // keep the grab: releasing it even briefly could lose a press
             ungrab();

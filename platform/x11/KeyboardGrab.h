@@ -39,18 +39,35 @@ public:
 
     bool start(std::function<bool(int keyCode, quint64 flags)> handler) override;
     void stop() override;
+    bool setShortcuts(const QStringList &sequences, std::function<void(int index)> activated) override;
 
     // An X key event in the program's own key codes and flags; -1 for keys it has no
     // code for.
     static std::pair<int, quint64> translate(xcb_keycode_t keycode, quint16 state, const ModifierBits &bits);
     // Every modifier state under which the shortcut must still be recognised.
     static QList<quint16> grabStates(const ModifierBits &bits);
+    // The same for another combination of modifiers.
+    static QList<quint16> lockVariants(quint16 base, const ModifierBits &bits);
+    // A key sequence's first combination as an X keysym and modifier state; a keysym of
+    // 0 where it has no key or no modifier besides Shift.
+    static std::pair<quint32, quint16> combination(const QString &sequence, const ModifierBits &bits);
 
 private:
     void readModifierMapping();
     bool grab();
     void ungrab();
     void readEvents();
+    void grabExtras();
+    void ungrabExtras();
+    bool pressedExtra(xcb_keycode_t keycode, quint16 state);
+
+    // A further shortcut as grabbed: its key, its modifiers without the locks, its index.
+    struct Extra
+    {
+        xcb_keycode_t keycode;
+        quint16 modifiers;
+        int index;
+    };
 
     xcb_connection_t *m_connection = nullptr;
     _XCBKeySymbols *m_keySymbols = nullptr; // xcb_key_symbols_t
@@ -59,4 +76,7 @@ private:
     std::function<bool(int, quint64)> m_handler;
     ModifierBits m_bits;
     QList<quint16> m_grabbedStates; // empty while nothing is grabbed
+    QStringList m_extraSequences;
+    std::function<void(int)> m_extraActivated;
+    QList<Extra> m_extras; // as grabbed
 };

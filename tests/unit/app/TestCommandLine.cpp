@@ -39,6 +39,43 @@ private Q_SLOTS:
         QTest::newRow("stray argument") << QStringList { u"file.txt"_s } << int(A::Fail) << u"file.txt"_s;
     }
 
+    // What a saved instruction's desktop shortcut runs: the words reach the running program.
+    void instruction_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("action");
+        QTest::addColumn<QString>("instruction"); // Trigger's; else what the failure names
+
+        using A = CommandLine::Action;
+        QTest::newRow("with trigger") << QStringList { u"--trigger"_s, u"--instruction"_s, u"shorter"_s }
+                                      << int(A::Trigger) << u"shorter"_s;
+        QTest::newRow("words with spaces, =")
+            << QStringList { u"--instruction= in German "_s, u"--trigger"_s } << int(A::Trigger)
+            << u"in German"_s;
+        QTest::newRow("trigger alone has none")
+            << QStringList { u"--trigger"_s } << int(A::Trigger) << QString();
+        QTest::newRow("without trigger")
+            << QStringList { u"--instruction"_s, u"shorter"_s } << int(A::Fail) << u"--trigger"_s;
+        QTest::newRow("without words")
+            << QStringList { u"--trigger"_s, u"--instruction"_s } << int(A::Fail) << u"instruction"_s;
+        QTest::newRow("blank words") << QStringList { u"--trigger"_s, u"--instruction= "_s } << int(A::Fail)
+                                     << u"words"_s;
+    }
+    void instruction()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, action);
+        QFETCH(QString, instruction);
+        arguments.prepend(u"tessary"_s);
+
+        const CommandLine commandLine = CommandLine::parse(arguments);
+        QCOMPARE(int(commandLine.action), action);
+        if (action == int(CommandLine::Action::Trigger))
+            QCOMPARE(commandLine.instruction, instruction);
+        else
+            QVERIFY2(commandLine.output.contains(instruction), qPrintable(commandLine.output));
+    }
+
     void actions()
     {
         QFETCH(QStringList, arguments);

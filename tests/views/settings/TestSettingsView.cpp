@@ -8,6 +8,7 @@
 #include "StorageManager.h"
 
 #include <QAccessible>
+#include <QKeySequence>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -199,6 +200,78 @@ private Q_SLOTS:
         view->click(view->item(u"historyEnabled"_s));
         QVERIFY(!view->storage.historyEnabled());
         QVERIFY(!view->item(u"historyDays"_s)->isEnabled());
+    }
+
+    // A saved instruction's own shortcut, recorded from the keys pressed after a click on its
+    // button: only a key with Ctrl, Alt or Super is one; Backspace clears it, Escape keeps it.
+    void instructionShortcuts_data()
+    {
+        QTest::addColumn<QStringList>("steps"); // "click", a key sequence, "Ctrl alone"
+        QTest::addColumn<QStringList>("stored");
+        QTest::addColumn<QString>("shown");
+
+        const QString waiting = u"Press keys…"_s;
+        QTest::newRow("Ctrl+Alt+J") << QStringList { u"click"_s, u"Ctrl+Alt+J"_s }
+                                    << QStringList { u"Ctrl+Alt+J"_s } << u"Ctrl+Alt+J"_s;
+        QTest::newRow("Ctrl+Shift+F5") << QStringList { u"click"_s, u"Ctrl+Shift+F5"_s }
+                                       << QStringList { u"Ctrl+Shift+F5"_s } << u"Ctrl+Shift+F5"_s;
+        QTest::newRow("a modifier alone waits for the key")
+            << QStringList { u"click"_s, u"Ctrl alone"_s } << QStringList {} << waiting;
+        QTest::newRow("a letter alone is no shortcut")
+            << QStringList { u"click"_s, u"J"_s } << QStringList {} << waiting;
+        QTest::newRow("Shift alone is no shortcut either")
+            << QStringList { u"click"_s, u"Shift+F5"_s } << QStringList {} << waiting;
+        QTest::newRow("Backspace clears")
+            << QStringList { u"click"_s, u"Ctrl+Alt+J"_s, u"click"_s, u"Backspace"_s }
+            << QStringList { QString() } << u"Set shortcut"_s;
+        QTest::newRow("Escape keeps what was")
+            << QStringList { u"click"_s, u"Ctrl+Alt+J"_s, u"click"_s, u"Esc"_s }
+            << QStringList { u"Ctrl+Alt+J"_s } << u"Ctrl+Alt+J"_s;
+        QTest::newRow("keys without a click do nothing")
+            << QStringList { u"Ctrl+Alt+J"_s } << QStringList {} << u"Set shortcut"_s;
+    }
+    void instructionShortcuts()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(QString, shown);
+        auto view = makeView({});
+        view->storage.setSavedInstructions({ u"in German"_s, u"shorter"_s });
+        QTRY_COMPARE(view->items(u"instructionShortcut"_s).size(), 2);
+        QQuickItem *recorder = view->items(u"instructionShortcut"_s).at(0);
+        for (const QString &step : std::as_const(steps)) {
+            if (step == u"click") {
+                view->click(recorder);
+                QTRY_VERIFY(recorder->hasActiveFocus());
+            } else if (step == u"Ctrl alone") {
+                QTest::keyClick(view->window.get(), Qt::Key_Control, Qt::ControlModifier);
+            } else {
+                const QKeyCombination keys = QKeySequence::fromString(step, QKeySequence::PortableText)[0];
+                QTest::keyClick(view->window.get(), keys.key(), keys.keyboardModifiers());
+            }
+        }
+        QTEST(view->storage.instructionShortcuts(), "stored");
+        QTRY_COMPARE(recorder->property("text").toString(), shown);
+    }
+    // A shortcut stays with its instruction when one before it goes; where the desktop binds
+    // the keys, each instruction's command line is shown instead of a recorder.
+    void shortcutFollowsItsInstruction()
+    {
+        auto view = makeView({});
+        view->storage.setSavedInstructions({ u"in German"_s, u"it's shorter"_s });
+        view->storage.setInstructionShortcuts({ u"Ctrl+Alt+G"_s, u"Ctrl+Alt+S"_s });
+        QTRY_COMPARE(view->items(u"removeInstruction"_s).size(), 2);
+        view->click(view->items(u"removeInstruction"_s).at(0));
+        QCOMPARE(view->storage.savedInstructions(), QStringList { u"it's shorter"_s });
+        QCOMPARE(view->storage.instructionShortcuts(), QStringList { u"Ctrl+Alt+S"_s });
+        QCOMPARE(view->model.instructionCommand(0), u"tessary --trigger --instruction 'it'\\''s shorter'"_s);
+
+        FakeDesktopShortcut desktop;
+        auto bound = makeView({}, {}, &desktop);
+        bound->storage.setSavedInstructions({ u"in German"_s });
+        QTRY_COMPARE(bound->items(u"instructionCommand"_s).size(), 1);
+        QCOMPARE(bound->items(u"instructionCommand"_s).at(0)->property("text").toString(),
+            u"tessary --trigger --instruction 'in German'"_s);
+        QVERIFY(bound->items(u"instructionShortcut"_s).isEmpty());
     }
 
     // The update, shortcut, key and toggle controls, on one window.
