@@ -37,8 +37,17 @@ ComboBox {
         Accessible.name: text
         Accessible.onPressAction: picker.activated(row.index)
     }
+    indicator: Text {
+        x: picker.width - width - 10
+        y: (picker.height - height) / 2
+        text: "▾"
+        font: picker.font
+        color: picker.hovered ? Theme.primary : Theme.secondary
+        Accessible.ignored: true
+    }
     contentItem: Text {
         leftPadding: 10
+        rightPadding: 22
         text: picker.displayText
         font: picker.font
         color: picker.hovered ? Theme.primary : Theme.secondary

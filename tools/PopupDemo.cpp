@@ -14,7 +14,9 @@
 #include <QGuiApplication>
 #include <QPalette>
 #include <QQmlEngine>
+#include <QQuickItem>
 #include <QQuickWindow>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdio>
@@ -55,12 +57,24 @@ struct Scene
     std::function<void(FakeRewriter &, PopupViewModel &)> play;
     QList<Qt::Key> keys = {}; // typed once the rewrite has played
     bool showThinking = false; // the thinking section opened
+    QString instruction = {}; // typed into the instruction field, and rewritten with
 };
 
 const QString thinking
     = u"They want it in their own voice: short sentences, direct, no greeting. Keep the point "
       u"about the step-two bug, since that is the reason for the delay, and end with the "
       u"question about tomorrow."_s;
+
+QQuickItem *itemNamed(QQuickItem *root, const QString &name)
+{
+    if (root->objectName() == name)
+        return root;
+    for (QQuickItem *child : root->childItems()) {
+        if (QQuickItem *found = itemNamed(child, name))
+            return found;
+    }
+    return nullptr;
+}
 
 } // namespace
 
@@ -93,6 +107,14 @@ int main(int argc, char *argv[])
                     u"Talk tomorrow?"_s);
                 r.complete();
             } },
+        // The user's own words instead of a tone, with saved ones to pick from.
+        { u"instruction"_s, original,
+            [](FakeRewriter &r, PopupViewModel &) {
+                r.token(u"Let's push the launch a few days: the step-two onboarding bug is still there. "
+                        u"Can we talk tomorrow?"_s);
+                r.complete();
+            },
+            {}, false, u"shorter, three sentences at most"_s },
         { u"error"_s, original,
             [](FakeRewriter &r, PopupViewModel &) {
                 r.token(rewrite.first(40));
@@ -125,8 +147,12 @@ int main(int argc, char *argv[])
     for (const bool dark : { false, true }) {
         QGuiApplication::setPalette(dark ? darkPalette() : light);
         QQmlEngine engine;
+        QTemporaryDir home;
+        StorageManager settings(home.filePath(u"Tessary.conf"_s), u"http://127.0.0.1:8787/api/v1"_s);
+        settings.setSavedInstructions({ u"fix grammar only"_s, u"in German"_s, u"shorter"_s });
         for (const Scene &scene : scenes) {
             SessionDesk desk;
+            desk.settings = &settings;
             const auto session = desk.session(scene.text);
             FakeRewriter &rewriter = desk.rewriter;
             PopupWindowController popup(*session, engine);
@@ -135,6 +161,11 @@ int main(int argc, char *argv[])
                 std::fprintf(stderr, "popup-demo: %s never came on screen\n", qPrintable(scene.name));
                 ++failures;
                 continue;
+            }
+            if (!scene.instruction.isEmpty()) {
+                if (QQuickItem *field = itemNamed(popup.window()->contentItem(), u"instructionField"_s))
+                    field->setProperty("text", scene.instruction);
+                popup.viewModel()->useInstruction(scene.instruction);
             }
             scene.play(rewriter, *popup.viewModel());
             popup.window()->requestActivate();
