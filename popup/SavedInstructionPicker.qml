@@ -23,6 +23,7 @@ ComboBox {
     onActivated: index => {
         picker.viewModel.useInstruction(picker.viewModel.savedInstructions[index]);
         picker.currentIndex = -1;
+        picker.popup.close();
     }
 
     delegate: ItemDelegate {

@@ -300,6 +300,35 @@ private Q_SLOTS:
         }
     }
 
+    // The instruction's controls for a screen reader: named, and Press acts: on the field it
+    // puts the keyboard there, on the picker it opens the saved instructions, on one of them
+    // it rewrites with it.
+    void instructionForScreenReaders()
+    {
+        QAccessible::setActive(true);
+        useSettings()->setSavedInstructions({ u"shorter"_s, u"in German"_s });
+        open(sample, true);
+        m_desk->rewriter.finish(u"Result"_s);
+
+        QAccessibleInterface *field = QAccessible::queryAccessibleInterface(item("instructionField"));
+        QVERIFY(field && field->actionInterface());
+        QCOMPARE(field->text(QAccessible::Name), u"Instruction"_s);
+        field->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        QTRY_COMPARE(focusedName(), u"instructionField"_s);
+
+        QAccessibleInterface *picker = QAccessible::queryAccessibleInterface(item("savedInstructions"));
+        QVERIFY(picker && picker->actionInterface());
+        QCOMPARE(picker->text(QAccessible::Name), u"Saved instructions"_s);
+        picker->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        QTRY_VERIFY(item("savedInstruction-1") && item("savedInstruction-1")->isVisible());
+        QAccessibleInterface *choice = QAccessible::queryAccessibleInterface(item("savedInstruction-1"));
+        QVERIFY(choice && choice->actionInterface());
+        QCOMPARE(choice->text(QAccessible::Name), u"in German"_s);
+        choice->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        QTRY_COMPARE(m_desk->rewriter.requests.size(), 2);
+        QCOMPARE(m_desk->rewriter.last().instruction, u"in German"_s);
+    }
+
     // Every chip and footer button is at least as wide as its label and lies inside the
     // window: with the stock labels, and with words as long as some translations have.
     // tests/views/popup/CMakeLists.txt runs this again at 1.5 and 2 times the scale.
