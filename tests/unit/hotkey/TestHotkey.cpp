@@ -1,13 +1,17 @@
 // Faults: the shortcut missed under a lock or an unusual modifier map, taken with extra keys, a grab retried
-// or waiting for the accessibility bus.
+// or waiting for the accessibility bus; a saved instruction's keys grabbed as another key, without their
+// modifier, or rewriting with another instruction's words.
 #include "FakeKeyboardGrab.h"
 #include "Shortcut.h"
 #include "StdoutCapture.h"
+#include "portal/PortalGlobalShortcuts.h"
 #include "x11/KeyboardGrab.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <X11/keysym.h>
 
 using namespace Qt::StringLiterals;
 
@@ -93,6 +97,65 @@ private Q_SLOTS:
             QVERIFY2(Shortcut::isHotkey(keyCode, flags), qPrintable(QString::number(state, 16)));
         }
     }
+    // A saved instruction's shortcut as X grabs it and as the shortcuts portal is asked for it;
+    // a key without Ctrl, Alt or Super is none (it would take the user's typing).
+    void instructionKeys_data()
+    {
+        QTest::addColumn<QString>("sequence");
+        QTest::addColumn<Bits>("bits");
+        QTest::addColumn<quint32>("keysym"); // 0: not grabbed
+        QTest::addColumn<quint16>("state");
+        QTest::addColumn<QString>("trigger"); // the portal's
+
+        QTest::newRow("Ctrl+Alt+J") << u"Ctrl+Alt+J"_s << usual << quint32(XK_j) << quint16(Ctrl | Mod1)
+                                    << u"CTRL+ALT+J"_s;
+        QTest::newRow("Alt where the map puts it")
+            << u"Ctrl+Alt+J"_s << altOnMod3 << quint32(XK_j) << quint16(Ctrl | Mod3) << u"CTRL+ALT+J"_s;
+        QTest::newRow("Ctrl+Shift+F5")
+            << u"Ctrl+Shift+F5"_s << usual << quint32(XK_F5) << quint16(Ctrl | Shift) << u"CTRL+SHIFT+F5"_s;
+        QTest::newRow("Super+Space") << u"Meta+Space"_s << usual << quint32(XK_space) << quint16(Mod4)
+                                     << u"LOGO+SPACE"_s;
+        QTest::newRow("a digit") << u"Ctrl+Alt+1"_s << usual << quint32(XK_1) << quint16(Ctrl | Mod1)
+                                 << u"CTRL+ALT+1"_s;
+        QTest::newRow("a letter alone") << u"J"_s << usual << quint32(0) << quint16(0) << u"J"_s;
+        QTest::newRow("Shift alone") << u"Shift+F5"_s << usual << quint32(0) << quint16(0) << u"SHIFT+F5"_s;
+        QTest::newRow("nothing") << QString() << usual << quint32(0) << quint16(0) << QString();
+    }
+    void instructionKeys()
+    {
+        QFETCH(QString, sequence);
+        QFETCH(Bits, bits);
+        const auto [keysym, state] = X11KeyboardGrab::combination(sequence, bits);
+        QTEST(keysym, "keysym");
+        QTEST(state, "state");
+        QTEST(PortalGlobalShortcuts::trigger(sequence), "trigger");
+    }
+
+    // Each saved instruction with words and keys gets its shortcut once the grab runs, and
+    // again when they change; a press rewrites with that one's words, queued.
+    void instructionShortcuts()
+    {
+        FakeKeyboardGrab grab;
+        Shortcut shortcut(&grab);
+        shortcut.setInstructionShortcuts({ u"in German"_s, u"  "_s, u"shorter"_s, u"formal"_s },
+            { u"Ctrl+Alt+J"_s, u"Ctrl+Alt+K"_s, QString(), u"Ctrl+Alt+F"_s });
+        QVERIFY(grab.shortcuts.isEmpty()); // not before the grab is taken
+        shortcut.startKeyGrab();
+        QCOMPARE(grab.shortcuts, (QStringList { u"Ctrl+Alt+J"_s, u"Ctrl+Alt+F"_s }));
+
+        QSignalSpy triggered(&shortcut, &Shortcut::instructionTriggered);
+        grab.pressShortcut(1);
+        QCOMPARE(triggered.size(), 0);
+        QVERIFY(triggered.wait());
+        QCOMPARE(triggered.constFirst().constFirst().toString(), u"formal"_s);
+
+        shortcut.setInstructionShortcuts({ u"formal"_s }, { u"Ctrl+Alt+G"_s });
+        QCOMPARE(grab.shortcuts, QStringList { u"Ctrl+Alt+G"_s });
+        grab.pressShortcut(0);
+        QVERIFY(triggered.wait());
+        QCOMPARE(triggered.last().constFirst().toString(), u"formal"_s);
+    }
+
     void startsAtLaunch_data()
     {
         QTest::addColumn<bool>("hasGrab"); // false: the desktop runs `tessary --trigger` instead
