@@ -74,9 +74,10 @@ private Q_SLOTS:
         QVERIFY2(m_atspi.description(u"Natural"_s).startsWith(u"Selected"_s),
             qPrintable(m_atspi.description(u"Natural"_s)));
 
-        // Tab walks every tone and button in reading order, and comes round again.
-        for (const QString &next : { u"Casual"_s, u"Professional"_s, u"Punchy"_s, u"Warm"_s, u"Retry"_s,
-                 u"Copy"_s, u"Replace"_s, u"Close"_s, u"Natural"_s }) {
+        // Tab walks every tone, the instruction and every button in reading order, and comes
+        // round again.
+        for (const QString &next : { u"Casual"_s, u"Professional"_s, u"Punchy"_s, u"Warm"_s, u"Instruction"_s,
+                 u"Retry"_s, u"Copy"_s, u"Replace"_s, u"Close"_s, u"Natural"_s }) {
             keys({ u"Tab"_s });
             QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), next, 5000);
         }
@@ -93,7 +94,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(completed(), 2, 10000);
 
         // Tab on to Copy, and Return copies the casual rewrite.
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 6; ++i)
             keys({ u"Tab"_s });
         QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Copy"_s, 5000);
         setClipboard("the user's own clipboard");
@@ -105,6 +106,16 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
         QCOMPARE(toneOf(rewrites().last()), u"warm"_s);
         QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Warm"_s, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(completed(), 3, 10000);
+
+        // Tab to the instruction, words of the user's own and Return: rewritten with them.
+        keys({ u"Tab"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.focused(), u"Instruction"_s, 5000);
+        keys({ u"s"_s, u"h"_s, u"o"_s, u"r"_s, u"t"_s, u"e"_s, u"r"_s, u"Return"_s });
+        QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 4, 10000);
+        QVERIFY2(rewrites().last().body.contains(R"("instruction":"shorter")"),
+            rewrites().last().body.constData());
+        QTRY_COMPARE_WITH_TIMEOUT(m_atspi.checked(u"Warm"_s), std::optional<bool>(false), 5000);
 
         // Escape closes the popup: nothing of it has the keyboard any more.
         keys({ u"Escape"_s });
