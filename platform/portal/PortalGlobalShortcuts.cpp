@@ -8,6 +8,8 @@
 #include <QKeySequence>
 #include <QLoggingCategory>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcPortalShortcut, "tessary.platform.shortcut")
@@ -79,12 +81,19 @@ bool PortalGlobalShortcuts::setShortcuts(
 {
     if (!m_bus.isConnected())
         return false;
-    m_extraSequences = sequences;
     m_extraActivated = std::move(activated);
-    if (m_handler) {
-        closeSession();
-        createSession();
+    if (sequences == m_extraSequences)
+        return true;
+    m_extraSequences = sequences;
+    if (!m_handler)
+        return true;
+    // One session at a time: a set that changes while the desktop answers waits for it.
+    if (m_creating) {
+        m_recreate = true;
+        return true;
     }
+    closeSession();
+    createSession();
     return true;
 }
 
@@ -110,6 +119,7 @@ QString PortalGlobalShortcuts::trigger(const QString &sequence)
 
 void PortalGlobalShortcuts::createSession()
 {
+    m_creating = true;
     QList<PortalShortcut> shortcuts { { shortcutId,
         { { u"description"_s, u"Rewrite as me"_s }, { u"preferred_trigger"_s, u"CTRL+ALT+H"_s } } } };
     for (int index = 0; index < m_extraSequences.size(); ++index) {
@@ -127,6 +137,14 @@ void PortalGlobalShortcuts::createSession()
     PortalRequest::send(
         m_bus, shortcutsInterface, u"CreateSession"_s, {}, options,
         [this](uint response, const QVariantMap &results) {
+            m_creating = false;
+            if (std::exchange(m_recreate, false)) {
+                if (response == 0)
+                    m_sessionHandle = results.value(u"session_handle"_s).toString();
+                closeSession();
+                createSession();
+                return;
+            }
             if (response != 0) {
                 qCWarning(lcPortalShortcut)
                     << "the desktop did not register Ctrl+Alt+H (answer" << response
