@@ -1,7 +1,8 @@
 // Guards the whole road on Plasma and sway: the shortcut (the portal's, or the
 // `tessary --trigger` a bindsym runs) not starting a rewrite of the editor's sentence, the
 // popup not taking the keyboard, Replace not written back, and for an editor off the
-// accessibility bus, the copy or paste not typed or the user's clipboard not given back.
+// accessibility bus, the copy or paste not typed or the user's clipboard not given back;
+// a saved instruction's own shortcut (the portal's, or its command line) not rewriting with it.
 #include "AtspiClient.h"
 #include "DesktopTools.h"
 #include "EditorRoad.h"
@@ -28,7 +29,8 @@ struct Desk
 {
     std::function<bool()> ready;
     std::function<void(int key)> ctrl;
-    std::function<void()> shortcut;
+    // Ctrl+Alt+H's; with words, the shortcut of the saved instruction that has them (the first).
+    std::function<void(const QString &instruction)> shortcut;
     std::unique_ptr<Workspace> workspace;
 };
 
@@ -37,16 +39,17 @@ Desk plasma()
     auto typist = std::make_shared<PortalTypist>();
     // The desktop's shortcut daemon stands for the key press: it invokes the shortcut
     // Tessary registered through the portal.
-    const auto shortcut = [] {
+    const auto shortcut = [](const QString &instruction) {
+        const QString name = instruction.isEmpty() ? u"rewrite-selection"_s : u"instruction-0"_s;
         QDBusInterface component(
             u"org.kde.kglobalaccel"_s, u"/component/tessary"_s, u"org.kde.kglobalaccel.Component"_s);
         QTRY_VERIFY_WITH_TIMEOUT(component.call(u"shortcutNames"_s, u"default"_s)
                                      .arguments()
                                      .value(0)
                                      .toStringList()
-                                     .contains(u"rewrite-selection"_s),
+                                     .contains(name),
             15000);
-        component.call(u"invokeShortcut"_s, u"rewrite-selection"_s, u"default"_s);
+        component.call(u"invokeShortcut"_s, name, u"default"_s);
     };
     return { [typist] { return typist->isReady(); }, [typist](int key) { typist->ctrl(key); }, shortcut,
         std::make_unique<KWinWorkspace>() };
@@ -55,8 +58,13 @@ Desk plasma()
 Desk sway()
 {
     std::shared_ptr<VirtualKeyboardKeySynth> keys = VirtualKeyboardKeySynth::open();
-    const auto shortcut
-        = [] { QCOMPARE(QProcess::execute(TessaryProcess::program(), { u"--trigger"_s }), 0); };
+    // What a bindsym of the user's runs.
+    const auto shortcut = [](const QString &instruction) {
+        QStringList arguments { u"--trigger"_s };
+        if (!instruction.isEmpty())
+            arguments << u"--instruction"_s << instruction;
+        QCOMPARE(QProcess::execute(TessaryProcess::program(), arguments), 0);
+    };
     return { [keys] { return keys != nullptr; }, [keys](int key) { keys->type(key, { KEY_LEFTCTRL }); },
         shortcut, std::make_unique<SwayWorkspace>(qEnvironmentVariable("SWAYSOCK")) };
 }
@@ -84,13 +92,16 @@ private Q_SLOTS:
     void shortcutCaptureAndReplace_data()
     {
         QTest::addColumn<bool>("onAccessibilityBus");
-        QTest::newRow("accessibility bus") << true;
-        QTest::newRow("clipboard, editor off the bus") << false;
+        QTest::addColumn<QString>("instruction"); // the saved instruction whose shortcut is pressed
+        QTest::newRow("accessibility bus") << true << QString();
+        QTest::newRow("clipboard, editor off the bus") << false << QString();
+        QTest::newRow("a saved instruction's own shortcut") << true << u"in German"_s;
     }
 
     void shortcutCaptureAndReplace()
     {
         QFETCH(bool, onAccessibilityBus);
+        QFETCH(QString, instruction);
         const Desk desk = qEnvironmentVariable("XDG_CURRENT_DESKTOP") == u"sway"_s ? sway() : plasma();
         QTRY_VERIFY_WITH_TIMEOUT(desk.ready(), 10000);
         const QString rewrite = u"A Wayland rewrite."_s;
@@ -111,7 +122,7 @@ private Q_SLOTS:
         editor.setProcessEnvironment(editorEnv);
         editor.start(u"mousepad"_s, { u"--disable-server"_s, file });
         run(u"wl-copy"_s, { u"--type"_s, u"image/png"_s }, image);
-        TessaryProcess tessary(settings);
+        TessaryProcess tessary(settings + "saved_instructions=in German\ninstruction_shortcuts=Ctrl+Alt+J\n");
         QVERIFY(tessary.start());
         const QString &log = tessary.log;
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(u">>> LAUNCHED"_s), 15000);
@@ -125,12 +136,14 @@ private Q_SLOTS:
             desk.ctrl(KEY_A);
         }
 
-        desk.shortcut();
+        desk.shortcut(instruction);
         QTRY_VERIFY2_WITH_TIMEOUT(
             log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), qPrintable(log), 15000);
         QTRY_VERIFY2_WITH_TIMEOUT(
             log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s), qPrintable(log), 15000);
         QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(log));
+        QCOMPARE(
+            service.requests().last().body.contains(R"("instruction":"in German")"), !instruction.isEmpty());
 
         // The popup has the keyboard: Ctrl+Enter replaces.
         QVERIFY(inFront(*desk.workspace, tessary.processId()));
