@@ -149,6 +149,8 @@ void RewriteSessions::retire(std::unique_ptr<RewriteSession> session)
 void RewriteSessions::offerUndo(RewriteSession *replaced)
 {
     m_undo.remember(*replaced);
+    if (const auto &place = replaced->writtenPlace())
+        m_writtenInto = place->application;
     if (m_undo.canUndo())
         notice().say(tr("Replaced."), true, false, m_popupPlace);
 }
@@ -165,6 +167,12 @@ UndoNotice &RewriteSessions::notice()
     if (!m_notice) {
         m_notice = std::make_unique<UndoNotice>(m_qml.get());
         connect(m_notice.get(), &UndoNotice::undoRequested, this, &RewriteSessions::undoLastRewrite);
+        // The keyboard goes back to where the user was typing; a click on Undo still
+        // reaches the notice.
+        connect(m_notice.get(), &UndoNotice::keyboardTaken, this, [this] {
+            if (m_services.workspace && m_writtenInto)
+                m_services.workspace->activate(*m_writtenInto, [](bool) {});
+        });
     }
     return *m_notice;
 }

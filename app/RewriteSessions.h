@@ -76,4 +76,5 @@ private:
     ReplaceUndo m_undo;
     std::unique_ptr<UndoNotice> m_notice;
     QRect m_popupPlace; // where the last popup stood, for the notice after its Replace
+    std::optional<RunningApplication> m_writtenInto; // the window of the last Replace
 };

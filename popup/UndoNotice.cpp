@@ -46,6 +46,10 @@ void UndoNotice::say(const QString &message, bool offersUndo, bool refused, cons
         // Mapped with a user time of 0, which window managers read as "do not focus":
         // the keyboard stays in the window the text went into.
         m_window->setProperty("_q_showWithoutActivating", true);
+        connect(m_window.get(), &QWindow::activeChanged, this, [this] {
+            if (m_window->isActive())
+                Q_EMIT keyboardTaken();
+        });
     }
     QRect place = where;
     if (!place.isValid()) {

@@ -30,6 +30,9 @@ public:
 
 Q_SIGNALS:
     void undoRequested();
+    // The window manager gave the notice the keyboard, which belongs to the window the
+    // text went into: Wayland compositors focus every new window.
+    void keyboardTaken();
 
 private:
     QQmlEngine &m_engine;
