@@ -99,6 +99,16 @@ Window {
             clip: true
             Component.onCompleted: current = create(welcome, {})
 
+            // Once faded, the leaving page is hidden at once rather than when its spring
+            // settles: until then a screen reader still finds its buttons on screen.
+            Connections {
+                target: pages.leaving
+                function onOpacityChanged() {
+                    if (pages.leaving.opacity < 0.05)
+                        pages.leaving.visible = false;
+                }
+            }
+
             ParallelAnimation {
                 id: enter
                 SpringMotion { target: pages.current; property: "x"; to: 0; response: 0.42; dampingFraction: 0.82 }
