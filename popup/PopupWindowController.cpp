@@ -14,7 +14,7 @@ PopupWindowController::PopupWindowController(
     , m_viewModel(new PopupViewModel(&session, this))
     , m_window(windows.create(m_viewModel))
 {
-    connect(m_viewModel, &PopupViewModel::closeRequested, this, &PopupWindowController::close);
+    tieToSession();
 }
 
 PopupWindowController::PopupWindowController(RewriteSession &session, QQmlEngine &engine, QObject *parent)
@@ -23,10 +23,28 @@ PopupWindowController::PopupWindowController(RewriteSession &session, QQmlEngine
     , m_viewModel(new PopupViewModel(&session, this))
     , m_window(PopupWindowFactory(engine).create(m_viewModel))
 {
-    connect(m_viewModel, &PopupViewModel::closeRequested, this, &PopupWindowController::close);
+    tieToSession();
 }
 
-PopupWindowController::~PopupWindowController() = default;
+// The window goes with the session that owns this controller; its hiding then ends nothing.
+PopupWindowController::~PopupWindowController()
+{
+    if (m_window)
+        m_window->disconnect(this);
+}
+
+void PopupWindowController::tieToSession()
+{
+    connect(m_viewModel, &PopupViewModel::closeRequested, this, &PopupWindowController::close);
+    // Closed by the user (Escape, its close button, the window manager): the rewrite is no
+    // longer wanted, and a model left streaming would go on working for nobody.
+    if (m_window) {
+        connect(m_window.get(), &QWindow::visibleChanged, this, [this](bool visible) {
+            if (!visible)
+                m_session.end();
+        });
+    }
+}
 
 void PopupWindowController::showWindow(Workspace *workspace)
 {

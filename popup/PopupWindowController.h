@@ -12,7 +12,8 @@ class RewriteSession;
 class Workspace;
 
 // One popup: a small frameless window that stays above the others, showing one rewrite
-// session. Closing only hides it; the controller keeps the window until it is destroyed.
+// session. Closing only hides it, and ends the session; the controller keeps the window
+// until it is destroyed.
 class PopupWindowController : public QObject
 {
     Q_OBJECT
@@ -34,6 +35,8 @@ public:
     QQuickWindow *window() const { return m_window.get(); }
 
 private:
+    void tieToSession();
+
     RewriteSession &m_session;
     PopupViewModel *m_viewModel;
     std::unique_ptr<QQuickWindow> m_window;

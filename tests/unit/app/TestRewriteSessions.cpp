@@ -83,6 +83,40 @@ private Q_SLOTS:
         QCOMPARE(desk.accessibility.focusQueries, 2);
     }
 
+    // A popup closed while its model still writes ends that rewrite: the request is
+    // cancelled, so a model on this computer stops working for nobody.
+    void closingThePopupCancelsItsRewrite_data()
+    {
+        QTest::addColumn<QString>("how");
+
+        QTest::newRow("Escape") << u"escape"_s;
+        QTest::newRow("its close button") << u"button"_s;
+        QTest::newRow("the window manager") << u"window"_s;
+    }
+    void closingThePopupCancelsItsRewrite()
+    {
+        QFETCH(QString, how);
+        Desk desk;
+        desk.sessions.triggerHumanize();
+        QTRY_COMPARE(desk.rewriter.requests.size(), 1);
+        QQuickWindow *popup = desk.sessions.popupWindowController()->window();
+        QTRY_VERIFY(popup->isVisible());
+        desk.rewriter.token(u"half"_s);
+        QCOMPARE(desk.rewriter.last().handle->outcome(), RewriteRequest::Outcome::Running);
+
+        if (how == u"escape"_s) {
+            popup->requestActivate();
+            QVERIFY(QTest::qWaitForWindowActive(popup));
+            QTest::keyClick(popup, Qt::Key_Escape);
+        } else if (how == u"button"_s) {
+            QVERIFY(QMetaObject::invokeMethod(popup->findChild<QObject *>(u"closeButton"_s), "clicked"));
+        } else {
+            popup->close();
+        }
+        QTRY_VERIFY(!popup->isVisible());
+        QCOMPARE(desk.rewriter.last().handle->outcome(), RewriteRequest::Outcome::Cancelled);
+    }
+
     // "Rewrite again" in the History asks for what the entry had, a tone or an instruction;
     // a saved instruction's shortcut asks for its instruction over the selection.
     void whatWasAskedIsKept_data()
