@@ -99,5 +99,12 @@ void DBusService::ShowSettings()
 
 void DBusService::UndoLastRewrite()
 {
+    if (!m_undoAvailable) {
+        if (calledFromDBus())
+            sendErrorReply(QDBusError::Failed,
+                tr("Nothing to undo: no rewrite has been written since Tessary started, or the last one "
+                   "was taken back already."));
+        return;
+    }
     Q_EMIT undoRequested();
 }

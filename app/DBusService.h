@@ -40,8 +40,12 @@ public Q_SLOTS:
     Q_SCRIPTABLE void TriggerWithInstruction(const QString &instruction);
     // Opens the settings window, in front: desktops without a tray have no other way there.
     Q_SCRIPTABLE void ShowSettings();
-    // Takes the last Replace back, as the tray menu's "Undo last rewrite" does.
+    // Takes the last Replace back, as the tray menu's "Undo last rewrite" does; with
+    // nothing to take back, an error reply says so.
     Q_SCRIPTABLE void UndoLastRewrite();
+
+    // Not on the bus: whether there is a Replace to take back.
+    void setUndoAvailable(bool available) { m_undoAvailable = available; }
 
 Q_SIGNALS:
     void humanizeRequested(const QString &text);
@@ -52,4 +56,5 @@ Q_SIGNALS:
 
 private:
     bool m_registered = false;
+    bool m_undoAvailable = false;
 };

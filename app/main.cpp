@@ -97,6 +97,7 @@ int main(int argc, char *argv[])
     QObject::connect(
         &dbus, &DBusService::humanizeRequested, &sessions, &RewriteSessions::humanizeSelectedText);
     QObject::connect(&dbus, &DBusService::undoRequested, &sessions, &RewriteSessions::undoLastRewrite);
+    QObject::connect(&sessions, &RewriteSessions::canUndoChanged, &dbus, &DBusService::setUndoAvailable);
     QObject::connect(&sessions, &RewriteSessions::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(&dbus, &DBusService::settingsRequested, &windows, &AppWindows::showSettings);
     QObject::connect(&windows, &AppWindows::rewriteRequested, &sessions, &RewriteSessions::rewriteAgain);

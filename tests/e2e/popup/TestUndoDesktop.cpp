@@ -77,11 +77,12 @@ private Q_SLOTS:
     }
     void undoAReplace_data()
     {
-        QTest::addColumn<QString>("from"); // where Undo is asked: "tray" or "notice"
+        QTest::addColumn<QString>("from"); // where Undo is asked: "tray", "notice" or "bus"
         QTest::addColumn<bool>("typeBetween"); // the user types in the editor after the Replace
 
         QTest::newRow("from the tray menu: the original comes back") << u"tray"_s << false;
         QTest::newRow("from the notice: the original comes back") << u"notice"_s << false;
+        QTest::newRow("over D-Bus: the original comes back") << u"bus"_s << false;
         QTest::newRow("typed in between: refused, the original on the clipboard") << u"tray"_s << true;
     }
     void undoAReplace()
@@ -94,6 +95,12 @@ private Q_SLOTS:
         startProgram();
         QVERIFY(editor.waitUntilActive());
         keys(keysSelecting(paragraph, sentence));
+        // Before any Replace, a program asking gets an answer that there is nothing to take back.
+        const QDBusMessage nothing = undoOverTheBus();
+        QCOMPARE(nothing.type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(nothing.errorMessage(),
+            u"Nothing to undo: no rewrite has been written since Tessary started, or the last one was taken "
+            "back already."_s);
 
         trigger();
         QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 1, 15000);
@@ -114,6 +121,8 @@ private Q_SLOTS:
 
         if (from == u"tray"_s)
             chooseUndoInTheTrayMenu();
+        else if (from == u"bus"_s)
+            QCOMPARE(undoOverTheBus().type(), QDBusMessage::ReplyMessage);
         else
             pressOnce(u"Undo"_s);
         QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"↩️ [Undo] Undo result: "_s), 10000);
@@ -149,6 +158,11 @@ private:
     {
         QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
             u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
+    }
+    static QDBusMessage undoOverTheBus()
+    {
+        return QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
+            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"UndoLastRewrite"_s));
     }
     void pressOnce(const QString &name)
     {
