@@ -43,11 +43,11 @@ public:
                 continue;
             // A page sliding away keeps its buttons until it has gone; only one on screen counts.
             constexpr int visibleState = 30; // ATSPI_STATE_VISIBLE
-            const auto enabledButton = [&](const Node &node) {
-                return pattern.match(this->name(node)).hasMatch() && isEnabledButton(node)
+            const auto pressable = [&](const Node &node) {
+                return pattern.match(this->name(node)).hasMatch() && isPressable(node)
                     && hasState(node, visibleState);
             };
-            if (auto button = find(app, enabledButton)) {
+            if (auto button = find(app, pressable)) {
                 const QDBusMessage reply
                     = call(*button, u"Action"_qs, u"DoAction"_qs, { pressIndex(*button) });
                 return reply.type() == QDBusMessage::ReplyMessage && reply.arguments().value(0).toBool();
@@ -209,7 +209,8 @@ private:
             [&](const Node &node) { return name(node) == elementName && hasState(node, visibleState); });
     }
 
-    bool isEnabledButton(const Node &node)
+    // Something a press acts on, and not disabled (as far as the toolkit tells the bus).
+    bool isPressable(const Node &node)
     {
         // A push button, or one that stays pressed: a check box, radio or toggle button; or
         // a row of a list, which is chosen by pressing it.
