@@ -1,16 +1,10 @@
 // Faults: the real program rewriting the wrong text, or writing into a window that went.
-#include "AtspiClient.h"
 #include "DesktopFixture.h"
-#include "FixtureServer.h"
+#include "PopupRig.h"
 #include "Selection.h"
-#include "TessaryProcess.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
@@ -33,19 +27,7 @@ QString rewriteFor(const QString &tone)
 
 FixtureReply streamFor(const FixtureRequest &request)
 {
-    const QString tone = QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString();
-    const QString text = rewriteFor(tone);
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    QByteArray body;
-    for (qsizetype at = 0; at < text.size(); at += 6) {
-        const QJsonObject delta { { u"content"_s, text.mid(at, 6) } };
-        const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
-        body += "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
-        reply.splitAt.append(body.size());
-    }
-    body += "data: [DONE]\n\n";
-    reply.body = body;
+    FixtureReply reply = PopupRig::streamed(rewriteFor(PopupRig::toneOf(request)), 6);
     reply.delay = std::chrono::milliseconds(20);
     return reply;
 }
@@ -61,9 +43,7 @@ private Q_SLOTS:
     {
         QVERIFY2(QDBusConnection::sessionBus().isConnected(),
             "no session bus: run inside scripts/headless-session");
-        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        m_server.route("/api/v1/chat/completions", streamFor);
-        QVERIFY(m_atspi.connect());
+        QVERIFY(PopupRig::prepare(m_server, streamFor, m_atspi));
     }
     void cleanup()
     {
@@ -110,7 +90,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 3, 10000);
         QStringList tones;
         for (const FixtureRequest &request : rewrites())
-            tones.append(QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString());
+            tones.append(PopupRig::toneOf(request));
         QCOMPARE(tones, (QStringList { u"natural"_s, u"casual"_s, u"casual"_s }));
 
         QTRY_COMPARE_WITH_TIMEOUT(log().count(u"🏁 [StreamDelegate] Stream completed"_s), 2, 10000);
@@ -196,10 +176,7 @@ private Q_SLOTS:
         QFETCH(QString, shown);
         startProgram(environment);
         const auto handOver = [](const QString &text) {
-            QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
-                u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
-            call << text;
-            QDBusConnection::sessionBus().asyncCall(call);
+            QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"HumanizeSelectedText"_s, { text }));
         };
 
         // Nothing to rewrite: said in the log, no popup, no request.
@@ -222,10 +199,8 @@ private Q_SLOTS:
         }
 
         // Over the limit: the caller hears it too, not only the one who looks at the popup.
-        QDBusMessage tooLong = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
-            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
-        tooLong << QString(100001, u'x');
-        const QDBusMessage refused = QDBusConnection::sessionBus().call(tooLong, QDBus::Block, 10000);
+        const QDBusMessage refused = QDBusConnection::sessionBus().call(
+            PopupRig::busCall(u"HumanizeSelectedText"_s, { QString(100001, u'x') }), QDBus::Block, 10000);
         QCOMPARE(refused.type(), QDBusMessage::ErrorMessage);
         QCOMPARE(refused.errorName(), u"org.freedesktop.DBus.Error.InvalidArgs"_s);
         QVERIFY2(
@@ -241,31 +216,12 @@ private Q_SLOTS:
 private:
     void startProgram(const QStringList &environment = {})
     {
-        m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n", environment);
-        QVERIFY(m_program->start());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+        QVERIFY(PopupRig::start(m_program, "[General]\napi_key=e2e-key\n", environment));
     }
     // The bus entry of a desktop shortcut.
-    void trigger()
-    {
-        QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-            u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
-    }
-    // Presses the button as soon as it is there and enabled, exactly once.
-    void pressOnce(const QString &name)
-    {
-        bool pressed = false;
-        QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
-    }
-    // The rewrite requests only; the program also checks for updates on the same service.
-    QList<FixtureRequest> rewrites() const
-    {
-        QList<FixtureRequest> found = m_server.requests();
-        found.removeIf(
-            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-        return found;
-    }
+    static void trigger() { QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"Trigger"_s)); }
+    void pressOnce(const QString &name) { QVERIFY2(PopupRig::pressOnce(m_atspi, name), qPrintable(name)); }
+    QList<FixtureRequest> rewrites() const { return PopupRig::rewrites(m_server); }
     const QString &log() const { return m_program->log; }
 
     FixtureServer m_server;

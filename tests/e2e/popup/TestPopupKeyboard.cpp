@@ -1,16 +1,10 @@
 // Faults: a popup the keyboard cannot walk or act on, a chip that does not say it is chosen,
 // a tone key that asks for another tone, Copy by keyboard that copies nothing.
-#include "AtspiClient.h"
 #include "DesktopFixture.h"
-#include "FixtureServer.h"
-#include "TessaryProcess.h"
+#include "PopupRig.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 using namespace Desktop;
@@ -21,10 +15,7 @@ using namespace Desktop;
 
 namespace {
 
-QString toneOf(const FixtureRequest &request)
-{
-    return QJsonDocument::fromJson(request.body).object().value(u"tone"_s).toString();
-}
+using PopupRig::toneOf;
 
 QString rewriteFor(const QString &tone)
 {
@@ -33,12 +24,7 @@ QString rewriteFor(const QString &tone)
 
 FixtureReply streamFor(const FixtureRequest &request)
 {
-    const QJsonObject delta { { u"content"_s, rewriteFor(toneOf(request)) } };
-    const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    reply.body = "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\ndata: [DONE]\n\n";
-    return reply;
+    return PopupRig::streamed(rewriteFor(toneOf(request)));
 }
 
 } // namespace
@@ -52,9 +38,7 @@ private Q_SLOTS:
     {
         QVERIFY2(QDBusConnection::sessionBus().isConnected(),
             "no session bus: run inside scripts/headless-session");
-        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        m_server.route("/api/v1/chat/completions", streamFor);
-        QVERIFY(m_atspi.connect());
+        QVERIFY(PopupRig::prepare(m_server, streamFor, m_atspi));
     }
     void cleanup()
     {
@@ -126,23 +110,11 @@ private:
     // The text handed over the session bus, as a desktop's own shortcut does.
     void open(const QString &text)
     {
-        m_program = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\n");
-        QVERIFY(m_program->start());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
-        QDBusMessage call = QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
-            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s);
-        call << text;
-        QDBusConnection::sessionBus().asyncCall(call);
+        QVERIFY(PopupRig::start(m_program, "[General]\napi_key=e2e-key\n"));
+        QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"HumanizeSelectedText"_s, { text }));
     }
     int completed() const { return int(m_program->log.count(u"🏁 [StreamDelegate] Stream completed"_s)); }
-    QList<FixtureRequest> rewrites() const
-    {
-        QList<FixtureRequest> found = m_server.requests();
-        found.removeIf(
-            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-        return found;
-    }
+    QList<FixtureRequest> rewrites() const { return PopupRig::rewrites(m_server); }
 
     FixtureServer m_server;
     AtspiClient m_atspi;

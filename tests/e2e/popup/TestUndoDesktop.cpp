@@ -1,18 +1,12 @@
 // Faults: Undo not writing the original back into the editor, writing over text the user
 // has typed since the Replace, losing the original where it refuses, or the notice taking
 // the keyboard from the editor.
-#include "AtspiClient.h"
 #include "DesktopFixture.h"
-#include "FixtureServer.h"
+#include "PopupRig.h"
 #include "Selection.h"
-#include "TessaryProcess.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 using namespace Desktop;
@@ -28,12 +22,7 @@ const QString rewrite = u"A rewrite, streamed.\u00a0👍🏽"_s;
 
 FixtureReply streamRewrite(const FixtureRequest &)
 {
-    FixtureReply reply;
-    reply.headers = { { "Content-Type", "text/event-stream" } };
-    const QJsonObject delta { { u"content"_s, rewrite } };
-    const QJsonObject event { { u"choices"_s, QJsonArray { QJsonObject { { u"delta"_s, delta } } } } };
-    reply.body = "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\ndata: [DONE]\n\n";
-    return reply;
+    return PopupRig::streamed(rewrite);
 }
 
 // The windows of the session whose WM_CLASS ("--class") or instance ("--classname")
@@ -55,9 +44,7 @@ private Q_SLOTS:
     {
         QVERIFY2(QDBusConnection::sessionBus().isConnected(),
             "no session bus: run inside scripts/headless-session");
-        QVERIFY(m_server.listen(quint16(qEnvironmentVariableIntValue("TESSARY_E2E_API_PORT"))));
-        m_server.route("/api/v1/chat/completions", streamRewrite);
-        QVERIFY(m_atspi.connect());
+        QVERIFY(PopupRig::prepare(m_server, streamRewrite, m_atspi));
         // A tray for the program's icon, as a panel holds it.
         m_tray.start(u"trayer"_s,
             { u"--edge"_s, u"top"_s, u"--align"_s, u"right"_s, u"--widthtype"_s, u"request"_s, u"--height"_s,
@@ -148,27 +135,14 @@ private Q_SLOTS:
 private:
     void startProgram()
     {
-        m_program
-            = std::make_unique<TessaryProcess>("[General]\napi_key=e2e-key\nupdate_check_enabled=false\n");
-        QVERIFY(m_program->start());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QDBusConnection::sessionBus().interface()->isServiceRegistered(u"app.tessary.Tessary"_s), 10000);
+        QVERIFY(PopupRig::start(m_program, "[General]\napi_key=e2e-key\nupdate_check_enabled=false\n"));
     }
-    void trigger()
-    {
-        QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-            u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"Trigger"_s));
-    }
+    static void trigger() { QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"Trigger"_s)); }
     static QDBusMessage undoOverTheBus()
     {
-        return QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s,
-            u"/app/tessary/Tessary"_s, u"app.tessary.Tessary"_s, u"UndoLastRewrite"_s));
+        return QDBusConnection::sessionBus().call(PopupRig::busCall(u"UndoLastRewrite"_s));
     }
-    void pressOnce(const QString &name)
-    {
-        bool pressed = false;
-        QTRY_VERIFY_WITH_TIMEOUT(pressed || (pressed = m_atspi.press(name)), 10000);
-    }
+    void pressOnce(const QString &name) { QVERIFY2(PopupRig::pressOnce(m_atspi, name), qPrintable(name)); }
     // The icon opens its menu on a click; "Undo last rewrite" is the second item.
     void chooseUndoInTheTrayMenu()
     {
