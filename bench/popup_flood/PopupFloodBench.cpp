@@ -6,7 +6,7 @@
 //
 // Targets: no stall over 16 ms; memory growth under 20 MB.
 
-#include "FixtureServer.h"
+#include "FixtureServerThread.h"
 #include "HumanizeService.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
@@ -22,7 +22,6 @@
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
 
 #include <cstdio>
@@ -73,14 +72,9 @@ int main(int argc, char *argv[])
     SceneGraph::chooseRenderer();
     QGuiApplication app(argc, argv);
 
-    QThread serverThread;
-    serverThread.start();
-    auto *server = new FixtureServer;
-    server->moveToThread(&serverThread);
-    bool listening = false;
-    QMetaObject::invokeMethod(
-        server, [&] { listening = server->listen(); }, Qt::BlockingQueuedConnection);
-    if (!listening) {
+    FixtureServerThread serviceThread;
+    FixtureServer *server = serviceThread.server();
+    if (!serviceThread.listen()) {
         std::fprintf(stderr, "popup_flood: the fixture service cannot listen\n");
         return 1;
     }
@@ -175,9 +169,5 @@ int main(int argc, char *argv[])
     std::printf("  memory growth: %.1f MB at the peak, %.1f MB after (target < 20)\n", (peak - before) / 1e6,
         (after - before) / 1e6);
 
-    QMetaObject::invokeMethod(
-        server, [server] { delete server; }, Qt::BlockingQueuedConnection);
-    serverThread.quit();
-    serverThread.wait();
     return 0;
 }

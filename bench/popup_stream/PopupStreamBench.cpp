@@ -8,7 +8,7 @@
 // Measured twice: with the plain result, and with Show changes on, where the marks of the
 // whole text must be on screen in the same time.
 
-#include "FixtureServer.h"
+#include "FixtureServerThread.h"
 #include "HumanizeService.h"
 #include "PopupViewModel.h"
 #include "PopupWindowController.h"
@@ -29,7 +29,6 @@
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
 
 #include <cstdio>
@@ -79,14 +78,9 @@ int main(int argc, char *argv[])
     QGuiApplication app(argc, argv);
 
     // The service writes from its own thread, so it keeps its pace whatever the popup does.
-    QThread serverThread;
-    serverThread.start();
-    auto *server = new FixtureServer;
-    server->moveToThread(&serverThread);
-    bool listening = false;
-    QMetaObject::invokeMethod(
-        server, [&] { listening = server->listen(); }, Qt::BlockingQueuedConnection);
-    if (!listening) {
+    FixtureServerThread serviceThread;
+    FixtureServer *server = serviceThread.server();
+    if (!serviceThread.listen()) {
         std::fprintf(stderr, "popup_stream: the fixture service cannot listen\n");
         return 1;
     }
@@ -207,9 +201,5 @@ int main(int argc, char *argv[])
     measure(false);
     measure(true);
 
-    QMetaObject::invokeMethod(
-        server, [server] { delete server; }, Qt::BlockingQueuedConnection);
-    serverThread.quit();
-    serverThread.wait();
     return 0;
 }

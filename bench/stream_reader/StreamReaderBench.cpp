@@ -5,14 +5,13 @@
 //     reach onToken on the main thread in order, and how long each took from the write.
 
 #include "EventStreamReader.h"
-#include "FixtureServer.h"
+#include "FixtureServerThread.h"
 #include "HumanizeService.h"
 #include "StorageManager.h"
 #include "StreamParser.h"
 
 #include <QCoreApplication>
 #include <QTemporaryDir>
-#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
@@ -140,8 +139,8 @@ int loopbackDelivery(std::chrono::milliseconds pace, const char *label)
     reply.delay = pace;
 
     // The server writes from a thread of its own, as a real one would.
-    QThread serverThread;
-    auto *server = new FixtureServer;
+    FixtureServerThread serverThread;
+    FixtureServer *server = serverThread.server();
     server->route("/api/v1/chat/completions", reply);
     std::vector<qint64> written(count, 0);
     QObject::connect(
@@ -151,12 +150,7 @@ int loopbackDelivery(std::chrono::milliseconds pace, const char *label)
                 written[size_t(index)] = at;
         },
         Qt::DirectConnection);
-    server->moveToThread(&serverThread);
-    serverThread.start();
-    bool listening = false;
-    QMetaObject::invokeMethod(
-        server, [&] { listening = server->listen(); }, Qt::BlockingQueuedConnection);
-    if (!listening) {
+    if (!serverThread.listen()) {
         std::fprintf(stderr, "cannot listen on loopback\n");
         return 1;
     }
@@ -193,10 +187,6 @@ int loopbackDelivery(std::chrono::milliseconds pace, const char *label)
     std::fflush(stdout);
     ::dup2(savedStdout, STDOUT_FILENO);
     ::close(savedStdout);
-
-    serverThread.quit();
-    serverThread.wait();
-    delete server;
 
     if (outcome != u"complete"_s || int(received.size()) != count || !inOrder) {
         std::printf("%s: FAILED, %zu of %d fragments, %s, outcome: %s\n", label, received.size(), count,
