@@ -135,12 +135,7 @@ void TestFirstStart::firstRewrite()
     QTRY_VERIFY_WITH_TIMEOUT(windowPid(activeWindow()) == editor.pid(), 10000);
     keys(keysSelecting(paragraph, sentence));
     keys({ u"ctrl+alt+h"_s });
-    const auto rewrites = [&stand] {
-        QList<FixtureRequest> all = stand.requests();
-        all.removeIf(
-            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-        return all;
-    };
+    const auto rewrites = [&stand] { return stand.requests("/chat/completions"); };
     QTRY_COMPARE_WITH_TIMEOUT(rewrites().size(), 1, 15000);
     const QJsonObject body = QJsonDocument::fromJson(rewrites().first().body).object();
     QCOMPARE(body.value(u"model"_s).toString(), road == Road::HostedService ? QString() : u"stand-in-7b"_s);

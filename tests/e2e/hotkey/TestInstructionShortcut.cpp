@@ -77,13 +77,7 @@ private Q_SLOTS:
     }
 
 private:
-    QList<FixtureRequest> rewrites() const
-    {
-        QList<FixtureRequest> found = m_server.requests();
-        found.removeIf(
-            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-        return found;
-    }
+    QList<FixtureRequest> rewrites() const { return m_server.requests("/chat/completions"); }
 
     FixtureServer m_server;
 };

@@ -73,13 +73,7 @@ private:
         return reply.type() == QDBusMessage::ReplyMessage
             && reply.arguments().value(0).value<QDBusVariant>().variant().toBool();
     }
-    QList<FixtureRequest> rewrites() const
-    {
-        QList<FixtureRequest> found = m_server.requests();
-        found.removeIf(
-            [](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-        return found;
-    }
+    QList<FixtureRequest> rewrites() const { return m_server.requests("/chat/completions"); }
 
     FixtureServer m_server;
 };

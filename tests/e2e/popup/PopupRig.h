@@ -43,14 +43,6 @@ inline QString toneOf(const FixtureRequest &request)
     return QJsonDocument::fromJson(request.body).object().value(QStringLiteral("tone")).toString();
 }
 
-// The rewrite requests only; the program also checks for updates on the same service.
-inline QList<FixtureRequest> rewrites(const FixtureServer &server)
-{
-    QList<FixtureRequest> found = server.requests();
-    found.removeIf([](const FixtureRequest &request) { return !request.path.endsWith("/chat/completions"); });
-    return found;
-}
-
 // A call of the program's bus entry, as a desktop shortcut or a script makes it.
 inline QDBusMessage busCall(const QString &method, const QVariantList &arguments = {})
 {

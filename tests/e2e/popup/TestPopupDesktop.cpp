@@ -221,7 +221,8 @@ private:
     // The bus entry of a desktop shortcut.
     static void trigger() { QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"Trigger"_s)); }
     void pressOnce(const QString &name) { QVERIFY2(PopupRig::pressOnce(m_atspi, name), qPrintable(name)); }
-    QList<FixtureRequest> rewrites() const { return PopupRig::rewrites(m_server); }
+    // The rewrite requests only; the program also checks for updates on the same service.
+    QList<FixtureRequest> rewrites() const { return m_server.requests("/chat/completions"); }
     const QString &log() const { return m_program->log; }
 
     FixtureServer m_server;

@@ -114,7 +114,8 @@ private:
         QDBusConnection::sessionBus().asyncCall(PopupRig::busCall(u"HumanizeSelectedText"_s, { text }));
     }
     int completed() const { return int(m_program->log.count(u"🏁 [StreamDelegate] Stream completed"_s)); }
-    QList<FixtureRequest> rewrites() const { return PopupRig::rewrites(m_server); }
+    // The rewrite requests only; the program also checks for updates on the same service.
+    QList<FixtureRequest> rewrites() const { return m_server.requests("/chat/completions"); }
 
     FixtureServer m_server;
     AtspiClient m_atspi;
