@@ -10,6 +10,7 @@
 
 #include <QAccessible>
 #include <QFile>
+#include <QPointer>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -234,6 +235,21 @@ private Q_SLOTS:
         // With a model chosen, the last page asks for nothing more.
         QTRY_VERIFY(item(u"apiKeyHint"_s));
         QCOMPARE(item(u"apiKeyHint"_s)->isVisible(), model.isEmpty());
+    }
+
+    // The page sliding away leaves the screen once it has faded, not when its spring has
+    // settled: until then a screen reader finds its buttons, a disabled "Finish setup" among
+    // them, and Qt does not tell it they are disabled.
+    void aFadedPageLeavesTheScreen()
+    {
+        QObject *pages = m_window->findChild<QObject *>(u"pages"_s);
+        QVERIFY(pages);
+        QVERIFY(click(u"getStartedButton"_s));
+        QPointer<QQuickItem> leaving;
+        QTRY_VERIFY((leaving = pages->property("leaving").value<QQuickItem *>()));
+        QTRY_VERIFY(!leaving || !leaving->isVisible());
+        QVERIFY2(leaving, "the page went only when its spring settled");
+        QVERIFY(leaving->opacity() < 0.05);
     }
 
     // A screen reader's Press on every button of the way acts as a click, to the end.
