@@ -72,7 +72,16 @@ bool PortalGlobalShortcuts::start(std::function<bool(int keyCode, quint64 flags)
     m_handler = std::move(handler);
     m_bus.connect(
         portalService, portalPath, shortcutsInterface, u"Activated"_s, this, SLOT(activated(QDBusMessage)));
-    createSession();
+    // On the next turn, so that the instruction shortcuts set right after start go into the
+    // same session: a second one would leave a moment in which no press arrives.
+    m_startPending = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (std::exchange(m_startPending, false) && m_handler)
+                createSession();
+        },
+        Qt::QueuedConnection);
     return true;
 }
 
@@ -85,8 +94,8 @@ bool PortalGlobalShortcuts::setShortcuts(
     if (sequences == m_extraSequences)
         return true;
     m_extraSequences = sequences;
-    if (!m_handler)
-        return true;
+    if (!m_handler || m_startPending)
+        return true; // the session start() asks for will carry them
     // One session at a time: a set that changes while the desktop answers waits for it.
     if (m_creating) {
         m_recreate = true;
@@ -130,6 +139,8 @@ void PortalGlobalShortcuts::createSession()
             { { u"description"_s, u"Rewrite with saved instruction %1"_s.arg(index + 1) },
                 { u"preferred_trigger"_s, preferred } } });
     }
+    // Its handle is known now: a press the desktop sends before its answer arrives is ours.
+    m_sessionHandle = PortalRequest::handle(m_bus, u"session"_s, sessionToken);
     // Plasma 5.27 registers the shortcuts handed to CreateSession; BindShortcuts there only
     // opens the desktop's settings.
     const QVariantMap options { { u"session_handle_token"_s, sessionToken },
@@ -138,9 +149,11 @@ void PortalGlobalShortcuts::createSession()
         m_bus, shortcutsInterface, u"CreateSession"_s, {}, options,
         [this](uint response, const QVariantMap &results) {
             m_creating = false;
+            if (response == 0)
+                m_sessionHandle = results.value(u"session_handle"_s, m_sessionHandle).toString();
+            else
+                m_sessionHandle.clear();
             if (std::exchange(m_recreate, false)) {
-                if (response == 0)
-                    m_sessionHandle = results.value(u"session_handle"_s).toString();
                 closeSession();
                 createSession();
                 return;
@@ -151,7 +164,6 @@ void PortalGlobalShortcuts::createSession()
                     << "): use the tray menu, or bind `tessary --trigger` in its settings";
                 return;
             }
-            m_sessionHandle = results.value(u"session_handle"_s).toString();
         },
         this);
 }

@@ -42,6 +42,7 @@ private:
     std::function<void(int)> m_extraActivated;
     std::function<bool(int, quint64)> m_handler;
     QString m_sessionHandle;
+    bool m_startPending = false; // start() asks on the next turn of the event loop
     bool m_creating = false; // a CreateSession awaits its answer
     bool m_recreate = false; // the shortcuts changed meanwhile
 };

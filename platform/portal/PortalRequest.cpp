@@ -27,10 +27,8 @@ void PortalRequest::send(QDBusConnection bus, const QString &interface, const QS
     auto *request = new PortalRequest(bus, std::move(done), context);
     static quint64 counter = 0;
     const QString token = u"tessary_%1"_s.arg(++counter);
-    QString sender = bus.baseService().mid(1);
-    sender.replace(u'.', u'_');
     // Listen before asking, so that a quick answer is not missed.
-    request->m_path = portalPath + u"/request/"_s + sender + u'/' + token;
+    request->m_path = handle(bus, u"request"_s, token);
     bus.connect(portalService, request->m_path, requestInterface, u"Response"_s, request,
         SLOT(answered(uint, QVariantMap)));
 
@@ -44,6 +42,13 @@ void PortalRequest::send(QDBusConnection bus, const QString &interface, const QS
             request->finish(2, {});
     });
     QTimer::singleShot(deadline, request, [request] { request->finish(2, {}); });
+}
+
+QString PortalRequest::handle(const QDBusConnection &bus, const QString &kind, const QString &token)
+{
+    QString sender = bus.baseService().mid(1);
+    sender.replace(u'.', u'_');
+    return portalPath + u'/' + kind + u'/' + sender + u'/' + token;
 }
 
 void PortalRequest::answered(uint response, const QVariantMap &results)

@@ -22,6 +22,10 @@ public:
     static void send(QDBusConnection bus, const QString &interface, const QString &method,
         QVariantList arguments, QVariantMap options, Done done, QObject *context);
 
+    // The object path the portal gives a request or session ("request", "session") that
+    // this connection asks for with token: known before the portal answers.
+    static QString handle(const QDBusConnection &bus, const QString &kind, const QString &token);
+
 private Q_SLOTS:
     void answered(uint response, const QVariantMap &results);
 

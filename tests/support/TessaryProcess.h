@@ -10,7 +10,8 @@
 // The program as the end-to-end tier builds it, with a settings folder of its own
 // (XDG_CONFIG_HOME) and its standard output gathered in log; ended when it goes.
 // That output is a pipe, so the user's words in it are lengths: a test that looks for
-// them passes TESSARY_LOG=full.
+// them passes TESSARY_LOG=full. When a test fails, both outputs are printed whole: a
+// failure message shows only the first kilobyte.
 class TessaryProcess : public QProcess
 {
 public:
@@ -32,6 +33,9 @@ public:
         terminate();
         if (!waitForFinished(3000))
             kill();
+        if (QTest::currentTestFailed())
+            qInfo().noquote() << "tessary's output:\n" << log << "\ntessary's errors:\n"
+                              << QString::fromUtf8(readAllStandardError());
     }
 
     static QString program()

@@ -99,8 +99,8 @@ private Q_SLOTS:
             QDBusMessage::createMethodCall(u"app.tessary.Tessary"_s, u"/app/tessary/Tessary"_s,
                 u"app.tessary.Tessary"_s, u"HumanizeSelectedText"_s)
             << u"hello there"_s));
-        QTRY_VERIFY_WITH_TIMEOUT(!service.requests().isEmpty(), 10000);
-        QCOMPARE(service.requests().constLast().header("authorization"), "Bearer " + sent);
+        QTRY_VERIFY_WITH_TIMEOUT(!service.requests("/chat/completions").isEmpty(), 10000);
+        QCOMPARE(service.requests("/chat/completions").constLast().header("authorization"), "Bearer " + sent);
         // The service was usable from the start, though the keyring answered after it:
         // the welcome window never opened.
         QCOMPARE(QProcess::execute(u"xdotool"_s, { u"search"_s, u"--name"_s, u"Welcome to Tessary"_s }), 1);

@@ -84,7 +84,8 @@ private Q_SLOTS:
         }
         QTRY_VERIFY2_WITH_TIMEOUT(program.log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s),
             qPrintable(program.log), 15000);
-        QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(program.log));
+        QVERIFY2(service.requests("/chat/completions").last().body.contains(sentence.toUtf8()),
+            qPrintable(program.log));
         // As a screen reader would (nothing types here), once: a try macro would press again.
         QVERIFY(QTest::qWaitFor([&] { return press(atspi, u"Replace"_s); }, 20000));
         QTRY_COMPARE_WITH_TIMEOUT(

@@ -141,9 +141,10 @@ private Q_SLOTS:
             log.contains(u"🎯 [AppDelegate] Stored previous app: mousepad"_s), qPrintable(log), 15000);
         QTRY_VERIFY2_WITH_TIMEOUT(
             log.contains(u"✅ [StreamDelegate] Stream completed successfully"_s), qPrintable(log), 15000);
-        QVERIFY2(service.requests().last().body.contains(sentence.toUtf8()), qPrintable(log));
-        QCOMPARE(
-            service.requests().last().body.contains(R"("instruction":"in German")"), !instruction.isEmpty());
+        QVERIFY2(
+            service.requests("/chat/completions").last().body.contains(sentence.toUtf8()), qPrintable(log));
+        QCOMPARE(service.requests("/chat/completions").last().body.contains(R"("instruction":"in German")"),
+            !instruction.isEmpty());
 
         // The popup has the keyboard: Ctrl+Enter replaces.
         QVERIFY(inFront(*desk.workspace, tessary.processId()));
