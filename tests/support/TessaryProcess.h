@@ -34,7 +34,8 @@ public:
         if (!waitForFinished(3000))
             kill();
         if (QTest::currentTestFailed())
-            qInfo().noquote() << "tessary's output:\n" << log << "\ntessary's errors:\n"
+            qInfo().noquote() << "tessary's output:\n"
+                              << log << "\ntessary's errors:\n"
                               << QString::fromUtf8(readAllStandardError());
     }
 
