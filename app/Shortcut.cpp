@@ -35,6 +35,7 @@ void Shortcut::startKeyGrab()
                             << "`tessary --trigger` to a shortcut in the desktop's settings instead.";
     }
     Q_EMIT availabilityChanged(m_running);
+    m_started = m_keyboardGrab != nullptr;
     grabInstructionShortcuts();
 }
 
@@ -57,7 +58,8 @@ void Shortcut::setInstructionShortcuts(const QStringList &instructions, const QS
 
 void Shortcut::grabInstructionShortcuts()
 {
-    if (!m_running)
+    // Also where another program holds Ctrl+Alt+H: the user's own keys may still be free.
+    if (!m_started)
         return;
     // The words travel with the grab, so a press always rewrites with the instruction its key
     // was set for.

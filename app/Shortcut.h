@@ -38,7 +38,8 @@ private:
     void grabInstructionShortcuts();
 
     KeyboardGrab *m_keyboardGrab;
-    bool m_running = false;
+    bool m_running = false; // Ctrl+Alt+H is ours
+    bool m_started = false; // the grab was asked for
     QStringList m_instructions; // each with a shortcut, in the order of m_sequences
     QStringList m_sequences;
 };

@@ -138,7 +138,8 @@ class KeyboardGrab
 {
 public:
     virtual ~KeyboardGrab() = default;
-    // false when the shortcut cannot be had (another program holds it, no X server)
+    // false when the shortcut cannot be had (another program holds it, no X server). Started
+    // all the same where the further shortcuts below can still be had.
     virtual bool start(std::function<bool(int keyCode, quint64 flags)> handler) = 0;
     virtual void stop() = 0;
     // Further shortcuts of the user's choosing, besides Ctrl+Alt+H, while started: each the

@@ -3,10 +3,8 @@
 bool FakeKeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> handler)
 {
     ++starts;
-    if (refuse)
-        return false;
     m_handler = std::move(handler);
-    return true;
+    return !refuse;
 }
 
 void FakeKeyboardGrab::stop()

@@ -26,9 +26,9 @@ public:
         if (m_activated)
             m_activated(index);
     }
-    bool running() const { return bool(m_handler); }
+    bool running() const { return m_handler && !refuse; }
     // A key press of the grabbed combination: whether the handler used it.
-    bool press(int keyCode, quint64 flags) { return m_handler && m_handler(keyCode, flags); }
+    bool press(int keyCode, quint64 flags) { return running() && m_handler(keyCode, flags); }
 
 private:
     std::function<bool(int, quint64)> m_handler;

@@ -47,8 +47,8 @@ bool X11KeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> hand
         return false;
     m_handler = std::move(handler);
     readModifierMapping();
-    if (!grab())
-        return false;
+    // Another program may hold Ctrl+Alt+H; the user's own shortcuts are taken all the same.
+    const bool taken = grab();
     ungrabExtras();
     grabExtras();
     if (!m_notifier) {
@@ -57,7 +57,7 @@ bool X11KeyboardGrab::start(std::function<bool(int keyCode, quint64 flags)> hand
     }
     // Events may already be queued on the connection from the replies read above.
     readEvents();
-    return true;
+    return taken;
 }
 
 void X11KeyboardGrab::stop()

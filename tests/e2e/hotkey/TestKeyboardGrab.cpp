@@ -1,4 +1,5 @@
-// Faults: the shortcut missed under a lock or layout, other keys swallowed, a half-taken grab left behind.
+// Faults: the shortcut missed under a lock or layout, other keys swallowed, a half-taken grab left behind,
+// a saved instruction's own key not taken while another program holds Ctrl+Alt+H.
 #include "DeliveredKeys.h"
 #include "DesktopFixture.h"
 #include "Shortcut.h"
@@ -166,6 +167,12 @@ private Q_SLOTS:
 
         X11KeyboardGrab refused;
         QVERIFY(!refused.start([](int, quint64) { return true; }));
+        // A saved instruction's own key is still the user's to have.
+        int instructionPresses = 0;
+        QVERIFY(refused.setShortcuts({ u"Ctrl+Alt+J"_s }, [&](int) { ++instructionPresses; }));
+        Desktop::run(u"xdotool"_s, { u"key"_s, u"ctrl+alt+j"_s });
+        QTRY_COMPARE(instructionPresses, 1);
+        refused.stop();
 
         // Nothing half-taken is left behind: once the other program lets go, it works.
         xcb_disconnect(other);

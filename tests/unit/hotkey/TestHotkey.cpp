@@ -162,12 +162,15 @@ private Q_SLOTS:
         QTest::addColumn<bool>("grabRefused");
         QTest::addColumn<bool>("available");
         QTest::addColumn<QString>("said"); // the diagnostic, empty when none
+        QTest::addColumn<bool>("instructionKeyTaken"); // a saved instruction's Ctrl+Alt+J
 
-        QTest::newRow("the shortcut starts") << true << false << true << QString();
-        // Nothing retries the grab: the tray says the shortcut is unavailable instead.
+        QTest::newRow("the shortcut starts") << true << false << true << QString() << true;
+        // Nothing retries the grab: the tray says the shortcut is unavailable instead. The
+        // user's own keys are theirs to have all the same.
         QTest::newRow("another program holds the shortcut")
-            << true << true << false << u"^Ctrl\\+Alt\\+H is not available"_s;
-        QTest::newRow("bound by the desktop") << false << false << false << u"^On this desktop Ctrl"_s;
+            << true << true << false << u"^Ctrl\\+Alt\\+H is not available"_s << true;
+        QTest::newRow("bound by the desktop")
+            << false << false << false << u"^On this desktop Ctrl"_s << false;
     }
     // The grab is taken at once: nothing about it waits for the accessibility bus, whose
     // state the shortcut does not even know. Nothing goes to the rewrite log.
@@ -177,10 +180,12 @@ private Q_SLOTS:
         QFETCH(bool, grabRefused);
         QFETCH(bool, available);
         QFETCH(QString, said);
+        QFETCH(bool, instructionKeyTaken);
 
         FakeKeyboardGrab grab;
         grab.refuse = grabRefused;
         Shortcut shortcut(hasGrab ? &grab : nullptr);
+        shortcut.setInstructionShortcuts({ u"in German"_s }, { u"Ctrl+Alt+J"_s });
         QSignalSpy availability(&shortcut, &Shortcut::availabilityChanged);
         StdoutCapture stdoutCapture;
         if (!said.isEmpty())
@@ -193,6 +198,7 @@ private Q_SLOTS:
         QCOMPARE(grab.starts, hasGrab ? 1 : 0);
         QCOMPARE(grab.running(), available);
         QCOMPARE(stdoutCapture.lines(), QStringList());
+        QCOMPARE(grab.shortcuts, instructionKeyTaken ? QStringList { u"Ctrl+Alt+J"_s } : QStringList());
 
         // A key press through the grab is judged and queued, never run in the handler.
         if (available) {
