@@ -1,6 +1,6 @@
 // Faults: Undo not writing the original back into the editor, writing over text the user
-// has typed since the Replace, losing the original where it refuses, or the notice taking
-// the keyboard from the editor.
+// has typed since the Replace, losing the original where it refuses, the notice taking
+// the keyboard from the editor, or a click on its Undo lost.
 #include "DesktopFixture.h"
 #include "PopupRig.h"
 #include "Selection.h"
@@ -64,11 +64,12 @@ private Q_SLOTS:
     }
     void undoAReplace_data()
     {
-        QTest::addColumn<QString>("from"); // where Undo is asked: "tray", "notice" or "bus"
+        QTest::addColumn<QString>("from"); // where Undo is asked: "tray", "notice", "click" or "bus"
         QTest::addColumn<bool>("typeBetween"); // the user types in the editor after the Replace
 
         QTest::newRow("from the tray menu: the original comes back") << u"tray"_s << false;
         QTest::newRow("from the notice: the original comes back") << u"notice"_s << false;
+        QTest::newRow("clicked on the notice: the original comes back") << u"click"_s << false;
         QTest::newRow("over D-Bus: the original comes back") << u"bus"_s << false;
         QTest::newRow("typed in between: refused, the original on the clipboard") << u"tray"_s << true;
     }
@@ -110,6 +111,8 @@ private Q_SLOTS:
             chooseUndoInTheTrayMenu();
         else if (from == u"bus"_s)
             QCOMPARE(undoOverTheBus().type(), QDBusMessage::ReplyMessage);
+        else if (from == u"click"_s)
+            clickOnce(u"Undo"_s);
         else
             pressOnce(u"Undo"_s);
         QTRY_VERIFY_WITH_TIMEOUT(log().contains(u"↩️ [Undo] Undo result: "_s), 10000);
@@ -143,6 +146,16 @@ private:
         return QDBusConnection::sessionBus().call(PopupRig::busCall(u"UndoLastRewrite"_s));
     }
     void pressOnce(const QString &name) { QVERIFY2(PopupRig::pressOnce(m_atspi, name), qPrintable(name)); }
+    // With the mouse, on the middle of the button: the notice stays behind the editor's
+    // keyboard, so the click has to reach a window that is not active.
+    void clickOnce(const QString &name)
+    {
+        QRect button;
+        QTRY_VERIFY_WITH_TIMEOUT(!(button = m_atspi.screenRect(name)).isEmpty(), 10000);
+        run(u"xdotool"_s,
+            { u"mousemove"_s, QString::number(button.center().x()), QString::number(button.center().y()),
+                u"click"_s, u"1"_s });
+    }
     // The icon opens its menu on a click; "Undo last rewrite" is the second item.
     void chooseUndoInTheTrayMenu()
     {

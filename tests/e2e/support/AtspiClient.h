@@ -5,6 +5,7 @@
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QRect>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -14,7 +15,8 @@
 #include <optional>
 
 // A small accessibility-bus client, playing the user's screen reader: presses Tessary's
-// buttons by name, and selects and reads an editor's text.
+// buttons by name, and selects and reads an editor's text; it also says where a button is
+// for a click.
 class AtspiClient
 {
 public:
@@ -92,6 +94,25 @@ public:
 
     // Whether an element of Tessary's of that name (a window, by its title) is on screen.
     bool shows(const QString &elementName) { return shown(elementName).has_value(); }
+
+    // Where Tessary's element of that name stands on the screen, for a click of the mouse;
+    // empty when it is not on screen.
+    QRect screenRect(const QString &elementName)
+    {
+        constexpr uint screenCoordinates = 0; // ATSPI_COORD_TYPE_SCREEN
+        const auto node = shown(elementName);
+        if (!node)
+            return {};
+        const QDBusArgument extents = call(*node, u"Component"_qs, u"GetExtents"_qs, { screenCoordinates })
+                                          .arguments()
+                                          .value(0)
+                                          .value<QDBusArgument>();
+        int x = 0, y = 0, width = 0, height = 0;
+        extents.beginStructure();
+        extents >> x >> y >> width >> height;
+        extents.endStructure();
+        return { x, y, width, height };
+    }
 
     // The description a screen reader reads after the name.
     QString description(const QString &elementName)
