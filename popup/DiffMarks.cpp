@@ -80,7 +80,7 @@ void DiffMarks::setInsertedColor(const QColor &color)
     if (m_inserted == color)
         return;
     m_inserted = color;
-    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    updateMarkup();
     Q_EMIT colorsChanged();
     Q_EMIT marksChanged();
 }
@@ -90,7 +90,7 @@ void DiffMarks::setDeletedColor(const QColor &color)
     if (m_deleted == color)
         return;
     m_deleted = color;
-    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    updateMarkup();
     Q_EMIT colorsChanged();
     Q_EMIT marksChanged();
 }
@@ -132,9 +132,16 @@ void DiffMarks::finished()
 {
     if (m_watcher.future().resultCount() > 0)
         m_diff = m_watcher.result();
-    m_markup = WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
+    updateMarkup();
     // Texts that changed meanwhile are compared a frame later.
     if (m_dirty)
         m_frame.start();
     Q_EMIT marksChanged();
+}
+
+// A text too long to compare is shown plain, in pages: as one marked Text, laid out whole
+// at every comparison, it would hold up the window for a tenth of a second each time.
+void DiffMarks::updateMarkup()
+{
+    m_markup = m_diff.tooLong ? QString() : WordDiff::markup(m_diff.segments, m_inserted, m_deleted);
 }

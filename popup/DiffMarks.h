@@ -33,6 +33,8 @@ class DiffMarks : public QObject
     Q_PROPERTY(QString markup READ markup NOTIFY marksChanged)
     Q_PROPERTY(QString summary READ summary NOTIFY marksChanged)
     Q_PROPERTY(int changedWords READ changedWords NOTIFY marksChanged)
+    // Too long to compare: no marks, and no markup; the view shows the text plain.
+    Q_PROPERTY(bool tooLong READ isTooLong NOTIFY marksChanged)
     // The marks are those of the texts as they are now.
     Q_PROPERTY(bool current READ isCurrent NOTIFY marksChanged)
 
@@ -58,6 +60,7 @@ public:
     QString markup() const { return m_markup; }
     QString summary() const;
     int changedWords() const { return m_diff.changedWords; }
+    bool isTooLong() const { return m_diff.tooLong; }
     bool isCurrent() const { return !m_dirty && !m_watcher.isRunning(); }
 
 Q_SIGNALS:
@@ -69,6 +72,7 @@ private:
     void changed();
     void start();
     void finished();
+    void updateMarkup();
 
     QString m_original;
     QString m_result;

@@ -13,8 +13,12 @@ Item {
     property PopupViewModel viewModel: null
     property bool partial: false
     property real padding: 0
+    // Compared while on; by default while it is shown.
+    property bool active: visible
     readonly property string summary: marks.summary
     readonly property bool current: marks.current
+    // No marks: the text is too long to compare.
+    readonly property bool tooLong: marks.tooLong
 
     implicitHeight: column.implicitHeight + 2 * padding
 
@@ -24,7 +28,7 @@ Item {
         result: diffText.result
         viewModel: diffText.viewModel
         partial: diffText.partial
-        active: diffText.visible
+        active: diffText.active
         insertedColor: Theme.green
         deletedColor: Theme.red
     }

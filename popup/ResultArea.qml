@@ -14,7 +14,7 @@ Rectangle {
     readonly property Item resultLayer: viewState === PopupViewModel.Error
                                         || viewState === PopupViewModel.Notice ? errorLayer
                                       : viewState === PopupViewModel.Loading ? loadingLayer
-                                      : showChanges ? changesLayer : resultPages
+                                      : showChanges && !changesLayer.tooLong ? changesLayer : resultPages
 
     implicitHeight: Math.max(120, resultLayer.implicitHeight)
     radius: 10
@@ -56,7 +56,8 @@ Rectangle {
         viewModel: resultArea.viewModel
     }
 
-    // The result, in as many pages as it is long (see StreamedText).
+    // The result, in as many pages as it is long (see StreamedText); with Show changes on,
+    // a text too long to mark, under a line that says so.
     Column {
         id: resultPages
         objectName: "resultPages"
@@ -65,6 +66,20 @@ Rectangle {
         anchors.right: parent.right
         anchors.top: parent.top
         padding: 12
+
+        Text {
+            objectName: "tooLongToMark"
+            visible: resultArea.showChanges
+            width: parent.width - parent.leftPadding - parent.rightPadding
+            bottomPadding: 6
+            text: changesLayer.summary
+            wrapMode: Text.Wrap
+            font.family: Theme.fontFamily
+            font.pixelSize: 11
+            color: Theme.secondary
+            Accessible.role: Accessible.StaticText
+            Accessible.name: text
+        }
     }
     Component {
         id: resultPage
@@ -108,6 +123,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.top: parent.top
         padding: 12
+        active: resultArea.showChanges
         original: resultArea.viewModel.originalText
         viewModel: resultArea.viewModel
         partial: resultArea.viewModel.busy

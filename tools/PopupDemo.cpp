@@ -133,6 +133,14 @@ int main(int argc, char *argv[])
                 r.token(rewrite);
                 r.complete();
             } },
+        // Show changes on a rewrite too long to compare: plain, under a line that says so.
+        { u"too-long-to-mark"_s, original,
+            [](FakeRewriter &r, PopupViewModel &vm) {
+                vm.setShowChanges(true);
+                QStringList paragraphs(120, rewrite);
+                r.token(paragraphs.join(u"\n\n"_s));
+                r.complete();
+            } },
         // The keyboard on the next tone, its ring showing.
         { u"keyboard"_s, original,
             [](FakeRewriter &r, PopupViewModel &) {

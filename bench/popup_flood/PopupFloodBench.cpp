@@ -5,6 +5,7 @@
 // ended, and how much the process grew: at the peak and once the flood has passed.
 //
 // Targets: no stall over 16 ms; memory growth under 20 MB.
+// With --show-changes, the popup shows the rewrite with its changes marked.
 
 #include "FixtureServerThread.h"
 #include "HumanizeService.h"
@@ -71,6 +72,7 @@ int main(int argc, char *argv[])
 {
     SceneGraph::chooseRenderer();
     QGuiApplication app(argc, argv);
+    const bool showChanges = app.arguments().contains(u"--show-changes"_s);
 
     FixtureServerThread serviceThread;
     FixtureServer *server = serviceThread.server();
@@ -97,6 +99,7 @@ int main(int argc, char *argv[])
     SessionDesk desk;
     RewriteSession session({ desk.textAccess, &desk.workspace, desk.pasteboard, service });
     session.takeCapture({ u"Rewrite this, please."_s, {} });
+    session.setShowChanges(showChanges);
     PopupWindowController popup(session, engine);
     QQuickWindow *window = popup.window();
     qint64 lastTick = 0;
@@ -158,7 +161,8 @@ int main(int argc, char *argv[])
         return 1;
     }
     PopupViewModel *model = popup.viewModel();
-    std::printf("popup_flood: %d fragments a second, without end\n", fragmentsPerSecond);
+    std::printf("popup_flood: %d fragments a second, without end%s\n", fragmentsPerSecond,
+        showChanges ? ", Show changes on" : "");
     std::printf("  ended after %.0f ms: %s\n", floodMs,
         model->isBusy() ? "still running" : qPrintable(model->errorMessage().left(60) + u"…"_s));
     std::printf("  result kept: %lld characters\n", qlonglong(model->resultText().size()));

@@ -10,6 +10,7 @@
 #include "SessionDesk.h"
 #include "StorageManager.h"
 #include "StreamedText.h"
+#include "WordDiff.h"
 
 #include <QAccessible>
 #include <QClipboard>
@@ -472,13 +473,13 @@ private Q_SLOTS:
         }
         QCOMPARE(at, text.size());
 
-        // Once the pages are placed, what holds them is as high as they are.
+        // Once the pages are placed, what holds them is as high as what it shows.
         QQuickItem *holder = item("resultPages");
         const auto placed = [holder] {
             qreal height
                 = holder->property("topPadding").toReal() + holder->property("bottomPadding").toReal();
             for (const QQuickItem *page : holder->childItems())
-                height += page->height();
+                height += page->isVisible() ? page->height() : 0;
             return qAbs(holder->implicitHeight() - height) < 0.5;
         };
         QTRY_VERIFY(placed());
@@ -551,6 +552,33 @@ private Q_SLOTS:
         toggle();
         QTRY_VERIFY(item("resultText")->isVisible());
         QVERIFY(!changes->isVisible());
+    }
+    // A rewrite too long to compare stays plain, in its pages, under a line that says so:
+    // as one marked text, laid out whole at every comparison, it held the window up.
+    void showChangesOfARewriteTooLongToMark()
+    {
+        open(sample, true);
+        QTest::keyClick(m_popup->window(), Qt::Key_D, Qt::ControlModifier);
+        m_desk->rewriter.finish(u"word "_s.repeated(WordDiff::maxTokens + 1));
+        QTRY_VERIFY(item("tooLongToMark")->isVisible());
+        QCOMPARE(item("tooLongToMark")->property("text").toString(), u"Too long to mark the changes"_s);
+        QVERIFY(item("resultText")->isVisible());
+        QVERIFY(!item("changesLayer")->isVisible());
+        QCOMPARE(item("diffText")->property("text").toString(), QString());
+
+        // Plain again, without the line; and a shorter rewrite after it is marked.
+        QTest::keyClick(m_popup->window(), Qt::Key_D, Qt::ControlModifier);
+        QTRY_VERIFY(!item("tooLongToMark")->isVisible());
+        QVERIFY(item("resultText")->isVisible());
+        QTest::keyClick(m_popup->window(), Qt::Key_D, Qt::ControlModifier);
+        QTRY_VERIFY(item("tooLongToMark")->isVisible());
+        click(item("retryButton"));
+        QTRY_COMPARE(m_desk->rewriter.requests.size(), 2);
+        m_desk->rewriter.finish(u"Please send the report by Friday."_s);
+        QTRY_VERIFY(item("changesLayer")->isVisible());
+        QVERIFY(!item("tooLongToMark")->isVisible());
+        // Could you → Please, me, ? → .
+        QTRY_COMPARE(item("changesLayer")->property("summary").toString(), u"4 words changed"_s);
     }
     // The next popup starts as the last one left Show changes, by key or by click; without
     // settings to keep it in, each popup starts plain.
