@@ -31,6 +31,7 @@ void DiffMarks::setOriginal(const QString &text)
     if (m_original == text)
         return;
     m_original = text;
+    m_comparedSize = -1;
     changed();
 }
 
@@ -39,6 +40,7 @@ void DiffMarks::setResult(const QString &text)
     if (m_result == text)
         return;
     m_result = text;
+    m_comparedSize = -1;
     changed();
 }
 
@@ -54,6 +56,7 @@ void DiffMarks::setViewModel(PopupViewModel *viewModel)
     if (m_viewModel)
         disconnect(m_viewModel, nullptr, this, nullptr);
     m_viewModel = viewModel;
+    m_comparedSize = -1;
     if (m_viewModel)
         connect(m_viewModel, &PopupViewModel::resultTextChanged, this, &DiffMarks::changed);
     changed();
@@ -118,11 +121,20 @@ void DiffMarks::start()
     if (!m_dirty || m_watcher.isRunning() || !m_active)
         return;
     m_dirty = false;
+    const QString text = result();
+    // While a rewrite streams, its text only grows, and once too long to compare it stays
+    // so: comparing it again at every frame would only churn memory on the pool thread.
+    if (m_partial && m_diff.tooLong && m_comparedPartial && text.size() >= m_comparedSize) {
+        Q_EMIT marksChanged();
+        return;
+    }
+    m_comparedSize = text.size();
+    m_comparedPartial = m_partial;
     auto promise = std::make_shared<QPromise<WordDiff::Result>>();
     m_watcher.setFuture(promise->future());
     promise->start();
     QThreadPool::globalInstance()->start(
-        [promise, original = m_original, result = result(), partial = m_partial] {
+        [promise, original = m_original, result = text, partial = m_partial] {
             promise->addResult(WordDiff::compare(original, result, partial));
             promise->finish();
         });

@@ -84,6 +84,9 @@ private:
     WordDiff::Result m_diff;
     QString m_markup;
     bool m_dirty = false;
+    // The last comparison's result length, and whether it was of a rewrite still arriving.
+    qsizetype m_comparedSize = -1;
+    bool m_comparedPartial = false;
     QTimer m_frame;
     QFutureWatcher<WordDiff::Result> m_watcher;
 };
