@@ -67,18 +67,11 @@ Rectangle {
         anchors.top: parent.top
         padding: 12
 
-        Text {
+        NoteLine {
             objectName: "tooLongToMark"
-            visible: resultArea.showChanges
             width: parent.width - parent.leftPadding - parent.rightPadding
             bottomPadding: 6
-            text: changesLayer.summary
-            wrapMode: Text.Wrap
-            font.family: Theme.fontFamily
-            font.pixelSize: 11
-            color: Theme.secondary
-            Accessible.role: Accessible.StaticText
-            Accessible.name: text
+            text: resultArea.showChanges ? changesLayer.summary : ""
         }
     }
     Component {
